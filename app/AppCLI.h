@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+// Controller of the headless mode.
+#pragma once
+
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QString>
+#include <QVector>
+
+#include "capture/Camera.h"
+#include "capture/Streamer.h"
+
+/// Streams every configured virtual camera until the process is killed. The constructor does all
+/// the work; afterwards only the event loop runs. Main thread.
+class AppCLI : public QObject {
+    Q_OBJECT
+
+public:
+    /// Opens the configured cameras and streams. Ends the process with status 1 when the
+    /// configuration file is missing or a camera or stream cannot be opened.
+    /// @param path accepted and not used: the configuration path is fixed
+    explicit AppCLI(QString path);
+
+    /// Deletes the capture workers, then the streamers.
+    ~AppCLI() override;
+
+private:
+    void restartCameraDaemon();
+    bool openCameras(const QVector<int>& wantedSerials, const VirtualCameraInfos& settings);
+    void startStreamer(const VirtualCameraInfos& record);
+    void releaseAll();
+
+    QMap<int, KTCamera*> cameras;                  // by physical serial
+    QMap<int, VirtualCameraStreamer*> streamers;  // by virtual serial
+};

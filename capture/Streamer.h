@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+// Turns two mono cameras into one virtual stereo camera and streams it.
+#pragma once
+
+#include <QThread>
+#include <atomic>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "capture/VirtualCameraInfos.h"
+#include "capture/sdk.h"
+
+/// Pairs left and right frames by capture time, joins them side by side and gives them to the
+/// SDK's network sender on a thread of its own.
+class VirtualCameraStreamer : public QThread {
+    Q_OBJECT
+
+public:
+    VirtualCameraStreamer();
+    ~VirtualCameraStreamer() override;
+
+    /// Opens the sender and starts the thread. On an open streamer the sender is replaced.
+    /// @return 0, or -1 when the sender cannot be opened
+    int open(VirtualCameraInfos infos);
+
+    /// Stops the thread (waits 2000 ms, then terminates it) and releases the sender.
+    void close();
+
+    /// Deletes every queued image.
+    void clearImageQueues();
+
+    /// Builds one side-by-side frame from the newest left image that has a partner within
+    /// 5000 µs, and consumes both queues up to that pair.
+    /// @param out packed YUYV, (2 × eye width) × eye height, already allocated
+    /// @param ts  capture time of the left image, ns
+    /// @return 0, or 1 when no pair is available
+    int createSBS(tq::Mat& out, tq::Timestamp& ts);
+
+    void run() override;
+
+signals:
+    /// The thread's loop has ended: virtual serial number and false.
+    void StreamUpdated(int serial, bool streaming);
+
+public slots:
+    /// Queues a deep copy of a left image and forwards its IMU packets. Any thread.
+    /// @param serial physical serial number
+    /// @param image  packed YUYV
+    /// @param imu    the camera's latest IMU packet
+    /// @param imus   packets since the frame before
+    void ingestLeftImage(int serial, tq::Mat image, tq::IMUPacket imu,
+                         std::vector<tq::IMUPacket> imus);
+
+    /// Queues a deep copy of a right image; its IMU packets are ignored. Any thread.
+    void ingestRightImage(int serial, tq::Mat image, tq::IMUPacket imu,
+                          std::vector<tq::IMUPacket> imus);
+
+private:
+    std::atomic<bool> running{false};
+    std::unique_ptr<tq::UDPOutput> udp;
+    tq::UDPOutConfig config{};
+    tq::IMUPacket lastIMU{};
+    int sbsWidth = 0;   // of one eye
+    int sbsHeight = 0;  // of one eye
+    std::deque<std::unique_ptr<tq::Mat>> leftImages;
+    std::deque<std::unique_ptr<tq::Mat>> rightImages;
+    std::mutex leftMutex;
+    std::mutex rightMutex;
+};

@@ -1,0 +1,18 @@
+# SPDX-License-Identifier: Apache-2.0
+# vistrel_add_test(NAME <name> SOURCES <files> [LIBRARIES <targets>] [LABELS <labels>]
+#                  [TIMEOUT <seconds>] [PROPERTIES <ctest properties>])
+# builds tests' executable test_<name> and registers it with ctest under <name>.
+function(vistrel_add_test)
+    cmake_parse_arguments(ARG "" "NAME;TIMEOUT" "SOURCES;LIBRARIES;LABELS;PROPERTIES" ${ARGN})
+    set(target "test_${ARG_NAME}")
+    add_executable(${target} ${ARG_SOURCES})
+    vistrel_target(${target})
+    vistrel_qt(${target})
+    target_link_libraries(${target} PRIVATE Qt5::Test ${ARG_LIBRARIES})
+    add_test(NAME ${ARG_NAME} COMMAND ${target})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    set_tests_properties(${ARG_NAME} PROPERTIES
+        TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}" ${ARG_PROPERTIES})
+endfunction()
