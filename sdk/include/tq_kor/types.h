@@ -32,7 +32,9 @@ struct Resolution {
 
     Resolution() = default;
     Resolution(std::uint64_t widthPixels, std::uint64_t heightPixels)
-        : width(widthPixels), height(heightPixels) {}
+        : width(widthPixels), height(heightPixels)
+    {
+    }
 };
 
 /// Camera model, as burned into the camera.
@@ -67,9 +69,9 @@ enum class MEM : std::int32_t {
 
 /// What a grabber is connected to.
 enum class INPUT_TYPE : std::int32_t {
-    FILE = 1,       ///< a recording made by the maker's tools
-    GMSL = 3,       ///< a camera on a GMSL link
-    GMSL_RAW = 4,   ///< a camera on a GMSL link, unrectified images
+    FILE = 1,      ///< a recording made by the maker's tools
+    GMSL = 3,      ///< a camera on a GMSL link
+    GMSL_RAW = 4,  ///< a camera on a GMSL link, unrectified images
 };
 
 /// Rate at which the camera's micro-controller samples its inertial sensors.
@@ -87,18 +89,18 @@ enum class STREAMING_MODE : std::int32_t {
 /// Result of the fallible SDK operations. Zero is success; the values are stable.
 enum class ErrorCode : std::int32_t {
     SUCCESS = 0,
-    CAMERA_NOT_FOUND = 1,         ///< no camera of the rig has this id
-    CAMERA_BUSY = 2,              ///< another process (or grabber) holds the camera
-    CAMERA_LOCK_FAILED = 3,       ///< the lock file could not be created
-    INVALID_RESOLUTION = 4,       ///< size or frame rate is not positive, or too large
-    SOURCE_UNAVAILABLE = 5,       ///< device, pipeline or recording cannot be opened
-    SOURCE_INVALID = 6,           ///< device, pipeline or recording delivers no usable video
-    INVALID_RIG = 7,              ///< the rig description is not usable
-    ALREADY_OPEN = 8,             ///< the grabber or sender is open
-    INVALID_CONFIGURATION = 20,   ///< the sender's configuration makes no sense
-    PORT_TAKEN = 21,              ///< the sender's port is used by someone else
-    NO_ENCODER = 22,              ///< no video encoder works on this machine
-    SERVER_FAILED = 23,           ///< the stream server could not be started
+    CAMERA_NOT_FOUND = 1,        ///< no camera of the rig has this id
+    CAMERA_BUSY = 2,             ///< another process (or grabber) holds the camera
+    CAMERA_LOCK_FAILED = 3,      ///< the lock file could not be created
+    INVALID_RESOLUTION = 4,      ///< size or frame rate is not positive, or too large
+    SOURCE_UNAVAILABLE = 5,      ///< device, pipeline or recording cannot be opened
+    SOURCE_INVALID = 6,          ///< device, pipeline or recording delivers no usable video
+    INVALID_RIG = 7,             ///< the rig description is not usable
+    ALREADY_OPEN = 8,            ///< the grabber or sender is open
+    INVALID_CONFIGURATION = 20,  ///< the sender's configuration makes no sense
+    PORT_TAKEN = 21,             ///< the sender's port is used by someone else
+    NO_ENCODER = 22,             ///< no video encoder works on this machine
+    SERVER_FAILED = 23,          ///< the stream server could not be started
 };
 
 /// One-line description of a result.
@@ -106,18 +108,18 @@ String toString(ErrorCode code);
 
 /// One measurement of a camera's inertial unit.
 struct IMUPacket {
-    Timestamp timestamp;                    ///< 0 marks an empty packet
-    std::uint64_t sequence;                 ///< counts the camera's packets from 0
-    double acceleration[3];                 ///< x, y, z in m/s², gravity included
-    double angularRate[3];                  ///< x, y, z in rad/s
-    double magneticField[3];                ///< x, y, z in µT
-    double orientation[4];                  ///< unit quaternion x, y, z, w
-    double temperature;                     ///< °C
-    double accelerationCovariance[9];       ///< row-major, (m/s²)²
-    double angularRateCovariance[9];        ///< row-major, (rad/s)²
-    double orientationCovariance[9];        ///< row-major, rad²
-    double pressure;                        ///< hPa
-    std::uint32_t validFields;              ///< bits of IMUField
+    Timestamp timestamp;               ///< 0 marks an empty packet
+    std::uint64_t sequence;            ///< counts the camera's packets from 0
+    double acceleration[3];            ///< x, y, z in m/s², gravity included
+    double angularRate[3];             ///< x, y, z in rad/s
+    double magneticField[3];           ///< x, y, z in µT
+    double orientation[4];             ///< unit quaternion x, y, z, w
+    double temperature;                ///< °C
+    double accelerationCovariance[9];  ///< row-major, (m/s²)²
+    double angularRateCovariance[9];   ///< row-major, (rad/s)²
+    double orientationCovariance[9];   ///< row-major, rad²
+    double pressure;                   ///< hPa
+    std::uint32_t validFields;         ///< bits of IMUField
     std::uint32_t reserved;
 };
 
@@ -146,11 +148,11 @@ enum class DeviceState : std::int32_t {
 /// One camera found by the enumeration.
 struct DeviceProperties {
     DeviceState state;
-    std::int32_t id;           ///< the number to open it with
-    char bus[16];              ///< where it is attached, zero-terminated
+    std::int32_t id;  ///< the number to open it with
+    char bus[16];     ///< where it is attached, zero-terminated
     MODEL model;
     std::int32_t serialNumber;
-    char name[112];            ///< display name, zero-terminated
+    char name[112];  ///< display name, zero-terminated
 };
 
 static_assert(sizeof(DeviceProperties) == 144, "device records are 144 bytes");
@@ -161,25 +163,25 @@ static_assert(offsetof(DeviceProperties, serialNumber) == 28, "device record lay
 
 /// Configuration of the network sender. Fields left 0 take the sender's default.
 struct UDPOutConfig {
-    std::int32_t layout;            ///< 1: side by side, left eye first
-    std::uint16_t port;             ///< network port
+    std::int32_t layout;  ///< 1: side by side, left eye first
+    std::uint16_t port;   ///< network port
     std::uint16_t reserved6;
-    std::int32_t bitrate;           ///< video bit rate, kbit/s
+    std::int32_t bitrate;  ///< video bit rate, kbit/s
     std::int32_t reserved12;
     std::int32_t keyFrameInterval;  ///< frames between two key frames
     std::uint16_t reserved20;
-    std::uint16_t chunkSize;        ///< largest datagram of the maker's own transport, bytes
-    std::int32_t width;             ///< width of one eye, pixels
-    std::int32_t height;            ///< height of one eye, pixels
+    std::uint16_t chunkSize;  ///< largest datagram of the maker's own transport, bytes
+    std::int32_t width;       ///< width of one eye, pixels
+    std::int32_t height;      ///< height of one eye, pixels
     std::int32_t reserved32;
     std::int32_t reserved36;
-    std::int32_t fps;               ///< frames per second
-    std::int32_t serialNumber;      ///< serial under which the stream is announced
-    std::int32_t deviceVersion;     ///< firmware version under which the stream is announced
-    std::int32_t imuRate;           ///< IMU packets per second announced, 0: no IMU data
-    std::int32_t modelCode;         ///< model under which the stream is announced
+    std::int32_t fps;            ///< frames per second
+    std::int32_t serialNumber;   ///< serial under which the stream is announced
+    std::int32_t deviceVersion;  ///< firmware version under which the stream is announced
+    std::int32_t imuRate;        ///< IMU packets per second announced, 0: no IMU data
+    std::int32_t modelCode;      ///< model under which the stream is announced
     std::int32_t reserved60[8];
-    std::int32_t eyes;              ///< 2: stereo
+    std::int32_t eyes;  ///< 2: stereo
 };
 
 static_assert(sizeof(UDPOutConfig) == 96, "sender configurations are 96 bytes");
@@ -202,17 +204,17 @@ namespace kvfrw {
 
 /// Metadata that travels with one video frame.
 struct kvfSampleMetadata {
-    Timestamp imuTimestamp;        ///< 0: the frame carries no IMU data
+    Timestamp imuTimestamp;  ///< 0: the frame carries no IMU data
     std::uint64_t imuSequence;
-    double acceleration[3];        ///< m/s²
-    double angularRate[3];         ///< rad/s
-    double magneticField[3];       ///< µT
-    double orientation[4];         ///< unit quaternion x, y, z, w
-    double temperature;            ///< °C
-    double pressure;               ///< hPa
-    std::uint32_t validFields;     ///< bits of IMUField
-    std::uint32_t reserved124;
-    std::uint8_t reserved128[104];
+    double acceleration[3];     ///< m/s²
+    double angularRate[3];      ///< rad/s
+    double magneticField[3];    ///< µT
+    double orientation[4];      ///< unit quaternion x, y, z, w
+    double temperature;         ///< °C
+    double pressure;            ///< hPa
+    std::uint32_t validFields;  ///< bits of IMUField
+    std::uint32_t reserved140;
+    std::uint8_t reserved144[112];
 };
 
 static_assert(sizeof(kvfSampleMetadata) == 256, "frame metadata records are 256 bytes");

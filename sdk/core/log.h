@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+// The log of the camera SDK: whole lines on standard error.
+#pragma once
+
+#include <string>
+
+namespace tq {
+
+/// Writes "[tq_kor] ", the text and a line break in one piece. Line breaks within the text become
+/// blanks. Any thread.
+void logLine(const std::string& text);
+
+}  // namespace tq
