@@ -26,11 +26,10 @@ public:
     ~AppCLI() override;
 
 private:
-    void restartCameraDaemon();
     bool openCameras(const QVector<int>& wantedSerials, const VirtualCameraInfos& settings);
     void startStreamer(const VirtualCameraInfos& record);
     void releaseAll();
 
-    QMap<int, KTCamera*> cameras;                  // by physical serial
+    QMap<int, KTCamera*> cameras;                 // by physical serial
     QMap<int, VirtualCameraStreamer*> streamers;  // by virtual serial
 };

@@ -9,18 +9,19 @@
 #include <memory>
 #include <vector>
 
+#include "capture/FrameRing.h"
 #include "capture/sdk.h"
 
 /// One opened physical camera.
 struct CameraInfos {
-    int id = 0;                         ///< number given by the SDK
-    std::int64_t serial_number = 0;     ///< physical serial number
-    tq::MODEL model = sdk::kNoModel;    ///< camera model
-    int width = 0;                      ///< effective image width, pixels
-    int height = 0;                     ///< effective image height, pixels
-    int fps = 0;                        ///< frames per second
-    bool hasMCU = false;                ///< has a micro-controller, that is, IMU data
-    bool hdr = false;                   ///< opened in HDR mode
+    int id = 0;                       ///< number given by the SDK
+    std::int64_t serial_number = 0;   ///< physical serial number
+    tq::MODEL model = sdk::kNoModel;  ///< camera model
+    int width = 0;                    ///< effective image width, pixels
+    int height = 0;                   ///< effective image height, pixels
+    int fps = 0;                      ///< frames per second
+    bool hasMCU = false;              ///< has a micro-controller, that is, IMU data
+    bool hdr = false;                 ///< opened in HDR mode
 };
 
 /// One capture resolution that a camera model offers.
@@ -84,7 +85,9 @@ protected:
     void run() override;
 
 private:
-    class FrameRing;
+    void captureFrame(tq::KORmcu* mcu);
+    void fetchImu(tq::KORmcu* mcu);
+    void reportLostFrames();
 
     std::atomic<bool> running{false};
     std::shared_ptr<tq::LiveCameraGrabber> grabber;
@@ -95,8 +98,9 @@ private:
     std::int64_t serialNumber = 0;
     int fps = 0;
     bool hdr = false;
-    tq::Mat frame;
     tq::Timestamp lastTimestamp = 0;
     std::vector<tq::IMUPacket> pendingImu;
-    std::shared_ptr<FrameRing> ring;
+    std::shared_ptr<FrameRing> ring;  // shared with acknowledgements that are still queued
+    tq::Timestamp lastBatchEnd = 0;
+    unsigned long lostFrames = 0;  // since the last one that was emitted
 };

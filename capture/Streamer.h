@@ -7,6 +7,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <vector>
 
 #include "capture/VirtualCameraInfos.h"
@@ -32,8 +33,8 @@ public:
     void clearImageQueues();
 
     /// Builds one side-by-side frame from the newest left image that has a partner within
-    /// 5000 µs, and consumes both queues up to that pair.
-    /// @param out packed YUYV, (2 × eye width) × eye height, already allocated
+    /// 5000 µs, and consumes both queues up to that pair. Called by the streamer's own thread.
+    /// @param out packed YUYV, (2 × eye width) × eye height; given this size if it has another
     /// @param ts  capture time of the left image, ns
     /// @return 0, or 1 when no pair is available
     int createSBS(tq::Mat& out, tq::Timestamp& ts);
@@ -58,14 +59,40 @@ public slots:
                           std::vector<tq::IMUPacket> imus);
 
 private:
+    using ImageQueue = std::deque<std::unique_ptr<tq::Mat>>;
+
+    struct Pair {
+        std::size_t left;
+        std::size_t right;
+    };
+
+    void stopThread();
+    void processQueues(tq::Mat& frame);
+    bool fitFrame(tq::Mat& frame) const;
+    bool findPair(Pair& pair);
+    bool joinPair(const Pair& pair, tq::Mat& out, tq::Timestamp& ts);
+    void consume(const Pair& pair);
+    void enqueue(const tq::Mat& image, ImageQueue& queue, std::mutex& mutex);
+    void recycle(ImageQueue& queue, std::mutex& mutex, std::size_t count);
+    void warnAboutSize(const tq::Mat& left, const tq::Mat& right);
+
     std::atomic<bool> running{false};
     std::unique_ptr<tq::UDPOutput> udp;
     tq::UDPOutConfig config{};
     tq::IMUPacket lastIMU{};
     int sbsWidth = 0;   // of one eye
     int sbsHeight = 0;  // of one eye
-    std::deque<std::unique_ptr<tq::Mat>> leftImages;
-    std::deque<std::unique_ptr<tq::Mat>> rightImages;
+    ImageQueue leftImages;
+    ImageQueue rightImages;
     std::mutex leftMutex;
     std::mutex rightMutex;
+
+    // Guards sender, configuration and eye size: shared while they are used, exclusive while they
+    // are replaced. Taken before every other mutex.
+    mutable std::shared_mutex senderMutex;
+    std::mutex imuMutex;  // guards lastIMU
+    std::mutex spareMutex;
+    std::vector<std::unique_ptr<tq::Mat>> spareImages;  // consumed images, for the next to arrive
+    std::atomic<bool> stopRequested{false};             // ends a long search for a pair
+    bool sizeWarned = false;
 };

@@ -62,8 +62,7 @@ inline tq::Timestamp captureTime(const tq::Mat& image)
 /// Makes an image carry a capture time, nanoseconds.
 inline void setCaptureTime(tq::Mat& image, tq::Timestamp time)
 {
-    std::memcpy(reinterpret_cast<unsigned char*>(&image) + kMatTimestampOffset, &time,
-                sizeof time);
+    std::memcpy(reinterpret_cast<unsigned char*>(&image) + kMatTimestampOffset, &time, sizeof time);
 }
 
 /// Registers the records that travel through queued signals. Idempotent; any thread.

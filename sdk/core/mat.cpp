@@ -29,10 +29,11 @@ class PixelStorage {
 public:
     explicit PixelStorage(std::size_t byteCount)
         : bytes(byteCount),
-          pixels(static_cast<std::uint8_t*>(::operator new(byteCount, std::align_val_t{kAlignment})))
+          pixels(
+              static_cast<std::uint8_t*>(::operator new (byteCount, std::align_val_t{kAlignment})))
     {
     }
-    ~PixelStorage() { ::operator delete(pixels, std::align_val_t{kAlignment}); }
+    ~PixelStorage() { ::operator delete (pixels, std::align_val_t{kAlignment}); }
     PixelStorage(const PixelStorage&) = delete;
     PixelStorage& operator=(const PixelStorage&) = delete;
 
@@ -110,10 +111,10 @@ bool inHostMemory(MEM memory) noexcept
 std::size_t bytesPerPixel(MAT_TYPE type) noexcept
 {
     switch (type) {
-    case MAT_TYPE::U8_C1: return 1;
-    case MAT_TYPE::U8_C2: return 2;
-    case MAT_TYPE::U8_C3: return 3;
-    case MAT_TYPE::U8_C4: return 4;
+        case MAT_TYPE::U8_C1: return 1;
+        case MAT_TYPE::U8_C2: return 2;
+        case MAT_TYPE::U8_C3: return 3;
+        case MAT_TYPE::U8_C4: return 4;
     }
     return 0;
 }

@@ -10,11 +10,11 @@ namespace tq {
 String toString(const MODEL& model)
 {
     switch (model) {
-    case MODEL::KOR_T: return String("KOR T");
-    case MODEL::KOR_T_MINI: return String("KOR T Mini");
-    case MODEL::KOR_TSOLO_GS: return String("KOR T Solo GS");
-    case MODEL::KOR_TSOLO_UHD: return String("KOR T Solo UHD");
-    case MODEL::LAST: break;
+        case MODEL::KOR_T: return String("KOR T");
+        case MODEL::KOR_T_MINI: return String("KOR T Mini");
+        case MODEL::KOR_TSOLO_GS: return String("KOR T Solo GS");
+        case MODEL::KOR_TSOLO_UHD: return String("KOR T Solo UHD");
+        case MODEL::LAST: break;
     }
     return String("N/A");
 }
@@ -22,19 +22,22 @@ String toString(const MODEL& model)
 String toString(ErrorCode code)
 {
     switch (code) {
-    case ErrorCode::SUCCESS: return String("success");
-    case ErrorCode::CAMERA_NOT_FOUND: return String("no camera with this id");
-    case ErrorCode::CAMERA_BUSY: return String("the camera is used by another process");
-    case ErrorCode::CAMERA_LOCK_FAILED: return String("the camera's lock file cannot be created");
-    case ErrorCode::INVALID_RESOLUTION: return String("invalid size or frame rate");
-    case ErrorCode::SOURCE_UNAVAILABLE: return String("the camera's source cannot be opened");
-    case ErrorCode::SOURCE_INVALID: return String("the camera's source delivers no usable video");
-    case ErrorCode::INVALID_RIG: return String("the rig description is not usable");
-    case ErrorCode::ALREADY_OPEN: return String("already open");
-    case ErrorCode::INVALID_CONFIGURATION: return String("the stream's configuration is invalid");
-    case ErrorCode::PORT_TAKEN: return String("the port is already in use");
-    case ErrorCode::NO_ENCODER: return String("no video encoder is available");
-    case ErrorCode::SERVER_FAILED: return String("the stream server cannot be started");
+        case ErrorCode::SUCCESS: return String("success");
+        case ErrorCode::CAMERA_NOT_FOUND: return String("no camera with this id");
+        case ErrorCode::CAMERA_BUSY: return String("the camera is used by another process");
+        case ErrorCode::CAMERA_LOCK_FAILED:
+            return String("the camera's lock file cannot be created");
+        case ErrorCode::INVALID_RESOLUTION: return String("invalid size or frame rate");
+        case ErrorCode::SOURCE_UNAVAILABLE: return String("the camera's source cannot be opened");
+        case ErrorCode::SOURCE_INVALID:
+            return String("the camera's source delivers no usable video");
+        case ErrorCode::INVALID_RIG: return String("the rig description is not usable");
+        case ErrorCode::ALREADY_OPEN: return String("already open");
+        case ErrorCode::INVALID_CONFIGURATION:
+            return String("the stream's configuration is invalid");
+        case ErrorCode::PORT_TAKEN: return String("the port is already in use");
+        case ErrorCode::NO_ENCODER: return String("no video encoder is available");
+        case ErrorCode::SERVER_FAILED: return String("the stream server cannot be started");
     }
     return String("unknown error");
 }

@@ -38,7 +38,8 @@ public:
     /// size that are held by this object alone are reused.
     void clone(const Mat& other);
 
-    /// First byte of the first row, or null when the image is empty or @p memory is not host memory.
+    /// First byte of the first row, or null when the image is empty or @p memory is not host
+    /// memory.
     template <typename T>
     T* getPtr(MEM memory) const noexcept
     {

@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: Apache-2.0
+// Controller of the headless mode.
+#include "app/AppCLI.h"
+
+#include <QFile>
+#include <QThread>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+#include "app/commands/commandrunners.h"
+#include "app/virtualcameraconfig.h"
+
+namespace {
+
+constexpr unsigned long kMissingConfigPauseMs = 2000;
+constexpr unsigned long kDaemonPauseMs = 2000;
+
+// Ends the process at once. Capture threads may be running, so no destructor of static storage may
+// run under them; what was logged must still come out.
+[[noreturn]] void endProcess()
+{
+    std::cout.flush();
+    std::fflush(nullptr);
+    std::_Exit(EXIT_FAILURE);
+}
+
+bool isSolo(tq::MODEL model)
+{
+    return model == sdk::kSoloGs || model == sdk::kSoloUhd;
+}
+
+QVector<int> physicalSerials(const QList<VirtualCameraInfos>& records)
+{
+    QVector<int> serials;
+    for (const VirtualCameraInfos& record : records) {
+        for (const std::uint64_t serial : {record.leftSerialNumber, record.rightSerialNumber}) {
+            const int wanted = static_cast<int>(serial);
+            if (!serials.contains(wanted)) {
+                serials.append(wanted);
+            }
+        }
+    }
+    return serials;
+}
+
+}  // namespace
+
+AppCLI::AppCLI(QString path)
+{
+    Q_UNUSED(path)
+    const QString configPath = QString::fromLatin1(kVirtualCameraConfigPath);
+    if (!QFile::exists(configPath)) {
+        QThread::msleep(kMissingConfigPauseMs);
+        endProcess();
+    }
+
+    startBlockingProcess(QStringLiteral("./"),
+                         QStringLiteral("sudo systemctl restart nvargus-daemon"), true);
+    QThread::msleep(kDaemonPauseMs);  // the daemon needs time to come up
+
+    const QList<VirtualCameraInfos> records = readVirtualCameraConfig(configPath);
+    // All cameras are opened with the values of the record read last. Deliberate.
+    const VirtualCameraInfos settings = records.isEmpty() ? VirtualCameraInfos() : records.last();
+    if (!openCameras(physicalSerials(records), settings)) {
+        releaseAll();
+        return;
+    }
+    for (const VirtualCameraInfos& record : records) {
+        startStreamer(record);
+    }
+}
+
+AppCLI::~AppCLI()
+{
+    releaseAll();
+}
+
+bool AppCLI::openCameras(const QVector<int>& wantedSerials, const VirtualCameraInfos& settings)
+{
+    // Never updated in the loop, so the check below never refuses: unlike the desktop mode, the
+    // headless mode accepts a mixed set of models. Deliberate.
+    const tq::MODEL rememberedModel = sdk::kNoModel;
+
+    for (const tq::DeviceProperties& device : ArgusCamera::getGMSLDevices(true, false)) {
+        if (rememberedModel != sdk::kNoModel && rememberedModel != device.model) {
+            std::cout << "Incompatible camera model: " << tq::toString(device.model).c_str()
+                      << " instead of " << tq::toString(rememberedModel).c_str()
+                      << ". You cannot use different models at the same time with this version."
+                      << std::endl;
+            return false;
+        }
+        if (!isSolo(device.model) || !wantedSerials.contains(device.serialNumber)) {
+            continue;
+        }
+        auto* const camera = new KTCamera();
+        const tq::Resolution resolution(static_cast<std::uint64_t>(settings.width),
+                                        static_cast<std::uint64_t>(settings.height));
+        if (camera->open(device.id, resolution, settings.fps, settings.hdr != 0) != 0) {
+            endProcess();
+        }
+        cameras.insert(static_cast<int>(camera->getSN()), camera);
+    }
+    return true;
+}
+
+void AppCLI::startStreamer(const VirtualCameraInfos& record)
+{
+    const int virtualSerial = static_cast<int>(record.virtualSerialNumber);
+    // A later record whose serial is equal after narrowing replaces the earlier streamer.
+    delete streamers.take(virtualSerial);
+    auto* const streamer = new VirtualCameraStreamer();
+    streamers.insert(virtualSerial, streamer);
+
+    // The lookups insert a null entry for a camera that is absent: that eye stays unconnected.
+    if (const KTCamera* const left = cameras[static_cast<int>(record.leftSerialNumber)]) {
+        connect(left, &KTCamera::sendYUYVImage, streamer, &VirtualCameraStreamer::ingestLeftImage);
+    }
+    if (const KTCamera* const right = cameras[static_cast<int>(record.rightSerialNumber)]) {
+        connect(right, &KTCamera::sendYUYVImage, streamer,
+                &VirtualCameraStreamer::ingestRightImage);
+    }
+    if (streamer->open(record) != 0) {
+        endProcess();
+    }
+}
+
+void AppCLI::releaseAll()
+{
+    for (KTCamera*& camera : cameras) {
+        delete camera;
+        camera = nullptr;
+    }
+    for (VirtualCameraStreamer*& streamer : streamers) {
+        delete streamer;
+        streamer = nullptr;
+    }
+}

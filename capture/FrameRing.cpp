@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+// The frame buffers of one capture worker.
+#include "capture/FrameRing.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::size_t kMaxBytes = 250u << 20;
+constexpr int kToleratedDelayMs = 300;
+constexpr int kSpareBuffers = 3;
+
+}  // namespace
+
+FrameRing::FrameRing(int widthPixels, int heightPixels, int fps)
+    : width(widthPixels), height(heightPixels), limit(depth(widthPixels, heightPixels, fps))
+{
+    idle.reserve(limit);
+}
+
+std::size_t FrameRing::depth(int width, int height, int fps)
+{
+    const std::size_t frameBytes =
+        std::max<std::size_t>(1, static_cast<std::size_t>(width) *
+                                     static_cast<std::size_t>(height) * sdk::kYuyvBytesPerPixel);
+    const int wanted = (std::max(fps, 1) * kToleratedDelayMs + 999) / 1000 + kSpareBuffers;
+    const std::size_t affordable = std::max<std::size_t>(2, kMaxBytes / frameBytes);
+    return std::min(static_cast<std::size_t>(wanted), affordable);
+}
+
+tq::Mat* FrameRing::acquire()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (!idle.empty()) {
+        tq::Mat* const buffer = idle.back();
+        idle.pop_back();
+        return buffer;
+    }
+    if (buffers.size() == limit) {
+        return nullptr;
+    }
+    tq::Mat& buffer = buffers.emplace_back();
+    buffer.alloc(static_cast<unsigned long>(width), static_cast<unsigned long>(height), sdk::kYuyv,
+                 sdk::kHostMemory);
+    return &buffer;
+}
+
+void FrameRing::markInFlight(tq::Mat* buffer)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    inFlight.push_back(buffer);
+}
+
+void FrameRing::release()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (!inFlight.empty()) {
+        idle.push_back(inFlight.front());
+        inFlight.pop_front();
+    }
+}

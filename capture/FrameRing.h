@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+// The frame buffers of one capture worker.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <vector>
+
+#include "capture/sdk.h"
+
+/// Frame buffers that are written again only after their receivers are done with them.
+///
+/// A frame travels to its receivers as a shallow copy in a queued signal, so its buffer must not
+/// be written while that signal waits. The capture thread takes a free buffer, fills and emits it
+/// and marks it as in flight; the owner's event loop, which delivers events in the order in which
+/// they were posted, gives it back when everything posted before has been delivered. When all
+/// buffers are in flight there is none to take and the frame is lost whole rather than torn.
+/// Thread safe.
+class FrameRing {
+public:
+    /// @param width,height image size, pixels
+    /// @param fps          frames per second; sets how many buffers there may be
+    FrameRing(int width, int height, int fps);
+
+    /// How many buffers there may be: enough for a receiver that is 300 ms late, bounded in memory.
+    static std::size_t depth(int width, int height, int fps);
+
+    /// A buffer that nobody uses, or null when all are in flight. Capture thread.
+    tq::Mat* acquire();
+
+    /// The buffer taken last has been emitted. Capture thread.
+    void markInFlight(tq::Mat* buffer);
+
+    /// Everything emitted up to the oldest buffer in flight has been delivered.
+    void release();
+
+private:
+    const int width;
+    const int height;
+    const std::size_t limit;
+
+    std::mutex mutex;
+    std::deque<tq::Mat> buffers;    // addresses stay valid as it grows
+    std::vector<tq::Mat*> idle;     // the one used last at the back: it is still cached
+    std::deque<tq::Mat*> inFlight;  // oldest first
+};
