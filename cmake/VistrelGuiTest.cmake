@@ -1,0 +1,44 @@
+# SPDX-License-Identifier: Apache-2.0
+# Tests that open windows. Each run has a private virtual display (see cmake/with-display), so they
+# run in parallel and need no desktop; without Xvfb they count as skipped.
+include(VistrelTest)
+
+set(VISTREL_WITH_DISPLAY "${PROJECT_SOURCE_DIR}/cmake/with-display")
+
+# vistrel_add_gui_run(NAME <name> TARGET <executable target> [ARGUMENTS <args>]
+#                     [ENVIRONMENT <VARIABLE=value...>] [SCREEN <WxHxD>] [WM <window manager>]
+#                     [LABELS <labels>] [TIMEOUT <seconds>] [PROPERTIES <ctest properties>])
+# registers one more run of a test executable under <name>, for example with another pixel density.
+function(vistrel_add_gui_run)
+    cmake_parse_arguments(ARG "" "NAME;TARGET;SCREEN;WM;TIMEOUT"
+                          "ARGUMENTS;ENVIRONMENT;LABELS;PROPERTIES" ${ARGN})
+    set(options "")
+    if(ARG_SCREEN)
+        list(APPEND options --screen "${ARG_SCREEN}")
+    endif()
+    if(ARG_WM)
+        list(APPEND options --wm "${ARG_WM}")
+    endif()
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    add_test(NAME ${ARG_NAME}
+             COMMAND "${VISTREL_WITH_DISPLAY}" ${options} --
+                     "$<TARGET_FILE:${ARG_TARGET}>" ${ARG_ARGUMENTS})
+    set_tests_properties(${ARG_NAME} PROPERTIES
+        TIMEOUT ${ARG_TIMEOUT} LABELS "gui;${ARG_LABELS}" SKIP_RETURN_CODE 77
+        ENVIRONMENT "${ARG_ENVIRONMENT}" ${ARG_PROPERTIES})
+endfunction()
+
+# vistrel_add_gui_test(NAME <name> SOURCES <files> [LIBRARIES <targets>]
+#                      [any option of vistrel_add_gui_run but TARGET])
+# builds the executable test_<name> and registers it with ctest under <name>.
+function(vistrel_add_gui_test)
+    cmake_parse_arguments(ARG "" "NAME" "SOURCES;LIBRARIES" ${ARGN})
+    set(target "test_${ARG_NAME}")
+    add_executable(${target} ${ARG_SOURCES})
+    vistrel_target(${target})
+    vistrel_qt(${target})
+    target_link_libraries(${target} PRIVATE Qt5::Test Qt5::Widgets ${ARG_LIBRARIES})
+    vistrel_add_gui_run(NAME ${ARG_NAME} TARGET ${target} ${ARG_UNPARSED_ARGUMENTS})
+endfunction()
