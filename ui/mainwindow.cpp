@@ -1,0 +1,545 @@
+// SPDX-License-Identifier: Apache-2.0
+// The window of the desktop mode.
+#include "ui/mainwindow.h"
+
+#include <QDateTime>
+#include <QDebug>
+#include <QScrollBar>
+#include <QSignalBlocker>
+#include <QSize>
+#include <QUuid>
+#include <QVariant>
+
+#include "app/commands/commandrunners.h"
+#include "ui/camerawidget.h"
+#include "ui/style.h"
+#include "ui/virtualcamhandler.h"
+#include "ui/waitnotice.h"
+#include "ui_mainwindow.h"
+
+namespace {
+
+constexpr qint64 kPreviewIntervalMs = 31;
+constexpr int kScrollStep = 5;
+constexpr int kUhdWidth = 3000;
+
+// Deliberately misspelt: the text under which operators know the switch.
+constexpr char kDaemonSwitchText[] = "Enable Vistrel Deamon";
+
+bool isHdrText(const QString& text)
+{
+    return text.contains(QLatin1String("HDR"));
+}
+
+QString joined(const QList<int>& serials)
+{
+    QStringList texts;
+    for (const int serial : serials) {
+        texts.append(QString::number(serial));
+    }
+    return texts.join(QLatin1String(", "));
+}
+
+void fillFromCamera(VirtualCameraInfos& record, const CameraInfos& camera)
+{
+    record.imu = camera.hasMCU;
+    record.width = camera.width;
+    record.height = camera.height;
+    record.fps = camera.fps;
+    record.hdr = camera.hdr ? 1 : 0;
+}
+
+bool sameSize(const CameraInfos& left, const CameraInfos& right)
+{
+    return left.width == right.width && left.height == right.height;
+}
+
+}  // namespace
+
+MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(std::make_unique<Ui_MainWindow>())
+{
+    // The signal's type by the name under which it is declared, for queued connections and spies.
+    qRegisterMetaType<uint64_t>("uint64_t");
+    clock.start();
+    ui->setupUi(this);
+    ui->loadVCamButton->hide();
+    ui->noCameraLabel->hide();
+    style = std::make_unique<Style>();
+    applyStyle();
+    ui->toggleDaemonButton->setStyleSheet(style->checkBox);
+    ui->toggleDaemonButton->setText(tr(kDaemonSwitchText));
+    ui->toggleDaemonButton->setChecked(ServiceHandler::getDaemonServiceEnableStatus(kServiceUnit));
+    connectControls();
+    show();
+}
+
+MainWindow::~MainWindow()
+{
+    qDeleteAll(editors);
+}
+
+void MainWindow::connectControls()
+{
+    connect(ui->ReloadCamButton, SIGNAL(clicked()), this, SLOT(requestCameras()));
+    connect(ui->addVCamButton, SIGNAL(clicked()), this, SLOT(addVirtualCamHandler()));
+    connect(ui->ApplyButton, SIGNAL(clicked()), this, SLOT(requestConfSave()));
+    connect(
+        ui->ApplyResFPSButton, &QPushButton::clicked, ui->ApplyResFPSButton,
+        [this] { onApplyGlobalCameraConfiguration(); }, Qt::DirectConnection);
+    connect(ui->ResolutionComboBox, SIGNAL(currentTextChanged(QString)), this,
+            SLOT(onGlobalResolutionChanged(QString)));
+    connect(ui->toggleDaemonButton, SIGNAL(clicked()), this, SLOT(toggleDaemonService()));
+}
+
+void MainWindow::applyStyle()
+{
+    setStyleSheet(style->mainWindow);
+    ui->noCameraLabel->setFont(style->fontText);
+    for (QComboBox* const list : {ui->ResolutionComboBox, ui->FPSComboBox}) {
+        list->setStyleSheet(style->comboBox);
+        list->setFont(style->fontText);
+    }
+    for (QAbstractButton* const button : {static_cast<QAbstractButton*>(ui->ReloadCamButton),
+                                          static_cast<QAbstractButton*>(ui->ApplyResFPSButton),
+                                          static_cast<QAbstractButton*>(ui->addVCamButton),
+                                          static_cast<QAbstractButton*>(ui->loadVCamButton),
+                                          static_cast<QAbstractButton*>(ui->ApplyButton)}) {
+        button->setStyleSheet(style->pushButton);
+        button->setFont(style->fontButton);
+    }
+    for (QScrollArea* const area : {ui->camerasWidgetsScrollArea, ui->scrollArea}) {
+        for (QScrollBar* const bar : {area->verticalScrollBar(), area->horizontalScrollBar()}) {
+            bar->setStyleSheet(style->scrollBar);
+            bar->setSingleStep(kScrollStep);
+        }
+    }
+}
+
+// ---- Global settings ---------------------------------------------------------------------------
+
+void MainWindow::setGlobalCameraConfigurationContent(tq::MODEL model)
+{
+    ui->ResolutionComboBox->clear();
+    ui->FPSComboBox->clear();
+    if (model == sdk::kNoModel) {
+        return;
+    }
+    for (const CameraResolutionDefinition& mode : KTCamera::getAvailableResolutions(model)) {
+        const QString text = QStringLiteral("%1 x %2%3")
+                                 .arg(mode.width)
+                                 .arg(mode.height)
+                                 .arg(mode.hdr ? QStringLiteral(" HDR") : QString());
+        ui->ResolutionComboBox->addItem(
+            text, QSize(static_cast<int>(mode.width), static_cast<int>(mode.height)));
+    }
+}
+
+void MainWindow::setAvailableFramerates(int width, int height, bool hdr)
+{
+    QList<int> rates;
+    if (width == 1920 && height == 1200 && hdr) {
+        rates = {30};
+    } else if (width < kUhdWidth) {
+        rates = {15, 60, 30};  // in this order, deliberately: the first one is selected
+    } else {
+        rates = {15};
+    }
+    ui->FPSComboBox->clear();
+    for (const int rate : rates) {
+        ui->FPSComboBox->addItem(QString::number(rate) + tr(" frames/s"), rate);
+    }
+}
+
+void MainWindow::onGlobalResolutionChanged(QString text)
+{
+    Q_UNUSED(text)
+    const bool hdr = isHdrText(ui->ResolutionComboBox->currentText());
+    const QVariant mode = ui->ResolutionComboBox->currentData();
+    if (mode.canConvert<QSize>()) {
+        const QSize size = mode.toSize();
+        setAvailableFramerates(size.width(), size.height(), hdr);
+    }
+}
+
+void MainWindow::onApplyGlobalCameraConfiguration()
+{
+    const bool hdr = isHdrText(ui->ResolutionComboBox->currentText());
+    const QVariant mode = ui->ResolutionComboBox->currentData();
+    const QSize size = mode.canConvert<QSize>() ? mode.toSize() : QSize(0, 0);
+    const int fps = ui->FPSComboBox->currentData().toInt();
+    if (size.width() == 0 || size.height() == 0 || fps == 0) {
+        qDebug() << "Invalid camera configuration selection.";
+        return;
+    }
+    emit resolutionAndFPSChanged(fps, size.width(), size.height(), hdr);
+}
+
+void MainWindow::getCurrentSettings(int& fps, int& width, int& height, bool& hdr)
+{
+    hdr = isHdrText(ui->ResolutionComboBox->currentText());
+    const QVariant mode = ui->ResolutionComboBox->currentData();
+    if (mode.canConvert<QSize>()) {
+        width = mode.toSize().width();
+        height = mode.toSize().height();
+    }
+    const QVariant rate = ui->FPSComboBox->currentData();
+    if (rate.canConvert<int>()) {
+        fps = rate.toInt();
+    }
+}
+
+void MainWindow::setCurrentSettings(int fps, int width, int height, bool hdr)
+{
+    QComboBox* const resolutions = ui->ResolutionComboBox;
+    QComboBox* const rates = ui->FPSComboBox;
+    int resolutionIndex = -1;
+    for (int i = 0; i < resolutions->count() && resolutionIndex < 0; ++i) {
+        if (resolutions->itemData(i).toSize() == QSize(width, height) &&
+            isHdrText(resolutions->itemText(i)) == hdr) {
+            resolutionIndex = i;
+        }
+    }
+    // Found in the list as it is now, and used as found although selecting the resolution below
+    // fills the list anew. Deliberate.
+    const int rateIndex = rates->findData(fps);
+
+    const bool keepsResolution =
+        resolutionIndex < 0 || resolutionIndex == resolutions->currentIndex();
+    const bool keepsRate = rateIndex < 0 || rateIndex == rates->currentIndex();
+    if (keepsResolution && keepsRate) {
+        return;
+    }
+    if (resolutionIndex >= 0 && resolutionIndex < resolutions->count()) {
+        resolutions->setCurrentIndex(resolutionIndex);
+    }
+    // The bound is the number of resolutions, not of frame rates. Deliberate.
+    if (rateIndex >= 0 && rateIndex < resolutions->count()) {
+        rates->setCurrentIndex(rateIndex);
+    }
+    emit resolutionAndFPSChanged(fps, width, height, hdr);
+}
+
+// ---- Editors -----------------------------------------------------------------------------------
+
+QString MainWindow::generateUniqueID()
+{
+    QString candidate;
+    bool taken = false;
+    do {
+        candidate = makeIdentity();
+        taken = false;
+        // Every key is visited, also after a match. Deliberate.
+        for (auto editor = editors.keyBegin(); editor != editors.keyEnd(); ++editor) {
+            taken = taken || *editor == candidate;
+        }
+    } while (taken);
+    return candidate;
+}
+
+QString MainWindow::makeIdentity() const
+{
+    return QUuid::createUuid().toString();
+}
+
+void MainWindow::addVirtualCamHandler()
+{
+    const QSignalBlocker blocker(this);
+    const int position = ui->scrollAreaWidgetContentsVerticalLayout->count() - 1;
+    const QString identity = generateUniqueID();
+    VirtualCamHandler* const editor = createEditor(identity, serialList);
+    editor->updatePort(static_cast<unsigned int>(position));
+    if (!connectEditor(editor)) {
+        qDebug() << "FAILED TO CONNECT STREAM SIGNAL";
+    }
+    insertEditor(identity, editor, position);
+}
+
+void MainWindow::addVirtualCamHandlerFromConfig(VirtualCameraInfos info)
+{
+    const QSignalBlocker blocker(this);
+    const int position = ui->scrollAreaWidgetContentsVerticalLayout->count() - 1;
+    const QString identity = generateUniqueID();
+    QStringList serials = serialList;
+    for (const std::uint64_t serial : {info.leftSerialNumber, info.rightSerialNumber}) {
+        const QString text = QString::number(serial);
+        if (serial != 0 && !serials.contains(text)) {
+            serials.append(text);
+        }
+    }
+    VirtualCamHandler* const editor = createEditor(identity, serials);
+    editor->setSerial(0, static_cast<unsigned int>(info.leftSerialNumber));
+    editor->setSerial(1, static_cast<unsigned int>(info.rightSerialNumber));
+    editor->setPort(info.port);
+    editor->setVirtualSN(static_cast<unsigned int>(info.virtualSerialNumber));
+    if (!connectEditor(editor)) {
+        // Three N, deliberately: logs tell the two ways of adding a row apart by it.
+        qDebug() << "FAILED TO CONNNECT STREAM SIGNAL";
+    }
+    loadedRecords.insert(identity, info);
+    insertEditor(identity, editor, position);
+}
+
+VirtualCamHandler* MainWindow::createEditor(const QString& identity, const QStringList& serials)
+{
+    auto* const editor = new VirtualCamHandler(identity, this);
+    editor->updateSerials(serials);
+    return editor;
+}
+
+bool MainWindow::connectEditor(VirtualCamHandler* editor)
+{
+    connect(editor, SIGNAL(remove(QString)), this, SLOT(removeVirtualCamHandler(QString)));
+    const bool stops =
+        connect(editor, SIGNAL(disableStream(uint64_t)), this, SIGNAL(disableStream(uint64_t)));
+    const bool starts =
+        connect(editor, SIGNAL(activateStream(int)), this, SIGNAL(activateStream(int)));
+    connect(editor, SIGNAL(resolutionChanged(QList<int>, int, int, bool)), this,
+            SLOT(onResolutionChanged(QList<int>, int, int, bool)));
+    return stops && starts;
+}
+
+void MainWindow::insertEditor(const QString& identity, VirtualCamHandler* editor, int position)
+{
+    editors.insert(identity, editor);
+    ui->scrollAreaWidgetContentsVerticalLayout->insertWidget(position, editor);
+}
+
+void MainWindow::removeVirtualCamHandler(QString uuid_)
+{
+    VirtualCamHandler* const editor = editors.take(uuid_);
+    if (editor == nullptr) {
+        return;
+    }
+    loadedRecords.remove(uuid_);
+    ui->scrollAreaWidgetContentsVerticalLayout->removeWidget(editor);
+    // The editor's own button brought us here: it must outlive the click.
+    editor->hide();
+    editor->deleteLater();
+}
+
+void MainWindow::updateSerialList(QStringList serials)
+{
+    serialList = serials;
+    for (VirtualCamHandler* const editor : qAsConst(editors)) {
+        editor->updateSerials(serials);
+    }
+}
+
+QMap<QString, VirtualCameraInfos> MainWindow::editorRecords() const
+{
+    QMap<QString, VirtualCameraInfos> records;
+    for (auto editor = editors.begin(); editor != editors.end(); ++editor) {
+        records.insert(editor.key(), editor.value()->getInfos());
+    }
+    return records;
+}
+
+void MainWindow::restoreSerialChoices(const QMap<QString, VirtualCameraInfos>& records)
+{
+    for (auto record = records.begin(); record != records.end(); ++record) {
+        if (VirtualCamHandler* const editor = editors.value(record.key())) {
+            editor->restoreChoices(record->leftSerialNumber, record->rightSerialNumber);
+        }
+    }
+}
+
+QList<VirtualCameraInfos> MainWindow::getVirtualCameras()
+{
+    QList<VirtualCameraInfos> records;
+    for (auto editor = editors.begin(); editor != editors.end(); ++editor) {
+        VirtualCameraInfos record = editor.value()->getInfos();
+        const CameraWidget* const left = panelOf(record.leftSerialNumber);
+        const CameraWidget* const right = panelOf(record.rightSerialNumber);
+        if (left != nullptr && right != nullptr) {
+            if (!sameSize(left->getInfos(), right->getInfos())) {
+                continue;
+            }
+            fillFromCamera(record, left->getInfos());
+        } else {
+            fillFromGlobalSettings(record, editor.key());
+            if (left != nullptr) {
+                record.imu = left->getInfos().hasMCU;
+            }
+        }
+        records.append(record);
+    }
+    return records;
+}
+
+void MainWindow::fillFromGlobalSettings(VirtualCameraInfos& record, const QString& identity)
+{
+    // Without any camera the global lists are empty; then a row keeps what it was loaded with.
+    const VirtualCameraInfos loaded = loadedRecords.value(identity);
+    int fps = loaded.fps;
+    int width = loaded.width;
+    int height = loaded.height;
+    bool hdr = false;
+    getCurrentSettings(fps, width, height, hdr);
+    const bool isListed = ui->ResolutionComboBox->currentIndex() >= 0;
+    record.imu = loaded.imu;
+    record.fps = fps;
+    record.width = width;
+    record.height = height;
+    record.hdr = isListed ? (hdr ? 1 : 0) : loaded.hdr;
+}
+
+VirtualCameraInfos MainWindow::getVirtualCameraInfo(int virtualSerial)
+{
+    for (const VirtualCamHandler* const editor : qAsConst(editors)) {
+        VirtualCameraInfos record = editor->getInfos();
+        if (record.leftSerialNumber == 0 || record.rightSerialNumber == 0) {
+            continue;
+        }
+        const CameraWidget* const left = panelOf(record.leftSerialNumber);
+        const CameraWidget* const right = panelOf(record.rightSerialNumber);
+        if (left == nullptr || right == nullptr || !sameSize(left->getInfos(), right->getInfos()) ||
+            record.virtualSerialNumber != static_cast<std::uint64_t>(virtualSerial)) {
+            continue;
+        }
+        fillFromCamera(record, left->getInfos());
+        return record;
+    }
+    return {};
+}
+
+void MainWindow::UpdateStreamingStatus(unsigned long serial, bool on)
+{
+    for (VirtualCamHandler* const editor : qAsConst(editors)) {
+        if (editor->getInfos().virtualSerialNumber == serial) {
+            editor->UpdateStreamingStatus(on);
+        }
+    }
+}
+
+void MainWindow::stopVirtualStreamers()
+{
+    const QList<VirtualCamHandler*> all = editors.values();
+    for (VirtualCamHandler* const editor : all) {
+        editor->resetStreamButton();
+        emit disableStream(static_cast<uint64_t>(editor->shownSerial()));
+    }
+}
+
+void MainWindow::onResolutionChanged(QList<int> serials, int width, int height, bool is_hdr)
+{
+    qDebug() << "Resolution changed for SN " << qPrintable(joined(serials)) << width << " x "
+             << height << ". HDR: " << (is_hdr ? "true" : "false");
+    emit resolutionChanged(serials, width, height, is_hdr);
+}
+
+// ---- Camera panels -----------------------------------------------------------------------------
+
+CameraWidget* MainWindow::panelOf(std::uint64_t serial) const
+{
+    return cameraPanels.value(QString::number(serial));
+}
+
+void MainWindow::addCameraWidget(int serial_number)
+{
+    auto* const panel = new CameraWidget(this);
+    cameraPanels.insert(QString::number(serial_number), panel);
+    ui->scrollAreaWidgetContentsHorizontalLayout->addWidget(panel);
+}
+
+void MainWindow::removeCameraWidget(int serial_number)
+{
+    const QString serial = QString::number(serial_number);
+    CameraWidget* const panel = cameraPanels.take(serial);
+    if (panel != nullptr) {
+        ui->scrollAreaWidgetContentsHorizontalLayout->removeWidget(panel);
+    }
+    serialList.removeAll(serial);
+    lastPreviewTimes.remove(serial);
+    drawBudget.forget(serial);
+    delete panel;
+}
+
+void MainWindow::updateCameraWidget(int serial, CameraInfos infos)
+{
+    if (CameraWidget* const panel = cameraPanels.value(QString::number(serial))) {
+        panel->updateInfos(infos);
+    }
+}
+
+void MainWindow::updateCameraFrame(int serial, tq::Mat frame)
+{
+    const QString key = QString::number(serial);
+    // The lookups create what is missing, also for a serial that has no panel. Deliberate.
+    CameraWidget* const panel = cameraPanels[key];
+    qint64& lastPreview = lastPreviewTimes[key];
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    if (panel == nullptr || frame.getPtr<unsigned char>(sdk::kHostMemory) == nullptr) {
+        return;
+    }
+    const CameraInfos& camera = panel->getInfos();
+    if (frame.getWidth() != static_cast<std::size_t>(camera.width) ||
+        frame.getHeight() != static_cast<std::size_t>(camera.height) ||
+        now - lastPreview < kPreviewIntervalMs || !drawBudget.request(key, clock.nsecsElapsed())) {
+        return;
+    }
+    const qint64 start = clock.nsecsElapsed();
+    drawPreview(*panel, frame);
+    drawBudget.drawn(key, start, clock.nsecsElapsed());
+    lastPreview = now;
+}
+
+void MainWindow::drawPreview(CameraWidget& panel, const tq::Mat& frame)
+{
+    panel.updateImageGL(frame);
+}
+
+void MainWindow::requestCameras()
+{
+    const QStringList serials = cameraPanels.keys();
+    for (const QString& serial : serials) {
+        removeCameraWidget(serial.toInt());
+    }
+    emit askCameras();
+}
+
+void MainWindow::SetNoCameraLabelVisible(bool visible)
+{
+    ui->noCameraLabel->setVisible(visible);
+    for (QWidget* const control :
+         {static_cast<QWidget*>(ui->ApplyButton), static_cast<QWidget*>(ui->addVCamButton),
+          static_cast<QWidget*>(ui->ApplyResFPSButton),
+          static_cast<QWidget*>(ui->ResolutionComboBox), static_cast<QWidget*>(ui->FPSComboBox)}) {
+        control->setVisible(!visible);
+    }
+}
+
+// ---- Saving and the service --------------------------------------------------------------------
+
+void MainWindow::requestConfSave()
+{
+    emit saveConf();
+}
+
+void MainWindow::toggleDaemonService()
+{
+    const WaitNotice notice(ui->waitLabel, tr("Switching the automatic start of the service..."));
+    const bool enabled = ServiceHandler::getDaemonServiceEnableStatus(kServiceUnit);
+    std::string output;
+    executeCMD_RC(
+        std::string("sudo systemctl ") + (enabled ? "disable" : "enable") + " " + kServiceUnit,
+        output);
+    updateDaemonServiceEnableStatusButton(
+        ServiceHandler::getDaemonServiceEnableStatus(kServiceUnit));
+}
+
+void MainWindow::updateDaemonServiceEnableStatusButton(bool enabled)
+{
+    // The check mark is left to the box itself, also when the command failed: the tool tip tells
+    // the truth. Deliberate.
+    ui->toggleDaemonButton->setToolTip(
+        enabled ? tr("Click here to disable the automatic startup of KOR Vistrel service. This "
+                     "will allow the direct usage of the cameras in other softwares.")
+                : tr("Click here to enable the automatic startup of KOR Vistrel service. This "
+                     "will prevent the direct usage of the cameras from other softwares."));
+    ui->toggleDaemonButton->repaint();
+}
+
+QLabel* MainWindow::waitLabel() const
+{
+    return ui->waitLabel;
+}

@@ -1,0 +1,152 @@
+// SPDX-License-Identifier: Apache-2.0
+// The window of the desktop mode.
+#pragma once
+
+#include <QElapsedTimer>
+#include <QList>
+#include <QMainWindow>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <cstdint>
+#include <memory>
+
+#include "capture/Camera.h"
+#include "capture/VirtualCameraInfos.h"
+#include "capture/sdk.h"
+#include "ui/drawbudget.h"
+
+QT_BEGIN_NAMESPACE
+class QLabel;
+QT_END_NAMESPACE
+class CameraWidget;
+class Style;
+class Ui_MainWindow;
+class VirtualCamHandler;
+
+/// Previews of the physical cameras, one editor row per virtual camera, the capture settings of all
+/// cameras, saving, and the service's start switch. Holds no capture or streaming logic: the
+/// controller listens to the signals and feeds cameras, frames and streaming states. GUI thread.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+
+public:
+    /// Builds the window and shows it.
+    explicit MainWindow(QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    /// Lists the capture resolutions of a model; no model empties both global lists.
+    void setGlobalCameraConfigurationContent(tq::MODEL model);
+
+    /// Lists the frame rates of a resolution (pixels) and selects the first.
+    void setAvailableFramerates(int width, int height, bool hdr);
+
+    /// Reads the global settings: frames per second, pixels. What the lists have no value for is
+    /// left as it is, but @p hdr is always set.
+    void getCurrentSettings(int& fps, int& width, int& height, bool& hdr);
+
+    /// Selects global settings and announces them, unless that would change nothing.
+    void setCurrentSettings(int fps, int width, int height, bool hdr);
+
+    /// Adds a row filled from a record of the configuration. Cameras of the record that are absent
+    /// are offered in this row too, so that saving does not lose them.
+    void addVirtualCamHandlerFromConfig(VirtualCameraInfos info);
+
+    /// The records of all rows, in the order of the rows' identities. Size, frame rate, IMU and HDR
+    /// come from the left camera; where a camera is absent the global settings fill them. A pair
+    /// whose cameras differ in size is left out.
+    QList<VirtualCameraInfos> getVirtualCameras();
+
+    /// The record of the first row with this virtual serial that can be streamed: both cameras are
+    /// there and of one size. A default record when there is none.
+    VirtualCameraInfos getVirtualCameraInfo(int virtualSerial);
+
+    /// Shows the label and hides what is of no use without cameras, or the other way round.
+    void SetNoCameraLabelVisible(bool visible);
+
+    /// Shows in the switch's tool tip whether the service starts automatically.
+    void updateDaemonServiceEnableStatusButton(bool enabled);
+
+    /// Applies fonts and style sheets.
+    void applyStyle();
+
+    /// A new identity for an editor: a random UUID in braces that no editor has.
+    QString generateUniqueID();
+
+    /// What each row says, by the row's identity.
+    QMap<QString, VirtualCameraInfos> editorRecords() const;
+
+    /// Gives rows their cameras back without signals, checks or boxes. A camera that is not in the
+    /// serial list is not chosen.
+    void restoreSerialChoices(const QMap<QString, VirtualCameraInfos>& records);
+
+    /// Where the window says what it waits for.
+    QLabel* waitLabel() const;
+
+signals:
+    /// Enumerate the cameras again.
+    void askCameras();
+    /// Save what getVirtualCameras() returns.
+    void saveConf();
+    /// Start the stream of a virtual camera.
+    void activateStream(int);
+    /// Stop the stream of a virtual camera.
+    void disableStream(uint64_t);
+    /// Resolution of one virtual camera: physical serials, width and height in pixels, HDR.
+    void resolutionChanged(QList<int>, int, int, bool);
+    /// Resolution of all cameras: frames per second, width and height in pixels, HDR.
+    void resolutionAndFPSChanged(int, int, int, bool);
+
+public slots:
+    /// Shows the description of a camera in its panel.
+    void updateCameraWidget(int serial, CameraInfos infos);
+    /// Shows a frame in its camera's panel, at most one every 31 ms per panel. A frame of another
+    /// size than the one in the panel's description is dropped, and so is one that there is no time
+    /// to draw (see DrawBudget).
+    void updateCameraFrame(int serial, tq::Mat frame);
+    void addCameraWidget(int serial_number);
+    void removeCameraWidget(int serial_number);
+    /// Adds an empty row.
+    void addVirtualCamHandler();
+    void removeVirtualCamHandler(QString uuid_);
+    /// Offers these physical serials in all rows, which clears every row's choices.
+    void updateSerialList(QStringList serials);
+    void onResolutionChanged(QList<int> serials, int width, int height, bool is_hdr);
+    /// Shows in every row with this virtual serial whether it streams.
+    void UpdateStreamingStatus(unsigned long serial, bool on);
+    /// Lists the frame rates of the selected global resolution; the text is not looked at.
+    void onGlobalResolutionChanged(QString text);
+    void onApplyGlobalCameraConfiguration();
+    /// Asks to stop the stream of every row.
+    void stopVirtualStreamers();
+    /// Switches the service's automatic start.
+    void toggleDaemonService();
+    /// Removes every panel and asks for the cameras.
+    void requestCameras();
+    void requestConfSave();
+
+protected:
+    /// Draws a frame.
+    virtual void drawPreview(CameraWidget& panel, const tq::Mat& frame);
+
+    /// A candidate for generateUniqueID().
+    virtual QString makeIdentity() const;
+
+private:
+    void connectControls();
+    VirtualCamHandler* createEditor(const QString& identity, const QStringList& serials);
+    bool connectEditor(VirtualCamHandler* editor);
+    void insertEditor(const QString& identity, VirtualCamHandler* editor, int position);
+    CameraWidget* panelOf(std::uint64_t serial) const;
+    void fillFromGlobalSettings(VirtualCameraInfos& record, const QString& identity);
+
+    std::unique_ptr<Style> style;
+    std::unique_ptr<Ui_MainWindow> ui;
+    QMap<QString, CameraWidget*> cameraPanels;  // by physical serial; an entry may be null
+    QMap<QString, qint64> lastPreviewTimes;     // by physical serial, ms of the system clock
+    QMap<QString, VirtualCamHandler*> editors;  // by identity: walks follow the keys, not the rows
+    QStringList serialList;
+    QMap<QString, VirtualCameraInfos> loadedRecords;  // by identity, of rows from the configuration
+    DrawBudget drawBudget;
+    QElapsedTimer clock;
+};

@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: Apache-2.0
+// Editor of one virtual stereo camera: a row of the main window.
+#include "ui/virtualcamhandler.h"
+
+#include <QComboBox>
+#include <QDebug>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QSignalBlocker>
+#include <QSize>
+#include <QVariant>
+#include <random>
+
+#include "capture/Camera.h"
+#include "ui/style.h"
+#include "ui_virtualcamhandler.h"
+
+namespace {
+
+constexpr int kLeft = 0;
+constexpr int kRight = 1;
+constexpr unsigned int kFirstPort = 34000;
+constexpr unsigned int kPortStep = 10;
+constexpr int kFamilyDigits = 2;
+constexpr std::uint64_t kFirstVirtualSerial = 100000001;
+constexpr std::uint64_t kLastVirtualSerial = 109999999;
+
+// The 32-bit Mersenne Twister with a 64-bit result type.
+using VirtualSerialEngine =
+    std::mersenne_twister_engine<std::uint64_t, 32, 624, 397, 31, 0x9908B0DF, 11, 0xFFFFFFFF, 7,
+                                 0x9D2C5680, 15, 0xEFC60000, 18, 1812433253>;
+
+}  // namespace
+
+VirtualCamHandler::VirtualCamHandler(QString identity, QWidget* parent)
+    : QWidget(parent), ui(std::make_unique<Ui_Form>()), uuid(std::move(identity))
+{
+    // The signal's type by the name under which it is declared, for queued connections and spies.
+    qRegisterMetaType<uint64_t>("uint64_t");
+    ui->setupUi(this);
+    setAttribute(Qt::WA_StyledBackground);
+    connect(ui->RemoveButton, SIGNAL(clicked()), this, SLOT(triggerRemove()));
+    connect(ui->VirtualSNGenerateButton, SIGNAL(clicked()), this, SLOT(generateVirtualSN()));
+    if (!connect(ui->TestButton, SIGNAL(clicked()), this, SLOT(requestStreamTest()))) {
+        qDebug() << "Failed to connect streaming signal.";
+    }
+    connect(
+        ui->LeftSensorSNChoice, &QComboBox::currentTextChanged, ui->LeftSensorSNChoice,
+        [this](const QString& text) { SensorSNChanged(kLeft, text); }, Qt::DirectConnection);
+    connect(
+        ui->RightSensorSNChoice, &QComboBox::currentTextChanged, ui->RightSensorSNChoice,
+        [this](const QString& text) { SensorSNChanged(kRight, text); }, Qt::DirectConnection);
+    ui->resolutionComboBox->hide();
+    // The title stays in the row; without its list it is shown as what it is, out of use here.
+    ui->resolutionTitle->setEnabled(false);
+    ui->resolutionTitle->setToolTip(
+        tr("One resolution for all cameras is chosen at the top of the window."));
+    style = std::make_unique<Style>();
+    applyStyle();
+}
+
+VirtualCamHandler::~VirtualCamHandler() = default;
+
+void VirtualCamHandler::updateResolutions(QString serial, tq::Resolution resolution, QString tip)
+{
+    QComboBox* const list = ui->resolutionComboBox;
+    const QString former = list->currentText();
+    const std::vector<CameraResolutionDefinition> modes = KTCamera::getAvailableResolutions(serial);
+    list->clear();
+    list->setToolTip(tip);
+    bool formerIsOffered = false;
+    for (const CameraResolutionDefinition& mode : modes) {
+        const QString text = QStringLiteral("%1 x %2%3")
+                                 .arg(mode.width)
+                                 .arg(mode.height)
+                                 .arg(mode.hdr ? QStringLiteral(" HDR") : QString());
+        list->addItem(text, QSize(static_cast<int>(mode.width), static_cast<int>(mode.height)));
+        formerIsOffered = formerIsOffered || text == former;
+    }
+    if (formerIsOffered && resolution.width == 0 && resolution.height == 0) {
+        list->setCurrentText(former);
+    }
+}
+
+void VirtualCamHandler::updateSerials(QStringList serials)
+{
+    for (QComboBox* const choice : {ui->LeftSensorSNChoice, ui->RightSensorSNChoice}) {
+        const QSignalBlocker blocker(choice);
+        choice->clear();
+        choice->addItems(serials);
+        choice->setCurrentIndex(-1);
+    }
+}
+
+void VirtualCamHandler::updatePort(unsigned int index)
+{
+    setPort(kFirstPort + kPortStep * index);
+}
+
+void VirtualCamHandler::setPort(unsigned int port)
+{
+    ui->RTPPortChoice->setValue(static_cast<int>(port));
+}
+
+void VirtualCamHandler::setVirtualSN(unsigned int serial)
+{
+    // The member keeps its value, deliberately: see there.
+    ui->VirtualCamSNEdit->setText(QString::number(serial));
+}
+
+void VirtualCamHandler::setSerial(int side, unsigned int serial)
+{
+    if (QComboBox* const choice = serialChoice(side)) {
+        choice->setCurrentText(QString::number(serial));
+    }
+}
+
+void VirtualCamHandler::restoreChoices(std::uint64_t leftSerial, std::uint64_t rightSerial)
+{
+    const QSignalBlocker leftBlocker(ui->LeftSensorSNChoice);
+    const QSignalBlocker rightBlocker(ui->RightSensorSNChoice);
+    ui->LeftSensorSNChoice->setCurrentIndex(
+        ui->LeftSensorSNChoice->findText(QString::number(leftSerial)));
+    ui->RightSensorSNChoice->setCurrentIndex(
+        ui->RightSensorSNChoice->findText(QString::number(rightSerial)));
+}
+
+VirtualCameraInfos VirtualCamHandler::getInfos() const
+{
+    VirtualCameraInfos infos;
+    infos.virtualSerialNumber = ui->VirtualCamSNEdit->text().toULongLong();
+    infos.leftSerialNumber = ui->LeftSensorSNChoice->currentText().toULongLong();
+    infos.rightSerialNumber = ui->RightSensorSNChoice->currentText().toULongLong();
+    infos.port = static_cast<std::uint32_t>(ui->RTPPortChoice->value());
+    return infos;
+}
+
+int VirtualCamHandler::shownSerial() const
+{
+    return ui->VirtualCamSNEdit->text().toInt();
+}
+
+void VirtualCamHandler::resetStreamButton()
+{
+    UpdateStreamingStatus(false);
+    ui->TestButton->setChecked(false);
+}
+
+void VirtualCamHandler::applyStyle()
+{
+    for (QLabel* const title :
+         {ui->VTCamSNTitle, ui->LeftSensorTitle, ui->RightSensorTitle, ui->resolutionTitle}) {
+        title->setFont(style->fontText);
+    }
+    ui->VirtualCamSNEdit->setStyleSheet(style->lineEdit);
+    ui->VirtualCamSNEdit->setFont(style->fontText);
+    ui->VirtualSNGenerateButton->setStyleSheet(style->pushButton);
+    ui->VirtualSNGenerateButton->setFont(style->fontButton);
+    for (QComboBox* const choice :
+         {ui->LeftSensorSNChoice, ui->RightSensorSNChoice, ui->resolutionComboBox}) {
+        choice->setStyleSheet(style->comboBox);
+        choice->setFont(style->fontText);
+    }
+    ui->RemoveButton->setStyleSheet(style->removeButton);
+    ui->TestButton->setStyleSheet(style->streamButtonIdle);
+    ui->TestButton->setFont(style->fontButton);
+}
+
+void VirtualCamHandler::UpdateStreamingStatus(bool enable)
+{
+    ui->TestButton->setStyleSheet(enable ? style->streamButtonActive : style->streamButtonIdle);
+    ui->TestButton->setText(enable ? tr("Streaming...") : tr("Stream"));
+    ui->TestButton->setToolTip(enable ? tr("Stop the streaming of the virtual camera.")
+                                      : tr("Start the streaming of the virtual camera."));
+    ui->TestButton->repaint();
+}
+
+void VirtualCamHandler::triggerRemove()
+{
+    emit remove(uuid);
+}
+
+void VirtualCamHandler::generateVirtualSN()
+{
+    std::random_device source("default");
+    VirtualSerialEngine engine(source() & 0xFFFFFFFFu);
+    std::uniform_int_distribution<std::uint64_t> range(kFirstVirtualSerial, kLastVirtualSerial);
+    // Not checked against any other serial: two rows may draw the same number. Deliberate.
+    virtualSerial = range(engine);
+    ui->VirtualCamSNEdit->setText(QStringLiteral("%1").arg(virtualSerial, 0, 10, QLatin1Char(' ')));
+}
+
+void VirtualCamHandler::requestStreamTest()
+{
+    emit activateStream(static_cast<int>(ui->VirtualCamSNEdit->text().toULongLong()));
+}
+
+void VirtualCamHandler::SensorSNChanged(int side, QString text)
+{
+    if (text.isEmpty()) {
+        return;
+    }
+    emit disableStream(virtualSerial);
+    UpdateStreamingStatus(false);
+
+    const QString left = ui->LeftSensorSNChoice->currentText();
+    const QString right = ui->RightSensorSNChoice->currentText();
+    if (left == right) {
+        refuseChoice(side, tr("The same camera was selected twice: ") + left);
+        return;
+    }
+    // The first two digits name the sensor family; comparing them is the whole test. Deliberate.
+    if (left.left(kFamilyDigits) != right.left(kFamilyDigits) && !left.isEmpty() &&
+        !right.isEmpty()) {
+        refuseChoice(side, tr("Unable to mix KOR Solos that have different sensors: ") + left +
+                               tr(" and ") + right);
+    }
+}
+
+void VirtualCamHandler::onResolutionChanged(QString text)
+{
+    if (text.isEmpty()) {
+        return;
+    }
+    const bool hdr = text.contains(QLatin1String("HDR"));
+    const QVariant mode = ui->resolutionComboBox->currentData();
+    if (!mode.canConvert<QSize>()) {
+        qDebug() << "Error: unsupported resolution.";
+        return;
+    }
+    const QSize size = mode.toSize();
+    UpdateStreamingStatus(false);
+    const QList<int> serials{ui->LeftSensorSNChoice->currentText().toInt(),
+                             ui->RightSensorSNChoice->currentText().toInt()};
+    emit disableStream(virtualSerial);
+    emit resolutionChanged(serials, size.width(), size.height(), hdr);
+}
+
+QComboBox* VirtualCamHandler::serialChoice(int side) const
+{
+    switch (side) {
+        case kLeft: return ui->LeftSensorSNChoice;
+        case kRight: return ui->RightSensorSNChoice;
+        default: return nullptr;
+    }
+}
+
+void VirtualCamHandler::refuseChoice(int side, const QString& text)
+{
+    QMessageBox box(QMessageBox::Warning, tr("Warning"), text, QMessageBox::Ok, this);
+    box.exec();
+    // The row's own signals are blocked, not those of the list: the list's change to empty still
+    // arrives and is ignored there. Deliberate.
+    const QSignalBlocker blocker(this);
+    if (QComboBox* const choice = serialChoice(side)) {
+        choice->setCurrentIndex(-1);
+    }
+}
