@@ -1,0 +1,311 @@
+// SPDX-License-Identifier: Apache-2.0
+// Capture of one camera: a thread that fills buffers from the camera's source.
+#include <atomic>
+#include <exception>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "sdk/camera/cameralock.h"
+#include "sdk/camera/flip.h"
+#include "sdk/camera/frameslots.h"
+#include "sdk/camera/provider.h"
+#include "sdk/core/log.h"
+#include "sdk/imu/imuhistory.h"
+#include "sdk/sources/framesource.h"
+#include "tq_kor/camera.h"
+
+namespace tq {
+
+namespace {
+
+constexpr int kNewFrame = 1;
+constexpr int kNoNewFrame = 0;
+constexpr int kCameraFailed = -1;
+constexpr int kWidest = 8192;
+constexpr int kHighest = 8192;
+constexpr int kFastest = 240;
+
+bool isUsable(const FrameRequest& request)
+{
+    return request.width >= 2 && request.width <= kWidest && request.height >= 1 &&
+           request.height <= kHighest && request.fps >= 1 && request.fps <= kFastest;
+}
+
+int report(ErrorCode code, const std::string& what, const std::string& reason)
+{
+    logLine(what + ": " + (reason.empty() ? toString(code).c_str() : reason));
+    return static_cast<int>(code);
+}
+
+}  // namespace
+
+struct KORmcu::Private {
+    std::shared_ptr<ImuHistory> history;
+};
+
+KORmcu::KORmcu(std::unique_ptr<Private> implementation) : d(std::move(implementation)) {}
+
+KORmcu::~KORmcu() = default;
+
+std::list<IMUPacket> KORmcu::getIMUPacketBatch(unsigned long from, unsigned long to)
+{
+    return d->history->between(from, to, systemClock().now());
+}
+
+struct LiveCameraGrabber::Private {
+    struct McuDeleter {
+        void operator()(KORmcu* mcu) const { delete mcu; }
+    };
+
+    bool isOpen = false;
+    bool verbose = false;
+    bool flip = false;
+    CameraLock lock;
+    std::unique_ptr<FrameSource> source;
+    std::unique_ptr<FrameSlots> slots;
+    std::shared_ptr<ImuHistory> history;
+    std::unique_ptr<KORmcu, McuDeleter> mcu;
+    std::vector<unsigned char> unflipped;
+    std::thread producer;
+    std::atomic<bool> failed{false};
+    std::uint64_t delivered = 0;
+    bool hasFrame = false;
+    IMUPacket noPacket{};
+
+    // Read by any thread.
+    std::atomic<int> width{0};
+    std::atomic<int> height{0};
+    std::atomic<int> fps{0};
+    std::atomic<int> serial{0};
+    std::atomic<MODEL> model{MODEL::LAST};
+    std::atomic<bool> mcuPresent{false};
+
+    ErrorCode openCamera(const rig::CameraSettings& camera, const FrameRequest& request,
+                         IMU_FREQ imuFrequency, std::string& reason);
+    void produce();
+    void produceInto(FrameSlots::Slot& slot, FrameResult& result);
+    void reset();
+};
+
+ErrorCode LiveCameraGrabber::Private::openCamera(const rig::CameraSettings& camera,
+                                                 const FrameRequest& request, IMU_FREQ imuFrequency,
+                                                 std::string& reason)
+{
+    const ErrorCode locked = lock.acquire(camera.serial, reason);
+    if (locked != ErrorCode::SUCCESS) {
+        return locked;
+    }
+    ImuSourceResult imu = makeImuSource(camera, imuFrequency);
+    if (!imu.error.empty()) {
+        reason = imu.error;
+        return ErrorCode::SOURCE_UNAVAILABLE;
+    }
+    source = makeFrameSource(camera);
+    SourceResult opened = source->open(request);
+    if (opened.code != ErrorCode::SUCCESS) {
+        reason = std::move(opened.reason);
+        return opened.code;
+    }
+    if (imu.source != nullptr) {
+        history = std::make_shared<ImuHistory>(std::move(imu.source), systemClock().now());
+        mcu.reset(new KORmcu(std::make_unique<KORmcu::Private>(KORmcu::Private{history})));
+    }
+    const FrameFormat format = source->format();
+    slots = std::make_unique<FrameSlots>(format.bytes());
+    if (flip) {
+        unflipped.resize(format.bytes());
+    }
+    width = format.width;
+    height = format.height;
+    fps = format.fps;
+    serial = camera.serial;
+    model = camera.model;
+    mcuPresent = history != nullptr;
+    return ErrorCode::SUCCESS;
+}
+
+void LiveCameraGrabber::Private::produceInto(FrameSlots::Slot& slot, FrameResult& result)
+{
+    // A flipped picture passes through one buffer that is the source's alone.
+    const FrameBuffer buffer = flip ? FrameBuffer{unflipped.data(), 0}
+                                    : FrameBuffer{slot.pixels.data(), slots->fillingIndex()};
+    result = source->next(buffer, slot.timestamp);
+    if (result != FrameResult::FRAME) {
+        return;
+    }
+    if (flip) {
+        turnAround(unflipped.data(), slot.pixels.data(), width, height);
+    }
+    if (history != nullptr) {
+        history->advance(slot.timestamp);
+        slot.imu = history->latest(slot.timestamp);
+    }
+}
+
+void LiveCameraGrabber::Private::produce()
+{
+    try {
+        FrameResult result = FrameResult::FRAME;
+        while (true) {
+            produceInto(slots->filling(), result);
+            if (result != FrameResult::FRAME) {
+                break;
+            }
+            slots->publish();
+        }
+        if (result == FrameResult::FAILED) {
+            logLine("camera S/N " + std::to_string(serial) + " failed: " + source->failure());
+            failed = true;
+        }
+    } catch (const std::exception& error) {
+        logLine("camera S/N " + std::to_string(serial) + " failed: " + error.what());
+        failed = true;
+    }
+}
+
+void LiveCameraGrabber::Private::reset()
+{
+    mcu.reset();
+    history.reset();
+    source.reset();
+    slots.reset();
+    unflipped = {};
+    lock.release();
+    isOpen = false;
+    failed = false;
+    hasFrame = false;
+    delivered = 0;
+    width = height = fps = serial = 0;
+    model = MODEL::LAST;
+    mcuPresent = false;
+}
+
+LiveCameraGrabber::LiveCameraGrabber(INPUT_TYPE) : d(std::make_unique<Private>()) {}
+
+LiveCameraGrabber::~LiveCameraGrabber()
+{
+    close(true);
+}
+
+// A rig has mono cameras only, and its sources decide themselves what they are connected to.
+void LiveCameraGrabber::setMonoCapture(bool) {}
+void LiveCameraGrabber::setInputType(INPUT_TYPE) {}
+
+int LiveCameraGrabber::setUp(int& id, int width, int height, int fps, int, bool flip,
+                             IMU_FREQ imuFrequency, bool verbose, bool hdr)
+{
+    const std::string what = "camera " + std::to_string(id);
+    if (d->isOpen) {
+        return report(ErrorCode::ALREADY_OPEN, what, "");
+    }
+    const FrameRequest request{width / 2 * 2, height, fps, hdr};
+    if (!isUsable(request)) {
+        return report(ErrorCode::INVALID_RESOLUTION, what, "");
+    }
+    const auto rig = Provider::instance().currentRig(false);
+    if (rig == nullptr) {
+        return static_cast<int>(ErrorCode::INVALID_RIG);
+    }
+    const rig::CameraSettings* camera = rig->find(id);
+    if (camera == nullptr) {
+        return report(ErrorCode::CAMERA_NOT_FOUND, what, "");
+    }
+    d->flip = flip;
+    d->verbose = verbose;
+    std::string reason;
+    const ErrorCode code = d->openCamera(*camera, request, imuFrequency, reason);
+    if (code != ErrorCode::SUCCESS) {
+        d->reset();
+        return report(code, what, code == ErrorCode::CAMERA_BUSY ? "" : reason);
+    }
+    d->isOpen = true;
+    d->producer = std::thread(&Private::produce, d.get());
+    if (verbose) {
+        logLine(what + " opened");
+    }
+    return 0;
+}
+
+int LiveCameraGrabber::getEffectiveWidth() const
+{
+    return d->width;
+}
+
+int LiveCameraGrabber::getEffectiveHeight() const
+{
+    return d->height;
+}
+
+int LiveCameraGrabber::getFPS() const
+{
+    return d->fps;
+}
+
+int LiveCameraGrabber::getSerialNumber() const
+{
+    return d->serial;
+}
+
+MODEL LiveCameraGrabber::getCameraModel() const
+{
+    return d->model;
+}
+
+bool LiveCameraGrabber::hasMCU() const
+{
+    return d->mcuPresent;
+}
+
+int LiveCameraGrabber::getFrameStatus()
+{
+    if (!d->isOpen) {
+        return kNoNewFrame;
+    }
+    if (d->slots->takeNewest()) {
+        d->hasFrame = true;
+        ++d->delivered;
+        return kNewFrame;
+    }
+    return d->failed ? kCameraFailed : kNoNewFrame;
+}
+
+unsigned char* LiveCameraGrabber::getPixels()
+{
+    return d->hasFrame ? d->slots->reading().pixels.data() : nullptr;
+}
+
+Timestamp LiveCameraGrabber::getTimeStamp()
+{
+    return d->hasFrame ? d->slots->reading().timestamp : 0;
+}
+
+IMUPacket& LiveCameraGrabber::getIMUPacket()
+{
+    return d->hasFrame ? d->slots->reading().imu : d->noPacket;
+}
+
+KORmcu* LiveCameraGrabber::getMCU()
+{
+    return d->mcu.get();
+}
+
+void LiveCameraGrabber::close(bool)
+{
+    if (!d->isOpen) {
+        return;
+    }
+    // The frame in flight takes some milliseconds at most, so there is nothing to force.
+    d->source->stop();
+    d->producer.join();
+    const std::uint64_t skipped = d->source->skippedFrames() + d->slots->overwrittenFrames();
+    if (skipped > 0 || d->verbose) {
+        logLine("camera S/N " + std::to_string(d->serial) +
+                " closed: " + std::to_string(d->delivered) + " frames delivered, " +
+                std::to_string(skipped) + " skipped");
+    }
+    d->reset();
+}
+
+}  // namespace tq

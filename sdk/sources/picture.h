@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+// A recorded picture: read from PNG, scaled to packed YUYV.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tq {
+
+/// Planar picture, 8 bits, full range. Grey pictures have no chroma planes.
+struct Picture {
+    int width = 0;   ///< pixels
+    int height = 0;  ///< pixels
+    std::vector<std::uint8_t> luma;
+    std::vector<std::uint8_t> u;  ///< half as wide, rounded up
+    std::vector<std::uint8_t> v;
+
+    std::size_t bytes() const { return luma.size() + u.size() + v.size(); }
+};
+
+/// Reads a PNG file: grey as it is, everything else converted with the BT.601 matrix.
+/// @return false with a reason when the file is no usable picture
+bool readPng(const std::string& path, Picture& picture, std::string& reason);
+
+/// Scales pictures; keeps its working memory.
+class PictureScaler {
+public:
+    /// @param width,height size to scale to, pixels; width even
+    PictureScaler(int width, int height);
+
+    /// @param yuyv packed, width × height × 2 bytes
+    void scale(const Picture& picture, std::uint8_t* yuyv);
+
+private:
+    int width;
+    int height;
+    std::vector<std::uint8_t> luma;
+    std::vector<std::uint8_t> u;
+    std::vector<std::uint8_t> v;
+    std::vector<std::uint8_t> neutral;
+};
+
+}  // namespace tq
