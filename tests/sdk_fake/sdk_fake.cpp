@@ -231,6 +231,11 @@ void onFrame(
     world().onFrame = std::move(function);
 }
 
+int heldCalls()
+{
+    return world().heldCalls;
+}
+
 void blockIngest(bool block)
 {
     world().ingestBlocked = block;

@@ -191,6 +191,9 @@ void onFrame(
     std::function<void(const Sender& sender, const unsigned char* pixels, tq::Timestamp timestamp)>
         function);
 
+/// How many calls blockFrameStatus and blockIngest hold at this moment.
+int heldCalls();
+
 /// Holds every call of ingestYUVFrame until it is called with false. The thread inside can be
 /// cancelled.
 void blockIngest(bool block);

@@ -53,6 +53,10 @@ void misuse(const std::string& text)
 
 void waitWhile(const std::atomic<bool>& flag)
 {
+    if (!flag) {
+        return;
+    }
+    const Inside held(world().heldCalls);
     while (flag) {
         const timespec millisecond{0, 1'000'000};
         nanosleep(&millisecond, nullptr);

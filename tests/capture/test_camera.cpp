@@ -1,0 +1,450 @@
+// SPDX-License-Identifier: Apache-2.0
+// The capture worker on a scripted camera.
+#include <QtTest>
+#include <algorithm>
+#include <cstring>
+
+#include "capture/Camera.h"
+#include "tests/sdk_fake/sdk_fake.h"
+#include "tests/support/comparisons.h"
+#include "tests/support/messagelog.h"
+
+namespace {
+
+constexpr int kSerial = 30123456;
+
+sdkfake::CameraSetup cameraSetup()
+{
+    sdkfake::CameraSetup setup;
+    setup.id = 5;
+    setup.serial = kSerial;
+    return setup;
+}
+
+struct Received {
+    int serial = 0;
+    tq::Mat image;
+    tq::IMUPacket imu{};
+    std::vector<tq::IMUPacket> imus;
+};
+
+/// Keeps what a worker emits; lives on the thread that made it.
+class Receiver : public QObject {
+public:
+    explicit Receiver(KTCamera& camera)
+    {
+        connect(
+            &camera, &KTCamera::sendYUYVImage, this,
+            [this](int serial, tq::Mat image, tq::IMUPacket imu, std::vector<tq::IMUPacket> imus) {
+                received.push_back({serial, image, imu, imus});
+            });
+    }
+
+    std::vector<Received> received;
+};
+
+bool samePacket(const tq::IMUPacket& left, const tq::IMUPacket& right)
+{
+    return std::memcmp(&left, &right, sizeof left) == 0;
+}
+
+QByteArray pixels(const tq::Mat& image, int count)
+{
+    return QByteArray(image.getPtr<char>(tq::MEM(1)), count);
+}
+
+tq::Timestamp timestampAtByte120(const tq::Mat& image)
+{
+    tq::Timestamp timestamp;
+    std::memcpy(&timestamp, reinterpret_cast<const char*>(&image) + 120, sizeof timestamp);
+    return timestamp;
+}
+
+int countCalls(const QString& text, unsigned kinds = sdkfake::Control)
+{
+    return toList(sdkfake::callTexts(kinds)).filter(text).size();
+}
+
+}  // namespace
+
+class CameraTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        sdkfake::reset();
+        sdkfake::addCamera(cameraSetup());
+    }
+    void cleanup() { QCOMPARE(toList(sdkfake::misuses()), QStringList()); }
+
+    void construction()
+    {
+        const KTCamera camera;
+        QCOMPARE(toList(sdkfake::callTexts(sdkfake::Everything)),
+                 QStringList({"LiveCameraGrabber#1.LiveCameraGrabber(4)",
+                              "LiveCameraGrabber#1.setMonoCapture(true)",
+                              "LiveCameraGrabber#1.setInputType(3)"}));
+        QVERIFY(!camera.isRunning());
+    }
+
+    void metaObject()
+    {
+        const QMetaObject& meta = KTCamera::staticMetaObject;
+        QCOMPARE(QString(meta.superClass()->className()), QString("QThread"));
+        QStringList signatures;
+        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+            if (meta.method(i).methodType() == QMetaMethod::Signal) {
+                signatures << meta.method(i).methodSignature();
+            }
+        }
+        QCOMPARE(
+            signatures,
+            QStringList("sendYUYVImage(int,tq::Mat,tq::IMUPacket,std::vector<tq::IMUPacket>)"));
+    }
+
+    void recordsAreRegistered()
+    {
+        const KTCamera camera;
+        for (const char* name : {"tq::Mat", "tq::IMUPacket", "std::vector<tq::IMUPacket>"}) {
+            QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
+        }
+    }
+
+    void setUpArguments_data()
+    {
+        QTest::addColumn<bool>("hdr");
+        QTest::addColumn<QString>("call");
+        QTest::newRow("HDR") << true << "setUp(5, 8, 4, 60, 2, false, 2, false, true) = 0";
+        QTest::newRow("no HDR") << false << "setUp(5, 8, 4, 60, 2, false, 2, false, false) = 0";
+    }
+    void setUpArguments()
+    {
+        QFETCH(bool, hdr);
+        QFETCH(QString, call);
+        KTCamera camera;
+        sdkfake::clearCalls();
+        QCOMPARE(camera.open(5, tq::Resolution(8, 4), 60, hdr), 0);
+        QVERIFY(camera.isRunning());
+        QCOMPARE(toList(sdkfake::callTexts()), QStringList("LiveCameraGrabber#1." + call));
+        QCOMPARE(camera.getInfos().hdr, hdr);
+    }
+
+    void description()
+    {
+        sdkfake::CameraSetup setup = cameraSetup();
+        setup.model = tq::MODEL::KOR_TSOLO_UHD;
+        setup.rewrittenId = 17;
+        setup.effectiveWidth = 6;
+        setup.effectiveHeight = 3;
+        setup.effectiveFps = 25;
+        sdkfake::changeCamera(setup);
+
+        const MessageLog log;
+        KTCamera camera;
+        QCOMPARE(camera.open(5, tq::Resolution(8, 4), 60, true), 0);
+        QCOMPARE(camera.getSN(), std::int64_t{kSerial});
+        QCOMPARE(camera.getWith(), 6);
+        QCOMPARE(camera.getHeight(), 3);
+        const CameraInfos infos = camera.getInfos();
+        QCOMPARE(infos.id, 17);
+        QCOMPARE(infos.serial_number, std::int64_t{kSerial});
+        QVERIFY(infos.model == tq::MODEL::KOR_TSOLO_UHD);
+        QCOMPARE(infos.width, 6);
+        QCOMPARE(infos.height, 3);
+        QCOMPARE(infos.fps, 25);
+        QVERIFY(infos.hasMCU);
+        QVERIFY(infos.hdr);
+        QCOMPARE(log.debugMessages("[KTCamera]"),
+                 QStringList("[KTCamera] Camera  30123456  opened at resolution  6  x  3  and "
+                             "fps  25"));
+    }
+
+    void withoutMicroController()
+    {
+        sdkfake::CameraSetup setup = cameraSetup();
+        setup.hasMcu = false;
+        sdkfake::changeCamera(setup);
+
+        KTCamera camera;
+        Receiver receiver(camera);
+        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+        QVERIFY(!camera.getInfos().hasMCU);
+        for (const int n : {1, 2, 3}) {
+            sdkfake::pushFrame(kSerial, static_cast<tq::Timestamp>(n) * 1000,
+                               static_cast<std::uint8_t>(n));
+        }
+        QTRY_COMPARE(receiver.received.size(), std::size_t{3});
+        for (const Received& frame : receiver.received) {
+            QVERIFY(frame.imus.empty());
+        }
+        QCOMPARE(countCalls("getIMUPacketBatch", sdkfake::Frame), 0);
+    }
+
+    void setUpFailure_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("positive") << 7 << "[KTCamera] Setup State error :  7";
+        QTest::newRow("negative") << -3 << "[KTCamera] Setup State error :  -3";
+    }
+    void setUpFailure()
+    {
+        QFETCH(int, code);
+        QFETCH(QString, message);
+        sdkfake::CameraSetup setup = cameraSetup();
+        setup.setUpResult = code;
+        sdkfake::changeCamera(setup);
+
+        KTCamera camera;
+        {
+            const MessageLog log;
+            QCOMPARE(camera.open(5, tq::Resolution(8, 4), 60, false), code);
+            QCOMPARE(log.debugMessages("[KTCamera]"), QStringList(message));
+        }
+        QVERIFY(!camera.isRunning());
+        camera.close();
+        QCOMPARE(countCalls(".close("), 0);
+
+        // A failure leaves the worker able to open.
+        setup.setUpResult = 0;
+        sdkfake::changeCamera(setup);
+        QCOMPARE(camera.open(5, tq::Resolution(8, 4), 60, false), 0);
+        QVERIFY(camera.isRunning());
+    }
+
+    void openTwice()
+    {
+        KTCamera camera;
+        QCOMPARE(camera.open(5, tq::Resolution(8, 4), 60, false), 0);
+        // The capture thread asks for the micro-controller as it starts.
+        QTRY_COMPARE(countCalls("getMCU", sdkfake::Query), 1);
+        sdkfake::clearCalls();
+        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, true), -1);
+        QCOMPARE(toList(sdkfake::callTexts(sdkfake::Everything)), QStringList());
+        QVERIFY(camera.isRunning());
+        QCOMPARE(camera.getWith(), 8);
+        QVERIFY(!camera.getInfos().hdr);
+
+        Receiver receiver(camera);
+        sdkfake::pushFrame(kSerial, 1000, 1);
+        QTRY_COMPARE(receiver.received.size(), std::size_t{1});
+    }
+
+    void frame()
+    {
+        KTCamera camera;
+        Receiver receiver(camera);
+        QThread* emitter = nullptr;
+        connect(
+            &camera, &KTCamera::sendYUYVImage, &camera,
+            [&emitter] { emitter = QThread::currentThread(); }, Qt::DirectConnection);
+        QCOMPARE(camera.open(5, tq::Resolution(3, 2), 30, false), 0);
+
+        std::vector<std::uint8_t> content(12);
+        for (std::size_t i = 0; i < content.size(); ++i) {
+            content[i] = static_cast<std::uint8_t>(200 + i);
+        }
+        const tq::Timestamp timestamp = 1'700'000'000'123'456'789;
+        const tq::IMUPacket latest = sdkfake::makeImuPacket(77, timestamp - 5);
+        sdkfake::pushFrame(kSerial, timestamp, content, latest);
+        QTRY_COMPARE(receiver.received.size(), std::size_t{1});
+
+        const Received& got = receiver.received.front();
+        QCOMPARE(got.serial, kSerial);
+        QCOMPARE(got.image.getWidth(), std::size_t{3});
+        QCOMPARE(got.image.getHeight(), std::size_t{2});
+        QVERIFY(got.image.getType() == tq::MAT_TYPE(5));
+        QCOMPARE(got.image.getStepBytes(tq::MEM(1)), std::size_t{6});
+        QCOMPARE(pixels(got.image, 12), QByteArray(reinterpret_cast<char*>(content.data()), 12));
+        QCOMPARE(timestampAtByte120(got.image), timestamp);
+        QVERIFY(samePacket(got.imu, latest));
+        QVERIFY(got.imus.empty());
+        QCOMPARE(emitter, static_cast<QThread*>(&camera));
+    }
+
+    void everyFrameOnceAndInOrder()
+    {
+        KTCamera camera;
+        Receiver receiver(camera);
+        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+        for (int n = 0; n < 200; ++n) {
+            sdkfake::pushFrame(kSerial, static_cast<tq::Timestamp>(1000 + n),
+                               static_cast<std::uint8_t>(n));
+            QVERIFY(waitUntil(
+                [&] { return receiver.received.size() == static_cast<std::size_t>(n + 1); }));
+            QCOMPARE(timestampAtByte120(receiver.received.back().image),
+                     static_cast<tq::Timestamp>(1000 + n));
+            QCOMPARE(pixels(receiver.received.back().image, 16),
+                     QByteArray(16, static_cast<char>(n)));
+            receiver.received.back().image = tq::Mat();
+        }
+    }
+
+    void failedStatusIsNoFrame()
+    {
+        sdkfake::CameraSetup setup = cameraSetup();
+        setup.idleStatus = -1;
+        sdkfake::changeCamera(setup);
+        KTCamera camera;
+        Receiver receiver(camera);
+        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+        sdkfake::pushFrame(kSerial, 1, 1);
+        QTRY_COMPARE(receiver.received.size(), std::size_t{1});
+        sdkfake::pushFrame(kSerial, 2, 2);
+        QTRY_COMPARE(receiver.received.size(), std::size_t{2});
+        camera.close();
+        QCoreApplication::processEvents();
+        QCOMPARE(receiver.received.size(), std::size_t{2});
+        QCOMPARE(countCalls("getPixels", sdkfake::Frame), 2);
+    }
+
+    void imageIsShallowCopy()
+    {
+        KTCamera camera;
+        Receiver first(camera);
+        Receiver second(camera);
+        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+        sdkfake::pushFrame(kSerial, 1, 1);
+        QTRY_COMPARE(first.received.size(), std::size_t{1});
+        QTRY_COMPARE(second.received.size(), std::size_t{1});
+        QCOMPARE(first.received[0].image.getPtr<char>(tq::MEM(1)),
+                 second.received[0].image.getPtr<char>(tq::MEM(1)));
+    }
+
+    // As many empty packets as real ones come first: deliberate, receivers rely on it.
+    void imuBatchIsDoubled()
+    {
+        KTCamera camera;
+        Receiver receiver(camera);
+        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+
+        for (const tq::Timestamp timestamp : {100, 200, 300, 1100, 2000, 2500}) {
+            sdkfake::pushImu(kSerial, sdkfake::makeImuPacket(timestamp, timestamp));
+        }
+        const std::vector<tq::Timestamp> frames = {300, 900, 2000, 3000};
+        const std::vector<std::vector<tq::Timestamp>> batches = {
+            {100, 200, 300}, {}, {1100, 2000}, {2500}};
+        for (std::size_t f = 0; f < frames.size(); ++f) {
+            sdkfake::pushFrame(kSerial, frames[f], 1);
+            QTRY_COMPARE(receiver.received.size(), f + 1);
+            const std::vector<tq::IMUPacket>& imus = receiver.received[f].imus;
+            const std::size_t count = batches[f].size();
+            QCOMPARE(imus.size(), 2 * count);
+            for (std::size_t i = 0; i < count; ++i) {
+                QVERIFY(samePacket(imus[i], tq::IMUPacket{}));
+                QVERIFY(samePacket(imus[count + i],
+                                   sdkfake::makeImuPacket(batches[f][i], batches[f][i])));
+            }
+        }
+        // Each batch begins where the frame before ended.
+        QCOMPARE(toList(sdkfake::callTexts(sdkfake::Frame)).filter("getIMUPacketBatch"),
+                 QStringList({"KORmcu#1.getIMUPacketBatch(0, 300) = 3",
+                              "KORmcu#1.getIMUPacketBatch(300, 900) = 0",
+                              "KORmcu#1.getIMUPacketBatch(900, 2000) = 2",
+                              "KORmcu#1.getIMUPacketBatch(2000, 3000) = 1"}));
+    }
+
+    void imuStartsAfreshWhenReopened()
+    {
+        KTCamera camera;
+        Receiver receiver(camera);
+        for (int round = 1; round <= 2; ++round) {
+            QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+            sdkfake::pushFrame(kSerial, static_cast<tq::Timestamp>(round) * 500, 1);
+            QTRY_COMPARE(receiver.received.size(), static_cast<std::size_t>(round));
+            camera.close();
+        }
+        QCOMPARE(toList(sdkfake::callTexts(sdkfake::Frame)).filter("getIMUPacketBatch"),
+                 QStringList({"KORmcu#1.getIMUPacketBatch(0, 500) = 0",
+                              "KORmcu#1.getIMUPacketBatch(0, 1000) = 0"}));
+    }
+
+    void closeReleasesTheCamera()
+    {
+        KTCamera camera;
+        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+        sdkfake::clearCalls();
+        camera.close();
+        QVERIFY(!camera.isRunning());
+        QCOMPARE(toList(sdkfake::callTexts()), QStringList("LiveCameraGrabber#1.close(true)"));
+        camera.close();
+        camera.graceFullyExit();
+        QCOMPARE(countCalls(".close("), 1);
+    }
+
+    void closeWithoutOpenTouchesNothing()
+    {
+        KTCamera camera;
+        sdkfake::clearCalls();
+        camera.close();
+        camera.graceFullyExit();
+        QCOMPARE(toList(sdkfake::callTexts(sdkfake::Everything)), QStringList());
+    }
+
+    void reopenAtAnotherSize()
+    {
+        KTCamera camera;
+        Receiver receiver(camera);
+        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+        sdkfake::pushFrame(kSerial, 1, 1);
+        QTRY_COMPARE(receiver.received.size(), std::size_t{1});
+        camera.graceFullyExit();
+        QCOMPARE(camera.open(5, tq::Resolution(16, 8), 60, true), 0);
+        sdkfake::pushFrame(kSerial, 2, 2);
+        QTRY_COMPARE(receiver.received.size(), std::size_t{2});
+        QCOMPARE(receiver.received[1].image.getWidth(), std::size_t{16});
+        QCOMPARE(pixels(receiver.received[1].image, 16 * 8 * 2), QByteArray(16 * 8 * 2, 2));
+    }
+
+    void destructionStopsTheThread()
+    {
+        {
+            KTCamera camera;
+            QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+            sdkfake::clearCalls();
+        }
+        QCOMPARE(toList(sdkfake::callTexts()),
+                 QStringList({"LiveCameraGrabber#1.close(true)",
+                              "LiveCameraGrabber#1.~LiveCameraGrabber()"}));
+    }
+
+    void stuckThreadIsTerminated()
+    {
+        KTCamera camera;
+        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+        sdkfake::blockFrameStatus(kSerial, true);
+        QTRY_COMPARE(sdkfake::heldCalls(), 1);
+        QElapsedTimer timer;
+        timer.start();
+        camera.close();
+        const qint64 elapsed = timer.elapsed();
+        sdkfake::blockFrameStatus(kSerial, false);
+        QVERIFY2(elapsed >= 2000, qPrintable(QString::number(elapsed)));
+        QVERIFY2(elapsed < 10000, qPrintable(QString::number(elapsed)));
+        QVERIFY(!camera.isRunning());
+        QCOMPARE(countCalls("LiveCameraGrabber#1.close(true)"), 1);
+    }
+
+    void framesAreTakenAtOnce()
+    {
+        KTCamera camera;
+        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
+        std::vector<qint64> delays;
+        for (int n = 0; n < 50; ++n) {
+            QElapsedTimer timer;
+            timer.start();
+            sdkfake::pushFrame(kSerial, static_cast<tq::Timestamp>(n + 1), 1);
+            while (sdkfake::waitingFrames(kSerial) > 0 && timer.elapsed() < 5000) {
+                QThread::usleep(20);
+            }
+            delays.push_back(timer.nsecsElapsed());
+            QCoreApplication::processEvents();
+        }
+        std::sort(delays.begin(), delays.end());
+        QVERIFY2(delays[25] < 5'000'000, qPrintable(QString::number(delays[25])));
+    }
+};
+
+QTEST_GUILESS_MAIN(CameraTest)
+#include "test_camera.moc"

@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: Apache-2.0
+// The capture worker while the thread that receives its frames is late.
+#include <QtTest>
+#include <algorithm>
+#include <cstring>
+#include <set>
+
+#include "capture/Camera.h"
+#include "tests/sdk_fake/sdk_fake.h"
+#include "tests/support/comparisons.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+namespace {
+
+constexpr int kSerial = 31123456;
+constexpr std::size_t kMegabyte = 1024 * 1024;
+constexpr std::size_t kLargestBacklog = 256 * kMegabyte;
+
+tq::Timestamp timestampOf(const tq::Mat& image)
+{
+    tq::Timestamp timestamp;
+    std::memcpy(&timestamp, reinterpret_cast<const char*>(&image) + 120, sizeof timestamp);
+    return timestamp;
+}
+
+/// Whether every byte is the one that belongs to the image's timestamp.
+bool isIntact(const tq::Mat& image, const sdkfake::FreeRun& run)
+{
+    const auto* const bytes = image.getPtr<unsigned char>(tq::MEM(1));
+    const std::size_t count = image.getStepBytes(tq::MEM(1)) * image.getHeight();
+    const std::uint8_t pattern = sdkfake::FreeRun::patternOf(run.numberOf(timestampOf(image)));
+    return count > 0 && bytes[0] == pattern && std::memcmp(bytes, bytes + 1, count - 1) == 0;
+}
+
+/// A line of /proc/self/status that is given in kB, as bytes; 0 when it cannot be read.
+std::size_t memoryStatus(const char* key)
+{
+    QFile file("/proc/self/status");
+    if (!file.open(QIODevice::ReadOnly)) {
+        return 0;
+    }
+    const QList<QByteArray> lines = file.readAll().split('\n');
+    for (const QByteArray& line : lines) {
+        if (line.startsWith(key)) {
+            return line.mid(static_cast<int>(std::strlen(key)))
+                       .simplified()
+                       .split(' ')[0]
+                       .toULongLong() *
+                   1024;
+        }
+    }
+    return 0;
+}
+
+/// Resident memory of this process at its highest since the last call.
+std::size_t peakMemory()
+{
+    const std::size_t peak = memoryStatus("VmHWM:");
+    QFile reset("/proc/self/clear_refs");
+    if (reset.open(QIODevice::WriteOnly)) {
+        reset.write("5");
+    }
+    return peak;
+}
+
+}  // namespace
+
+class CameraBacklogTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init()
+    {
+        sdkfake::reset();
+        sdkfake::CameraSetup setup;
+        setup.serial = kSerial;
+        setup.model = tq::MODEL::KOR_TSOLO_UHD;
+        sdkfake::addCamera(setup);
+    }
+    void cleanup() { QCOMPARE(toList(sdkfake::misuses()), QStringList()); }
+
+    // The receiver blocks its thread for 250 ms again and again, and looks at the image it got only
+    // afterwards.
+    void lateReceiverSeesIntactFrames()
+    {
+        const sdkfake::FreeRun run;
+        int count = 0;
+        int torn = 0;
+        tq::Timestamp previous = 0;
+        bool ordered = true;
+        KTCamera camera;
+        QObject receiver;
+        connect(&camera, &KTCamera::sendYUYVImage, &receiver,
+                [&](int, tq::Mat image, const tq::IMUPacket&, const std::vector<tq::IMUPacket>&) {
+                    ordered = ordered && timestampOf(image) > previous;
+                    previous = timestampOf(image);
+                    if (++count % 20 == 0) {
+                        QThread::msleep(250);
+                    }
+                    torn += isIntact(image, run) ? 0 : 1;
+                });
+        QCOMPARE(camera.open(0, tq::Resolution(1920, 1200), 60, false), 0);
+        sdkfake::startFreeRun(kSerial, run);
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < 4000) {
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 20);
+        }
+        const auto produced = static_cast<int>(timer.elapsed() * 60 / 1000);
+        camera.close();
+
+        QCOMPARE(torn, 0);
+        QVERIFY(ordered);
+        QVERIFY(count >= 20);
+        // Such a stall alone costs no frame; a busy machine may cost some.
+        if (!kSanitized) {
+            QVERIFY2(count >= produced * 7 / 10,
+                     qPrintable(QString("%1 of %2").arg(count).arg(produced)));
+        }
+    }
+
+    void longStallIsBounded_data()
+    {
+        QTest::addColumn<int>("width");
+        QTest::addColumn<int>("height");
+        QTest::newRow("1920x1200") << 1920 << 1200;
+        QTest::newRow("3840x2160") << 3840 << 2160;
+    }
+    // While nobody takes the frames for seconds, memory stays bounded: later frames are dropped,
+    // what is delivered afterwards is whole, and no IMU packet is lost with a dropped frame.
+    void longStallIsBounded()
+    {
+        QFETCH(int, width);
+        QFETCH(int, height);
+        sdkfake::FreeRun run;
+        run.imuPerFrame = 4;
+        int count = 0;
+        int torn = 0;
+        int disordered = 0;
+        int malformedBatches = 0;
+        std::vector<std::uint64_t> sequences;
+        std::set<const void*> buffers;
+        tq::Timestamp previous = 0;
+        tq::Timestamp largestGap = 0;
+
+        KTCamera camera;
+        QObject receiver;
+        connect(
+            &camera, &KTCamera::sendYUYVImage, &receiver,
+            [&](int, tq::Mat image, const tq::IMUPacket&, const std::vector<tq::IMUPacket>& imus) {
+                const tq::Timestamp timestamp = timestampOf(image);
+                torn += isIntact(image, run) ? 0 : 1;
+                disordered += timestamp > previous ? 0 : 1;
+                if (previous != 0) {
+                    largestGap = std::max(largestGap, timestamp - previous);
+                }
+                previous = timestamp;
+                buffers.insert(image.getPtr<void>(tq::MEM(1)));
+                malformedBatches += imus.size() % 2 == 0 ? 0 : 1;
+                for (std::size_t i = imus.size() / 2; i < imus.size(); ++i) {
+                    sequences.push_back(imus[i].sequence);
+                }
+                ++count;
+            });
+        QCOMPARE(camera.open(0,
+                             tq::Resolution(static_cast<std::uint64_t>(width),
+                                            static_cast<std::uint64_t>(height)),
+                             60, false),
+                 0);
+        sdkfake::startFreeRun(kSerial, run);
+        QTRY_VERIFY(count >= 3);
+        peakMemory();
+        const std::size_t before = memoryStatus("VmRSS:");
+        QThread::msleep(2500);
+        const std::size_t peak = std::max(peakMemory(), memoryStatus("VmRSS:"));
+        const int beforeDrain = count;
+        QTRY_VERIFY(count >= beforeDrain + 60);
+        camera.close();
+
+        const std::size_t frameBytes =
+            static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 2;
+        const QString figures = QString("%1 buffers of %2 MB, %3 MB more resident, gap %4 ms")
+                                    .arg(buffers.size())
+                                    .arg(frameBytes / kMegabyte)
+                                    .arg((std::max(peak, before) - before) / kMegabyte)
+                                    .arg(largestGap / 1'000'000);
+        qInfo().noquote() << figures;
+        QVERIFY2(buffers.size() * frameBytes <= kLargestBacklog, qPrintable(figures));
+        if (!kSanitized) {
+            QVERIFY2(peak <= before + kLargestBacklog, qPrintable(figures));
+        }
+        QCOMPARE(torn, 0);
+        QCOMPARE(disordered, 0);
+        // The stall must have cost frames, or this test shows nothing.
+        QVERIFY2(largestGap > 1'000'000'000, qPrintable(figures));
+
+        QCOMPARE(malformedBatches, 0);
+        QVERIFY(sequences.size() > 100);
+        for (std::size_t i = 1; i < sequences.size(); ++i) {
+            QCOMPARE(sequences[i], sequences[i - 1] + 1);
+        }
+    }
+
+    // Frames that are on their way when the worker closes, changes its size or goes: what arrives
+    // is whole, and the ring of the second size does not wait for acknowledgements of the first.
+    void closedWithFramesUnderWay()
+    {
+        const sdkfake::FreeRun run;
+        std::set<std::size_t> widths;
+        int torn = 0;
+        int count = 0;
+        QObject receiver;
+        {
+            KTCamera camera;
+            connect(
+                &camera, &KTCamera::sendYUYVImage, &receiver,
+                [&](int, tq::Mat image, const tq::IMUPacket&, const std::vector<tq::IMUPacket>&) {
+                    torn += isIntact(image, run) ? 0 : 1;
+                    widths.insert(image.getWidth());
+                    ++count;
+                });
+            QCOMPARE(camera.open(0, tq::Resolution(64, 32), 60, false), 0);
+            sdkfake::startFreeRun(kSerial, run);
+            QThread::msleep(200);
+            camera.close();
+            QCOMPARE(camera.open(0, tq::Resolution(32, 64), 60, false), 0);
+            QThread::msleep(100);
+            QTRY_VERIFY(widths.count(64) == 1 && widths.count(32) == 1);
+            const int former = count;
+            QTRY_VERIFY(count >= former + 120);
+            QThread::msleep(100);
+        }
+        QCoreApplication::processEvents();
+        QCOMPARE(torn, 0);
+        sdkfake::stopFreeRun(kSerial);
+    }
+};
+
+QTEST_GUILESS_MAIN(CameraBacklogTest)
+#include "test_camera_backlog.moc"

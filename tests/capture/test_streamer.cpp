@@ -1,0 +1,500 @@
+// SPDX-License-Identifier: Apache-2.0
+// The streamer on a scripted sender: configuration, life cycle, IMU data and threads.
+#include <QtTest>
+#include <array>
+#include <thread>
+
+#include "tests/capture/images.h"
+#include "tests/sdk_fake/sdk_fake.h"
+#include "tests/support/comparisons.h"
+#include "tests/support/messagelog.h"
+
+namespace {
+
+constexpr tq::Timestamp kMillisecond = 1'000'000;
+
+using ConfigBytes = std::array<std::uint8_t, 96>;
+
+template <typename T>
+void put(ConfigBytes& bytes, std::size_t offset, T value)
+{
+    std::memcpy(bytes.data() + offset, &value, sizeof value);
+}
+
+ConfigBytes expectedConfig(const VirtualCameraInfos& infos)
+{
+    ConfigBytes bytes{};
+    put<std::int32_t>(bytes, 0, 1);
+    put<std::uint16_t>(bytes, 4, static_cast<std::uint16_t>(infos.port));
+    put<std::int32_t>(bytes, 8, 20000);
+    put<std::int32_t>(bytes, 16, 120);
+    put<std::uint16_t>(bytes, 22, 16000);
+    put<std::int32_t>(bytes, 24, infos.width);
+    put<std::int32_t>(bytes, 28, infos.height);
+    put<std::int32_t>(bytes, 40, infos.fps);
+    put<std::int32_t>(bytes, 44, static_cast<std::int32_t>(infos.virtualSerialNumber));
+    put<std::int32_t>(bytes, 48, 1523);
+    put<std::int32_t>(bytes, 52, infos.imu ? 2000 : 0);
+    put<std::int32_t>(bytes, 56, 11);
+    put<std::int32_t>(bytes, 92, 2);
+    return bytes;
+}
+
+QByteArray hex(const void* data, int count)
+{
+    return QByteArray(static_cast<const char*>(data), count).toHex(' ');
+}
+
+QStringList senderCalls()
+{
+    return toList(sdkfake::callTexts()).filter("UDPOutput#");
+}
+
+const QString kOpened = "open(port 30000, serial 101234567, 2x1@30, imu 2000) = 0";
+
+/// Sends one left and one right image that belong together.
+void sendPair(VirtualCameraStreamer& streamer, tq::Timestamp timestamp,
+              const tq::IMUPacket& imu = {}, const std::vector<tq::IMUPacket>& imus = {})
+{
+    streamer.ingestLeftImage(1, images::filled(2, 1, timestamp, 1), imu, imus);
+    streamer.ingestRightImage(2, images::filled(2, 1, timestamp, 2), {}, {});
+}
+
+}  // namespace
+
+class StreamerTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init() { sdkfake::reset(); }
+    void cleanup() { QCOMPARE(toList(sdkfake::misuses()), QStringList()); }
+
+    void metaObject()
+    {
+        const QMetaObject& meta = VirtualCameraStreamer::staticMetaObject;
+        const int first = meta.methodOffset();
+        QCOMPARE(QString(meta.superClass()->className()), QString("QThread"));
+        QCOMPARE(meta.methodCount() - first, 3);
+        QCOMPARE(meta.method(first).methodSignature(), QByteArray("StreamUpdated(int,bool)"));
+        QVERIFY(meta.method(first).methodType() == QMetaMethod::Signal);
+        const char* const names[] = {"ingestLeftImage", "ingestRightImage"};
+        for (int i = 0; i < 2; ++i) {
+            const QMetaMethod method = meta.method(first + 1 + i);
+            QVERIFY(method.methodType() == QMetaMethod::Slot);
+            QVERIFY(method.access() == QMetaMethod::Public);
+            QCOMPARE(
+                method.methodSignature(),
+                QByteArray(names[i]) + "(int,tq::Mat,tq::IMUPacket,std::vector<tq::IMUPacket>)");
+            QCOMPARE(method.parameterNames().at(3), QByteArray("imus"));
+        }
+    }
+
+    void configuration_data()
+    {
+        QTest::addColumn<quint64>("serial");
+        QTest::addColumn<uint>("port");
+        QTest::addColumn<bool>("imu");
+        QTest::addColumn<int>("hdr");
+        QTest::newRow("with IMU") << quint64{101234567} << 30000u << true << 0;
+        QTest::newRow("without IMU") << quint64{109999999} << 30002u << false << 0;
+        QTest::newRow("HDR is not the sender's") << quint64{100000001} << 1u << true << 1;
+        QTest::newRow("largest port") << quint64{1} << 65535u << true << 0;
+        QTest::newRow("port beyond 16 bits") << quint64{1} << 70000u << true << 0;
+        QTest::newRow("serial beyond 31 bits") << quint64{3'000'000'000} << 30000u << true << 0;
+        QTest::newRow("serial beyond 32 bits") << quint64{0x1'0000'0007} << 30000u << true << 0;
+    }
+    void configuration()
+    {
+        QFETCH(quint64, serial);
+        QFETCH(uint, port);
+        QFETCH(bool, imu);
+        QFETCH(int, hdr);
+        VirtualCameraInfos infos = images::infos(960, 600, imu);
+        infos.virtualSerialNumber = serial;
+        infos.port = port;
+        infos.fps = 60;
+        infos.hdr = hdr;
+        QuietStreamer streamer;
+        QCOMPARE(streamer.open(infos), 0);
+        const sdkfake::Sender sender = sdkfake::lastSender();
+        QCOMPARE(sender.mode, 0);
+        QVERIFY(sender.verbose);
+        QCOMPARE(hex(sender.config.data(), 96), hex(expectedConfig(infos).data(), 96));
+    }
+
+    // Nothing of the configuration before survives in the bytes of the next one.
+    void configurationStartsFromZero()
+    {
+        QuietStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(1920, 1200, true)), 0);
+        streamer.close();
+        VirtualCameraInfos second = images::infos(2, 1, false);
+        second.port = 7;
+        QCOMPARE(streamer.open(second), 0);
+        QCOMPARE(hex(sdkfake::lastSender().config.data(), 96),
+                 hex(expectedConfig(second).data(), 96));
+    }
+
+    void logLines()
+    {
+        const MessageLog log;
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(1920, 1200)), 0);
+        QTRY_COMPARE(log.debugMessages("[VirtualCameraStreamer]").size(), 2);
+        streamer.close();
+        QCOMPARE(log.debugMessages("[VirtualCameraStreamer]"),
+                 QStringList({"[VirtualCameraStreamer] Creating Streamer for  1920 x 1200 @ 30",
+                              "[VirtualCameraStreamer] --> Enter <--",
+                              "[VirtualCameraStreamer] --> Exit <--"}));
+    }
+
+    void lifeCycle()
+    {
+        VirtualCameraStreamer streamer;
+        QVERIFY(!streamer.isRunning());
+        QCOMPARE(senderCalls(), QStringList());
+        streamer.close();
+        QCOMPARE(senderCalls(), QStringList());
+
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        QVERIFY(streamer.isRunning());
+        QCOMPARE(senderCalls(),
+                 QStringList({"UDPOutput#1.UDPOutput(0, true)", "UDPOutput#1." + kOpened}));
+        streamer.close();
+        QVERIFY(!streamer.isRunning());
+        streamer.close();
+        QCOMPARE(senderCalls(),
+                 QStringList({"UDPOutput#1.UDPOutput(0, true)", "UDPOutput#1." + kOpened,
+                              "UDPOutput#1.close()", "UDPOutput#1.~UDPOutput()"}));
+
+        // A closed streamer streams again.
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        sendPair(streamer, kMillisecond);
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        QCOMPARE(sdkfake::lastSender().number, 2);
+    }
+
+    void destructionCloses()
+    {
+        {
+            VirtualCameraStreamer streamer;
+            QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+            sendPair(streamer, kMillisecond);
+            streamer.ingestLeftImage(1, images::filled(2, 1, 5 * kMillisecond, 1), {}, {});
+        }
+        QCOMPARE(senderCalls().mid(2),
+                 QStringList({"UDPOutput#1.close()", "UDPOutput#1.~UDPOutput()"}));
+    }
+
+    void openFailure_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::newRow("port taken") << 21;
+        QTest::newRow("negative") << -7;
+    }
+    void openFailure()
+    {
+        QFETCH(int, code);
+        sdkfake::setSenderResult(code);
+        QuietStreamer streamer;
+        const MessageLog log;
+        StandardOutput output;
+        const int result = streamer.open(images::infos(2, 1));
+        const QByteArray printed = output.finish();
+        QCOMPARE(result, -1);
+        QCOMPARE(printed, "Streaming Error " + QByteArray::number(code) + "\n");
+        QCOMPARE(log.debugMessages("[VirtualCameraStreamer]"), QStringList());
+        QVERIFY(!streamer.isRunning());
+        const QString number = QString::number(code);
+        QCOMPARE(senderCalls(),
+                 QStringList({"UDPOutput#1.UDPOutput(0, true)",
+                              "UDPOutput#1.open(port 30000, serial 101234567, 2x1@30, imu 2000)"
+                              " = " +
+                                  number,
+                              "UDPOutput#1.~UDPOutput()"}));
+
+        // Images are dropped, closing does nothing more, and a later opening works.
+        sendPair(streamer, kMillisecond);
+        streamer.close();
+        QCOMPARE(senderCalls().size(), 3);
+        sdkfake::setSenderResult(0);
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        tq::Mat out = images::joined(2, 1);
+        tq::Timestamp timestamp = 0;
+        QCOMPARE(streamer.createSBS(out, timestamp), 1);
+    }
+
+    void reopeningReplacesTheSender()
+    {
+        QuietStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        VirtualCameraInfos second = images::infos(4, 2);
+        second.port = 30002;
+        QCOMPARE(streamer.open(second), 0);
+        QCOMPARE(senderCalls(),
+                 QStringList({"UDPOutput#1.UDPOutput(0, true)", "UDPOutput#1." + kOpened,
+                              "UDPOutput#1.~UDPOutput()", "UDPOutput#2.UDPOutput(0, true)",
+                              "UDPOutput#2.open(port 30002, serial 101234567, 4x2@30, imu 2000)"
+                              " = 0"}));
+
+        // When the replacement fails, no sender is left.
+        sdkfake::setSenderResult(5);
+        StandardOutput output;
+        QCOMPARE(streamer.open(second), -1);
+        QCOMPARE(output.finish(), QByteArray("Streaming Error 5\n"));
+        QCOMPARE(senderCalls().filter("~UDPOutput").size(), 3);
+    }
+
+    void imagesWithoutSenderAreDropped()
+    {
+        QuietStreamer streamer;
+        tq::Mat out = images::joined(2, 1);
+        tq::Timestamp timestamp = 0;
+        sendPair(streamer, kMillisecond);
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        QCOMPARE(streamer.createSBS(out, timestamp), 1);
+        streamer.close();
+        sendPair(streamer, kMillisecond);
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        QCOMPARE(streamer.createSBS(out, timestamp), 1);
+        // One side alone may be what was kept.
+        streamer.left(images::filled(2, 1, kMillisecond, 1));
+        QCOMPARE(streamer.createSBS(out, timestamp), 1);
+        streamer.clearImageQueues();
+        streamer.right(images::filled(2, 1, kMillisecond, 1));
+        QCOMPARE(streamer.createSBS(out, timestamp), 1);
+    }
+
+    void closeEmptiesTheQueues()
+    {
+        QuietStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        sendPair(streamer, kMillisecond);
+        streamer.close();
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        tq::Mat out = images::joined(2, 1);
+        tq::Timestamp timestamp = 0;
+        QCOMPARE(streamer.createSBS(out, timestamp), 1);
+    }
+
+    void clearImageQueues()
+    {
+        QuietStreamer streamer;
+        streamer.clearImageQueues();
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        for (int n = 0; n < 5; ++n) {
+            sendPair(streamer, kMillisecond);
+        }
+        streamer.clearImageQueues();
+        tq::Mat out = images::joined(2, 1);
+        tq::Timestamp timestamp = 0;
+        QCOMPARE(streamer.createSBS(out, timestamp), 1);
+        streamer.left(images::filled(2, 1, kMillisecond, 1));
+        QCOMPARE(streamer.createSBS(out, timestamp), 1);
+    }
+
+    void framesAreSentOnTheStreamersThread()
+    {
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        sendPair(streamer, 1'700'000'000'000'000'789);
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        const auto frame = sdkfake::lastSender().frames.front();
+        QCOMPARE(frame->timestamp, tq::Timestamp{1'700'000'000'000'000'789});
+        QVERIFY(frame->thread != std::this_thread::get_id());
+        QCOMPARE(hex(frame->pixels.data(), 8), QByteArray("01 01 01 01 02 02 02 02"));
+        // Once: the pair was consumed.
+        QTest::qWait(20);
+        QCOMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+    }
+
+    // All packets of the left camera's batch go out as they are, empty ones included, before the
+    // image that came with them.
+    void leftImuPacketsAreForwardedInOrder()
+    {
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        std::vector<tq::IMUPacket> batch = {tq::IMUPacket{},
+                                            tq::IMUPacket{},
+                                            tq::IMUPacket{},
+                                            sdkfake::makeImuPacket(1, 10),
+                                            sdkfake::makeImuPacket(2, 20),
+                                            sdkfake::makeImuPacket(3, 30)};
+        sendPair(streamer, kMillisecond, sdkfake::makeImuPacket(99, 990), batch);
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        sendPair(streamer, 2 * kMillisecond);
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{2});
+
+        const sdkfake::Sender sender = sdkfake::lastSender();
+        QCOMPARE(sender.imuPackets.size(), batch.size());
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            QCOMPARE(hex(&sender.imuPackets[i], 360), hex(&batch[i], 360));
+        }
+        QCOMPARE(toList(sdkfake::callTexts(sdkfake::Frame)),
+                 QStringList({"UDPOutput#1.ingestIMU(0)", "UDPOutput#1.ingestIMU(0)",
+                              "UDPOutput#1.ingestIMU(0)", "UDPOutput#1.ingestIMU(10)",
+                              "UDPOutput#1.ingestIMU(20)", "UDPOutput#1.ingestIMU(30)",
+                              "UDPOutput#1.ingestYUVFrame(1000000)",
+                              "UDPOutput#1.ingestYUVFrame(2000000)"}));
+    }
+
+    void rightImuPacketsAreIgnored()
+    {
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        const tq::IMUPacket packet = sdkfake::makeImuPacket(5, 50);
+        streamer.ingestLeftImage(1, images::filled(2, 1, kMillisecond, 1), {}, {});
+        streamer.ingestRightImage(2, images::filled(2, 1, kMillisecond, 2), packet,
+                                  {packet, packet});
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        QCOMPARE(sdkfake::lastSender().imuPackets.size(), std::size_t{0});
+        // Metadata made of the left camera's packet, which was empty.
+        QCOMPARE(hex(sdkfake::lastSender().frames[0]->metadata.data(), 256),
+                 QByteArray(256, 0).toHex(' '));
+    }
+
+    void withoutImu()
+    {
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1, false)), 0);
+        const tq::IMUPacket packet = sdkfake::makeImuPacket(5, 50);
+        sendPair(streamer, kMillisecond, packet, {packet, packet});
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        QCOMPARE(sdkfake::lastSender().imuPackets.size(), std::size_t{0});
+        QCOMPARE(hex(sdkfake::lastSender().frames[0]->metadata.data(), 256),
+                 QByteArray(256, 0).toHex(' '));
+    }
+
+    // The metadata is that of the packet received last with a left image, not that of the batch
+    // and not that of the frame that is sent.
+    void metadata()
+    {
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        const tq::IMUPacket first = sdkfake::makeImuPacket(11, 110);
+        const tq::IMUPacket second = sdkfake::makeImuPacket(22, 220);
+        const tq::IMUPacket other = sdkfake::makeImuPacket(33, 330);
+        streamer.ingestLeftImage(1, images::filled(2, 1, 100 * kMillisecond, 1), first, {other});
+        streamer.ingestLeftImage(1, images::filled(2, 1, 200 * kMillisecond, 1), second, {other});
+        streamer.ingestRightImage(2, images::filled(2, 1, 100 * kMillisecond, 2), other, {other});
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        const auto frame = sdkfake::lastSender().frames[0];
+        QCOMPARE(frame->timestamp, 100 * kMillisecond);
+        tq::kvfrw::kvfSampleMetadata expected;
+        std::memset(&expected, 0, sizeof expected);
+        tq::kvfrw::convertMetadataFromMCUData(expected, second);
+        QCOMPARE(hex(frame->metadata.data(), 256), hex(&expected, 256));
+    }
+
+    void streamUpdatedOnceAtTheEnd()
+    {
+        VirtualCameraStreamer streamer;
+        std::vector<std::pair<int, bool>> direct;
+        std::vector<std::pair<int, bool>> queued;
+        connect(
+            &streamer, &VirtualCameraStreamer::StreamUpdated, &streamer,
+            [&direct](int serial, bool on) { direct.emplace_back(serial, on); },
+            Qt::DirectConnection);
+        connect(
+            &streamer, &VirtualCameraStreamer::StreamUpdated, this,
+            [&queued](int serial, bool on) { queued.emplace_back(serial, on); },
+            Qt::QueuedConnection);
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        sendPair(streamer, kMillisecond);
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        QCOMPARE(queued.size(), std::size_t{0});
+        streamer.close();
+        const std::vector<std::pair<int, bool>> once = {{101234567, false}};
+        QVERIFY(direct == once);
+        streamer.close();
+        QTRY_VERIFY(queued == once);
+        QVERIFY(direct == once);
+    }
+
+    void stuckThreadIsTerminated()
+    {
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        sdkfake::blockIngest(true);
+        sendPair(streamer, kMillisecond);
+        QTRY_COMPARE(sdkfake::heldCalls(), 1);
+        QElapsedTimer timer;
+        timer.start();
+        streamer.close();
+        const qint64 elapsed = timer.elapsed();
+        sdkfake::blockIngest(false);
+        QVERIFY2(elapsed >= 2000, qPrintable(QString::number(elapsed)));
+        QVERIFY2(elapsed < 10000, qPrintable(QString::number(elapsed)));
+        QVERIFY(!streamer.isRunning());
+        QVERIFY(sdkfake::lastSender().closed);
+        QVERIFY(sdkfake::lastSender().destroyed);
+    }
+
+    // Both slots on threads of their own, the sending thread between them: every frame that goes
+    // out is made of a left and a right image of the same number, in rising order.
+    void concurrentIngest()
+    {
+        constexpr std::uint32_t kImages = 600;
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        const auto feed = [&streamer](bool left) {
+            for (std::uint32_t n = 1; n <= kImages; ++n) {
+                const tq::Mat image = images::numbered(2, 1, n * 10 * kMillisecond, n);
+                const tq::IMUPacket packet = sdkfake::makeImuPacket(n, n);
+                if (left) {
+                    streamer.ingestLeftImage(1, image, packet, {packet});
+                } else {
+                    streamer.ingestRightImage(2, image, packet, {packet});
+                }
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
+        };
+        std::thread leftThread(feed, true);
+        std::thread rightThread(feed, false);
+        leftThread.join();
+        rightThread.join();
+        const auto lastTimestamp = [] {
+            const sdkfake::Sender sender = sdkfake::lastSender();
+            return sender.frames.empty() ? 0 : sender.frames.back()->timestamp;
+        };
+        QTRY_COMPARE(lastTimestamp(), kImages * 10 * kMillisecond);
+        streamer.close();
+
+        const sdkfake::Sender sender = sdkfake::lastSender();
+        QCOMPARE(sender.imuPackets.size(), std::size_t{kImages});
+        tq::Timestamp previous = 0;
+        for (const auto& frame : sender.frames) {
+            std::uint32_t left = 0;
+            std::uint32_t right = 0;
+            std::memcpy(&left, frame->pixels.data(), 4);
+            std::memcpy(&right, frame->pixels.data() + 4, 4);
+            QCOMPARE(left, right);
+            QCOMPARE(frame->timestamp, left * 10 * kMillisecond);
+            QVERIFY(frame->timestamp > previous);
+            previous = frame->timestamp;
+        }
+    }
+
+    // A queued connection from another thread reaches the slots.
+    void slotsWorkAcrossThreads()
+    {
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        sdk::registerMetaTypes();
+        std::thread emitter([&streamer] {
+            const std::vector<tq::IMUPacket> batch = {sdkfake::makeImuPacket(1, 10)};
+            for (const char* slot : {"ingestLeftImage", "ingestRightImage"}) {
+                QMetaObject::invokeMethod(&streamer, slot, Qt::QueuedConnection, Q_ARG(int, 1),
+                                          Q_ARG(tq::Mat, images::filled(2, 1, kMillisecond, 3)),
+                                          Q_ARG(tq::IMUPacket, batch[0]),
+                                          Q_ARG(std::vector<tq::IMUPacket>, batch));
+            }
+        });
+        emitter.join();
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        QCOMPARE(sdkfake::lastSender().imuPackets.size(), std::size_t{1});
+    }
+};
+
+QTEST_GUILESS_MAIN(StreamerTest)
+#include "test_streamer.moc"
