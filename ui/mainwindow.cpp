@@ -23,6 +23,26 @@ constexpr qint64 kPreviewIntervalMs = 31;
 constexpr int kScrollStep = 5;
 constexpr int kUhdWidth = 3000;
 
+// A preview panel has three lines of text above its picture, and its image view is as tall as the
+// whole panel, so that the picture lies in the middle of that height below the text. The picture is
+// seen in full where the panel is higher than the picture by twice the text.
+constexpr int kPanelTextHeight = 3 * (22 + 10);
+constexpr int kPanelMinWidth = 200;
+constexpr int kPanelMinHeight = 300;
+constexpr int kPictureColumns = 16;
+constexpr int kPictureRows = 9;
+
+int panelHeightFor(int width)
+{
+    const int picture = (width * kPictureRows + kPictureColumns - 1) / kPictureColumns;
+    return qMax(kPanelMinHeight, picture + 2 * kPanelTextHeight);
+}
+
+int panelWidthFor(int height)
+{
+    return qMax(kPanelMinWidth, (height - 2 * kPanelTextHeight) * kPictureColumns / kPictureRows);
+}
+
 // Deliberately misspelt: the text under which operators know the switch.
 constexpr char kDaemonSwitchText[] = "Enable Vistrel Deamon";
 
@@ -70,6 +90,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(std::make_uniq
     ui->toggleDaemonButton->setText(tr(kDaemonSwitchText));
     ui->toggleDaemonButton->setChecked(ServiceHandler::getDaemonServiceEnableStatus(kServiceUnit));
     connectControls();
+    ui->camerasWidgetsScrollArea->viewport()->installEventFilter(this);
+    ui->centralWidget->setFocus();  // no control looks chosen before the operator chose one
     show();
 }
 
@@ -301,6 +323,9 @@ bool MainWindow::connectEditor(VirtualCamHandler* editor)
 void MainWindow::insertEditor(const QString& identity, VirtualCamHandler* editor, int position)
 {
     editors.insert(identity, editor);
+    // The row's own minimum is less than its texts need; the scroll area makes up for the rest.
+    QWidget* const rows = ui->scrollAreaWidgetContents;
+    rows->setMinimumWidth(qMax(rows->minimumWidth(), editor->layout()->totalMinimumSize().width()));
     ui->scrollAreaWidgetContentsVerticalLayout->insertWidget(position, editor);
 }
 
@@ -439,6 +464,7 @@ void MainWindow::addCameraWidget(int serial_number)
     auto* const panel = new CameraWidget(this);
     cameraPanels.insert(QString::number(serial_number), panel);
     ui->scrollAreaWidgetContentsHorizontalLayout->addWidget(panel);
+    arrangePanels();
 }
 
 void MainWindow::removeCameraWidget(int serial_number)
@@ -452,12 +478,52 @@ void MainWindow::removeCameraWidget(int serial_number)
     lastPreviewTimes.remove(serial);
     drawBudget.forget(serial);
     delete panel;
+    arrangePanels();
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::Resize) {
+        arrangePanels();
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+// Gives the panels the largest size at which their pictures are seen in full, and what height they
+// have no use for to the editors.
+void MainWindow::arrangePanels()
+{
+    const QHBoxLayout* const row = ui->scrollAreaWidgetContentsHorizontalLayout;
+    const int count = row->count();
+    if (count == 0) {
+        ui->camerasWidgetscrollAreaWidgetContents->setMinimumSize(0, 0);
+        ui->camerasWidgetsScrollArea->setMaximumHeight(QWIDGETSIZE_MAX);
+        return;
+    }
+    int textWidth = kPanelMinWidth;
+    for (const CameraWidget* const panel : qAsConst(cameraPanels)) {
+        textWidth = panel == nullptr ? textWidth : qMax(textWidth, panel->sizeHint().width());
+    }
+    const QSize area = ui->camerasWidgetsScrollArea->viewport()->size();
+    const int gaps = row->spacing() * (count - 1);
+    const int share = qMax(textWidth, (area.width() - gaps) / count);
+    const int width = qBound(textWidth, panelWidthFor(area.height()), share);
+    for (CameraWidget* const panel : qAsConst(cameraPanels)) {
+        if (panel != nullptr) {
+            panel->setMaximumWidth(width);
+        }
+    }
+    ui->camerasWidgetscrollAreaWidgetContents->setMinimumSize(width * count + gaps,
+                                                              panelHeightFor(width));
+    const int frame = 2 * ui->camerasWidgetsScrollArea->frameWidth();
+    ui->camerasWidgetsScrollArea->setMaximumHeight(panelHeightFor(share) + frame);
 }
 
 void MainWindow::updateCameraWidget(int serial, CameraInfos infos)
 {
     if (CameraWidget* const panel = cameraPanels.value(QString::number(serial))) {
         panel->updateInfos(infos);
+        arrangePanels();
     }
 }
 

@@ -126,6 +126,8 @@ public slots:
     void requestConfSave();
 
 protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
     /// Draws a frame.
     virtual void drawPreview(CameraWidget& panel, const tq::Mat& frame);
 
@@ -134,6 +136,7 @@ protected:
 
 private:
     void connectControls();
+    void arrangePanels();
     VirtualCamHandler* createEditor(const QString& identity, const QStringList& serials);
     bool connectEditor(VirtualCamHandler* editor);
     void insertEditor(const QString& identity, VirtualCamHandler* editor, int position);

@@ -22,6 +22,9 @@ constexpr int kRight = 1;
 constexpr unsigned int kFirstPort = 34000;
 constexpr unsigned int kPortStep = 10;
 constexpr int kFamilyDigits = 2;
+constexpr int kStreamButtonColumn = 1;
+constexpr char kIdleText[] = "Stream";
+constexpr char kActiveText[] = "Streaming...";
 constexpr std::uint64_t kFirstVirtualSerial = 100000001;
 constexpr std::uint64_t kLastVirtualSerial = 109999999;
 
@@ -164,12 +167,26 @@ void VirtualCamHandler::applyStyle()
     ui->RemoveButton->setStyleSheet(style->removeButton);
     ui->TestButton->setStyleSheet(style->streamButtonIdle);
     ui->TestButton->setFont(style->fontButton);
+    alignStreamButton();
+}
+
+void VirtualCamHandler::alignStreamButton()
+{
+    // As wide as the longer of its two texts, so that the columns of all rows stay in line.
+    const QString text = ui->TestButton->text();
+    int width = 0;
+    for (const QString& label : {tr(kIdleText), tr(kActiveText)}) {
+        ui->TestButton->setText(label);
+        width = qMax(width, ui->TestButton->sizeHint().width());
+    }
+    ui->TestButton->setText(text);
+    ui->gridLayout->setColumnMinimumWidth(kStreamButtonColumn, width);
 }
 
 void VirtualCamHandler::UpdateStreamingStatus(bool enable)
 {
     ui->TestButton->setStyleSheet(enable ? style->streamButtonActive : style->streamButtonIdle);
-    ui->TestButton->setText(enable ? tr("Streaming...") : tr("Stream"));
+    ui->TestButton->setText(enable ? tr(kActiveText) : tr(kIdleText));
     ui->TestButton->setToolTip(enable ? tr("Stop the streaming of the virtual camera.")
                                       : tr("Start the streaming of the virtual camera."));
     ui->TestButton->repaint();

@@ -99,6 +99,7 @@ public slots:
     void onResolutionChanged(QString text);
 
 private:
+    void alignStreamButton();
     QComboBox* serialChoice(int side) const;
     void refuseChoice(int side, const QString& text);
 
