@@ -1,0 +1,267 @@
+// SPDX-License-Identifier: Apache-2.0
+// Pipeline, clock and session description of the media that clients receive.
+#include "sdk/stream/stereomedia.h"
+
+#include <gst/app/gstappsrc.h>
+#include <gst/base/gstbasesink.h>
+#include <gst/rtp/gstrtphdrext.h>
+
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "sdk/core/log.h"
+#include "sdk/stream/packetpacer.h"
+
+namespace tq::stream {
+
+namespace {
+
+constexpr const char* kIdentityKey = "kor-identity";
+constexpr GstClockTime kNtpEpochOffset = G_GUINT64_CONSTANT(2208988800) * GST_SECOND;
+constexpr guint kNtpExtensionId = 1;
+constexpr const char* kNtpExtensionElement = "rtphdrextntp64";  // GStreamer 1.22
+
+/// What a factory needs to set up a media.
+struct MediaPlan {
+    FrameRecord identity;
+    std::shared_ptr<StreamFeed> feed;
+};
+
+void addAttribute(GstSDPMessage* sdp, const char* name, const std::string& value)
+{
+    gst_sdp_message_add_attribute(sdp, name, value.c_str());
+}
+
+void describeStream(GstSDPMessage* sdp, const FrameRecord& identity)
+{
+    const std::string serial = std::to_string(identity.serial);
+    gst_sdp_message_set_session_name(sdp, ("KOR stereo " + serial).c_str());
+    gst_sdp_message_set_information(sdp, "Side by side, left eye first");
+    addAttribute(sdp, "x-kor-serial", serial);
+    addAttribute(sdp, "x-kor-eye-size",
+                 std::to_string(identity.eyeWidth) + "x" + std::to_string(identity.eyeHeight));
+    addAttribute(sdp, "x-kor-fps", std::to_string(identity.fps));
+    addAttribute(sdp, "x-kor-imu-rate", std::to_string(identity.imuRate));
+    addAttribute(sdp, "x-kor-model", std::to_string(identity.modelCode));
+    addAttribute(sdp, "x-kor-device-version", std::to_string(identity.deviceVersion));
+}
+
+}  // namespace
+
+// A media whose session description names the virtual camera.
+struct StereoMedia {
+    GstRTSPMedia parent;
+};
+
+struct StereoMediaClass {
+    GstRTSPMediaClass parent;
+};
+
+static GType stereo_media_get_type();
+G_DEFINE_TYPE(StereoMedia, stereo_media, GST_TYPE_RTSP_MEDIA)
+
+static gboolean setupDescription(GstRTSPMedia* media, GstSDPMessage* sdp, GstSDPInfo* info)
+{
+    auto* base = GST_RTSP_MEDIA_CLASS(stereo_media_parent_class);
+    if (!base->setup_sdp(media, sdp, info))
+        return FALSE;
+    if (const auto* identity =
+            static_cast<FrameRecord*>(g_object_get_data(G_OBJECT(media), kIdentityKey)))
+        describeStream(sdp, *identity);
+    return TRUE;
+}
+
+static void stereo_media_class_init(StereoMediaClass* type)
+{
+    GST_RTSP_MEDIA_CLASS(type)->setup_sdp = setupDescription;
+}
+
+static void stereo_media_init(StereoMedia*) {}
+
+namespace {
+
+void onNeedData(GstAppSrc* source, guint, gpointer data)
+{
+    SharedData<StreamFeed>::get(data)->encoderReady(source);
+}
+
+void configureVideoSource(GstAppSrc* source, const std::shared_ptr<StreamFeed>& feed)
+{
+    const CapsPtr caps(gst_video_info_to_caps(&feed->videoInfo()));
+    gst_app_src_set_caps(source, caps.get());
+    GstAppSrcCallbacks callbacks{};
+    callbacks.need_data = onNeedData;
+    gst_app_src_set_callbacks(source, &callbacks, SharedData<StreamFeed>::make(feed),
+                              SharedData<StreamFeed>::release);
+}
+
+GstPadProbeReturn addCaptureTime(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+    if (GST_BUFFER_PTS_IS_VALID(buffer)) {
+        gst_buffer_add_reference_timestamp_meta(buffer, static_cast<GstCaps*>(data),
+                                                GST_BUFFER_PTS(buffer) + kNtpEpochOffset,
+                                                GST_CLOCK_TIME_NONE);
+    }
+    return GST_PAD_PROBE_OK;
+}
+
+void releaseCaps(gpointer caps)
+{
+    gst_caps_unref(static_cast<GstCaps*>(caps));
+}
+
+/// Every frame's first packet carries the capture time as RFC 6051 has it.
+void addNtpExtension(GstElement* payloader)
+{
+    GstElement* element = gst_element_factory_make(kNtpExtensionElement, nullptr);
+    if (!element) {
+        static std::once_flag once;
+        std::call_once(once, [] {
+            logLine(
+                "the installed GStreamer has no rtphdrextntp64: "
+                "packets go without the NTP-64 header extension");
+        });
+        return;
+    }
+    const GObjectPtr<GstElement> extension(GST_ELEMENT(gst_object_ref_sink(element)));
+    gst_rtp_header_extension_set_id(GST_RTP_HEADER_EXTENSION(extension.get()), kNtpExtensionId);
+    g_signal_emit_by_name(payloader, "add-extension", extension.get());
+    const GObjectPtr<GstPad> sink(gst_element_get_static_pad(payloader, "sink"));
+    gst_pad_add_probe(sink.get(), GST_PAD_PROBE_TYPE_BUFFER, addCaptureTime,
+                      gst_caps_new_empty_simple("timestamp/x-ntp"), releaseCaps);
+}
+
+// Packets leave when they are there. Waiting for their time would add latency, and would stop the
+// stream when the real-time clock is set back. The server library sets it to true later on.
+void keepUnsynchronised(GObject* sink, GParamSpec*, gpointer)
+{
+    gboolean synchronised = FALSE;
+    g_object_get(sink, "sync", &synchronised, nullptr);
+    if (synchronised)
+        g_object_set(sink, "sync", FALSE, nullptr);
+}
+
+void onElementAdded(GstBin*, GstBin*, GstElement* element, gpointer)
+{
+    const GstElementFactory* factory = gst_element_get_factory(element);
+    const char* name = factory ? GST_OBJECT_NAME(factory) : "";
+    if (std::strcmp(name, "rtpbin") == 0) {
+        // Sender reports relate RTP time to the capture time, not to the time of sending.
+        g_object_set(element, "rtcp-sync-send-time", FALSE, nullptr);
+    } else if (GST_IS_BASE_SINK(element)) {
+        g_signal_connect(element, "notify::sync", G_CALLBACK(keepUnsynchronised), nullptr);
+        g_object_set(element, "sync", FALSE, nullptr);
+    }
+}
+
+/// The pipeline's running time is the real-time clock itself. Capture times then are running
+/// times, and RTP timestamps follow from them without an offset.
+void useRealTimeClock(GstRTSPMedia* media, GstElement* pipeline)
+{
+    const GObjectPtr<GstClock> clock(GST_CLOCK(
+        g_object_new(GST_TYPE_SYSTEM_CLOCK, "clock-type", GST_CLOCK_TYPE_REALTIME, nullptr)));
+    gst_rtsp_media_set_clock(media, clock.get());
+    gst_rtsp_media_set_publish_clock_mode(media, GST_RTSP_PUBLISH_CLOCK_MODE_NONE);
+    gst_element_set_start_time(pipeline, GST_CLOCK_TIME_NONE);
+    gst_element_set_base_time(pipeline, 0);
+}
+
+void onNewState(GstRTSPMedia* media, gint state, gpointer data)
+{
+    const GObjectPtr<GstElement> element(gst_rtsp_media_get_element(media));
+    SharedData<StreamFeed>::get(data)->setPlaying(element.get(), state == GST_STATE_PLAYING);
+}
+
+void onUnprepared(GstRTSPMedia* media, gpointer data)
+{
+    const GObjectPtr<GstElement> element(gst_rtsp_media_get_element(media));
+    SharedData<StreamFeed>::get(data)->detach(element.get());
+}
+
+void releaseIdentity(gpointer identity)
+{
+    std::unique_ptr<FrameRecord> owner(static_cast<FrameRecord*>(identity));
+}
+
+void watchMedia(GstRTSPMedia* media, const std::shared_ptr<StreamFeed>& feed)
+{
+    g_signal_connect_data(media, "new-state", G_CALLBACK(onNewState),
+                          SharedData<StreamFeed>::make(feed),
+                          SharedData<StreamFeed>::releaseClosure, GConnectFlags(0));
+    g_signal_connect_data(media, "unprepared", G_CALLBACK(onUnprepared),
+                          SharedData<StreamFeed>::make(feed),
+                          SharedData<StreamFeed>::releaseClosure, GConnectFlags(0));
+}
+
+void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
+{
+    const MediaPlan& plan = *SharedData<MediaPlan>::get(data);
+    const GObjectPtr<GstElement> element(gst_rtsp_media_get_element(media));
+    g_object_set_data_full(G_OBJECT(media), kIdentityKey,
+                           std::make_unique<FrameRecord>(plan.identity).release(), releaseIdentity);
+    const GObjectPtr<GstObject> pipeline(gst_object_get_parent(GST_OBJECT(element.get())));
+    g_signal_connect(pipeline.get(), "deep-element-added", G_CALLBACK(onElementAdded), nullptr);
+    useRealTimeClock(media, GST_ELEMENT(pipeline.get()));
+
+    GstBin* bin = GST_BIN(element.get());
+    const GObjectPtr<GstElement> video(gst_bin_get_by_name(bin, "video"));
+    configureVideoSource(GST_APP_SRC(video.get()), plan.feed);
+    const GObjectPtr<GstElement> payloader(gst_bin_get_by_name(bin, "pay0"));
+    addNtpExtension(payloader.get());
+    const GObjectPtr<GstPad> packets(gst_element_get_static_pad(payloader.get(), "src"));
+    pacePackets(packets.get());
+    watchMedia(media, plan.feed);
+    plan.feed->attach(element.get());
+}
+
+std::string payloaderLine(Codec codec)
+{
+    return codec == Codec::H264 ? "rtph264pay" : "rtph265pay";
+}
+
+// appsrc "video" holds one frame at most: the feed keeps what waits. The queue gives the network a
+// thread of its own, so that sending does not hold up the encoder.
+std::string launchLine(const EncoderChoice& encoder, const rig::StreamSettings& settings,
+                       const FrameRecord& identity)
+{
+    const std::string common = " timestamp-offset=0 mtu=" + std::to_string(settings.mtu);
+    return "( appsrc name=video is-live=true format=time max-buffers=1 max-bytes=0 ! " +
+           encoder.description + " ! queue max-size-buffers=8 max-size-bytes=0 max-size-time=0 ! " +
+           payloaderLine(encoder.codec) + " name=pay0 pt=96 config-interval=0 " +
+           "aggregate-mode=zero-latency ssrc=" + std::to_string(videoSsrc(identity.serial)) +
+           common +
+           " appsrc name=data is-live=true format=time max-bytes=4194304 leaky-type=downstream "
+           "caps=\"meta/x-klv,parsed=(boolean)true\" ! rtpklvpay name=pay1 pt=97 ssrc=" +
+           std::to_string(dataSsrc(identity.serial)) + common + " )";
+}
+
+}  // namespace
+
+GObjectPtr<GstRTSPMediaFactory> makeStereoMediaFactory(const EncoderChoice& encoder,
+                                                       const rig::StreamSettings& settings,
+                                                       const FrameRecord& identity,
+                                                       std::shared_ptr<StreamFeed> feed)
+{
+    GObjectPtr<GstRTSPMediaFactory> factory(gst_rtsp_media_factory_new());
+    gst_rtsp_media_factory_set_launch(factory.get(),
+                                      launchLine(encoder, settings, identity).c_str());
+    gst_rtsp_media_factory_set_media_gtype(factory.get(), stereo_media_get_type());
+    gst_rtsp_media_factory_set_shared(factory.get(), TRUE);
+    gst_rtsp_media_factory_set_latency(factory.get(), static_cast<guint>(settings.latency));
+    gst_rtsp_media_factory_set_profiles(factory.get(), GST_RTSP_PROFILE_AVP);
+    gst_rtsp_media_factory_set_protocols(
+        factory.get(),
+        static_cast<GstRTSPLowerTrans>(GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_TCP));
+    gst_rtsp_media_factory_set_buffer_size(factory.get(), 1 << 20);
+    auto plan = std::make_shared<MediaPlan>(MediaPlan{identity, std::move(feed)});
+    g_signal_connect_data(factory.get(), "media-configure", G_CALLBACK(onMediaConfigure),
+                          SharedData<MediaPlan>::make(std::move(plan)),
+                          SharedData<MediaPlan>::releaseClosure, GConnectFlags(0));
+    return factory;
+}
+
+}  // namespace tq::stream

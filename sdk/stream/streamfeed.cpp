@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: Apache-2.0
+// Queueing between the application's threads and the encoder's.
+#include "sdk/stream/streamfeed.h"
+
+#include <gst/video/video.h>
+
+#include <algorithm>
+#include <string>
+
+#include "sdk/core/log.h"
+
+namespace tq::stream {
+
+namespace {
+
+// Buffers that the encoder may hold besides those that wait.
+constexpr unsigned kEncoderBuffers = 6;
+// Packets that wait behind a frame; with an encoder that hangs and no more frames coming, the rest
+// overtakes it.
+constexpr std::size_t kMostWaiting = 8192;
+constexpr auto kReportInterval = std::chrono::seconds(10);
+
+// A quarter of a second, so that a busy moment of the machine costs no frame.
+std::size_t waitingLimit(int fps)
+{
+    return static_cast<std::size_t>(std::clamp(fps / 4, 2, 8));
+}
+
+GstAppSrc* appSource(GstElement* pipeline, const char* name)
+{
+    return GST_APP_SRC(gst_bin_get_by_name(GST_BIN(pipeline), name));
+}
+
+}  // namespace
+
+StreamFeed::StreamFeed(const VideoFormat& format, GstVideoFormat pixelFormat,
+                       const FrameRecord& streamIdentity)
+    : identity(streamIdentity),
+      mostWaiting(waitingLimit(format.fps)),
+      converter(format, pixelFormat, static_cast<unsigned>(mostWaiting) + kEncoderBuffers)
+{
+}
+
+void StreamFeed::ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
+                             const kvfrw::kvfSampleMetadata& metadata)
+{
+    const std::lock_guard<std::mutex> oneFrame(ingestMutex);
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        ++counts.framesIngested;
+        if (!wantsFrame()) {
+            ++counts.framesUnwanted;
+            return;
+        }
+    }
+    BufferPtr picture = converter.convert(yuyv);
+    if (!picture) {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            dropOldestFrame();
+        }
+        picture = converter.convert(yuyv);
+    }
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (!wantsFrame()) {
+        ++counts.framesUnwanted;
+        return;
+    }
+    WaitingFrame frame{std::move(picture), identity};
+    frame.record.counter = nextCounter++;
+    frame.record.captureTime = timestamp;
+    frame.record.metadata = metadata;
+    if (!frame.picture) {
+        ++counts.framesDropped;
+    } else {
+        GST_BUFFER_PTS(frame.picture.get()) = timestamp;
+        if (waitingFrames >= mostWaiting)
+            dropOldestFrame();
+        waiting.emplace_back(std::move(frame));
+        ++waitingFrames;
+        pump();
+    }
+    reportDrops();
+}
+
+void StreamFeed::ingestIMU(const IMUPacket& packet)
+{
+    if (packet.timestamp == 0)
+        return;
+    const std::lock_guard<std::mutex> lock(mutex);
+    ++counts.imuIngested;
+    if (!media || !playing || ended)
+        return;
+    if (waiting.empty() || waiting.size() >= kMostWaiting)
+        sendIMU(packet);
+    else
+        waiting.emplace_back(packet);
+}
+
+void StreamFeed::attach(GstElement* pipeline)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    forget();
+    media = shareObject(pipeline);
+    video.reset(appSource(pipeline, "video"));
+    data.reset(appSource(pipeline, "data"));
+    encoder.reset(gst_bin_get_by_name(GST_BIN(pipeline), "encoder"));
+}
+
+void StreamFeed::setPlaying(GstElement* pipeline, bool on)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (media.get() != pipeline)
+        return;
+    playing = on;
+    if (!on) {
+        waiting.clear();
+        waitingFrames = 0;
+    }
+}
+
+void StreamFeed::detach(GstElement* pipeline)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (media.get() == pipeline)
+        forget();
+}
+
+void StreamFeed::encoderReady(GstAppSrc* source)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (video.get() != source)
+        return;
+    ready = true;
+    pump();
+}
+
+void StreamFeed::requestKeyFrame()
+{
+    GObjectPtr<GstPad> pad;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (encoder)
+            pad.reset(gst_element_get_static_pad(encoder.get(), "src"));
+    }
+    if (pad) {
+        gst_pad_send_event(
+            pad.get(), gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
+    }
+}
+
+void StreamFeed::shutdown()
+{
+    GObjectPtr<GstElement> last;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        ended = true;
+        if (video && !playing)
+            last = shareObject(GST_ELEMENT(video.get()));
+        forget();
+    }
+    // A media without its first frame would keep the server waiting; an error ends that.
+    if (last)
+        GST_ELEMENT_ERROR(last.get(), RESOURCE, CLOSE, ("The stream is closed"), (nullptr));
+}
+
+SenderStatistics StreamFeed::statistics() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return counts;
+}
+
+// While no client plays, only the first frame is wanted: the server needs it for its description.
+bool StreamFeed::wantsFrame() const
+{
+    return media && !ended && (playing || ready);
+}
+
+void StreamFeed::pump()
+{
+    if (!ready || waiting.empty())
+        return;
+    ready = false;
+    WaitingFrame frame = std::get<WaitingFrame>(std::move(waiting.front()));
+    waiting.pop_front();
+    --waitingFrames;
+    sendFrame(frame);
+    sendLeadingPackets();
+}
+
+void StreamFeed::sendFrame(WaitingFrame& frame)
+{
+    frame.record.framesDropped = counts.framesDropped;
+    sendRecord(encodeFrameRecord(frame.record), frame.record.captureTime);
+    ++counts.framesEncoded;
+    gst_app_src_push_buffer(video.get(), frame.picture.release());
+}
+
+// The data stream's time never runs backwards on account of an IMU packet.
+void StreamFeed::sendIMU(const IMUPacket& packet)
+{
+    sendRecord(encodeImuRecord(identity.serial, packet), std::max(packet.timestamp, lastDataTime));
+    ++counts.imuSent;
+}
+
+void StreamFeed::sendLeadingPackets()
+{
+    while (!waiting.empty() && std::holds_alternative<IMUPacket>(waiting.front())) {
+        sendIMU(std::get<IMUPacket>(waiting.front()));
+        waiting.pop_front();
+    }
+}
+
+void StreamFeed::sendRecord(const std::vector<std::uint8_t>& record, Timestamp time)
+{
+    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, record.size(), nullptr);
+    gst_buffer_fill(buffer, 0, record.data(), record.size());
+    GST_BUFFER_PTS(buffer) = time;
+    lastDataTime = time;
+    gst_app_src_push_buffer(data.get(), buffer);
+}
+
+bool StreamFeed::dropOldestFrame()
+{
+    if (waiting.empty())
+        return false;
+    waiting.pop_front();
+    --waitingFrames;
+    ++counts.framesDropped;
+    sendLeadingPackets();
+    return true;
+}
+
+void StreamFeed::reportDrops()
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (counts.framesDropped == reportedDrops || now - lastReport < kReportInterval)
+        return;
+    logLine("stream " + std::to_string(identity.serial) + ": the encoder is behind, " +
+            std::to_string(counts.framesDropped) + " of " + std::to_string(nextCounter) +
+            " frames dropped so far");
+    reportedDrops = counts.framesDropped;
+    lastReport = now;
+}
+
+void StreamFeed::forget()
+{
+    waiting.clear();
+    waitingFrames = 0;
+    playing = false;
+    ready = false;
+    lastDataTime = 0;
+    media.reset();
+    video.reset();
+    data.reset();
+    encoder.reset();
+}
+
+}  // namespace tq::stream

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: Apache-2.0
+// Carries frames and IMU packets from the application to the media that is being served.
+#pragma once
+
+#include <gst/app/gstappsrc.h>
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <variant>
+
+#include "sdk/stream/datarecords.h"
+#include "sdk/stream/frameconverter.h"
+
+namespace tq::stream {
+
+/// What happened to the frames and packets of one sender since it was opened.
+struct SenderStatistics {
+    std::uint64_t framesIngested = 0;  ///< given to the sender
+    std::uint64_t framesUnwanted = 0;  ///< left alone because nobody watches
+    std::uint64_t framesEncoded = 0;   ///< handed to the encoder
+    std::uint64_t framesDropped = 0;   ///< given up because the encoder is behind
+    std::uint64_t imuIngested = 0;     ///< given to the sender, empty ones not counted
+    std::uint64_t imuSent = 0;         ///< handed to the network
+};
+
+/// The way in of one sender. Frames are converted on the caller's thread and wait in a short queue
+/// until the encoder asks for one; when the queue is full the oldest is dropped. IMU packets keep
+/// their place between the frames.
+///
+/// Thread safe. No function blocks on the encoder or on the network.
+class StreamFeed {
+public:
+    /// @param identity what every frame record says about this stream
+    StreamFeed(const VideoFormat& format, GstVideoFormat pixelFormat, const FrameRecord& identity);
+
+    /// Takes one frame; see UDPOutput::ingestYUVFrame().
+    void ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
+                     const kvfrw::kvfSampleMetadata& metadata);
+
+    /// Takes one IMU packet; empty ones are ignored.
+    void ingestIMU(const IMUPacket& packet);
+
+    /// Names the media to feed from now on; the one before gets nothing more.
+    /// @param pipeline holds appsrc "video", appsrc "data" and "encoder"
+    void attach(GstElement* pipeline);
+
+    /// The media's clients want frames, or want none.
+    void setPlaying(GstElement* pipeline, bool on);
+
+    /// The media is gone.
+    void detach(GstElement* pipeline);
+
+    /// The encoder can take a frame.
+    void encoderReady(GstAppSrc* source);
+
+    /// Makes the encoder begin its next frame afresh, for a client that has just joined.
+    void requestKeyFrame();
+
+    /// Feeds nothing more, and ends the wait of a media for its first frame.
+    void shutdown();
+
+    SenderStatistics statistics() const;
+
+    const GstVideoInfo& videoInfo() const { return converter.videoInfo(); }
+
+private:
+    struct WaitingFrame {
+        BufferPtr picture;
+        FrameRecord record;
+    };
+    using Waiting = std::variant<WaitingFrame, IMUPacket>;
+
+    bool wantsFrame() const;
+    void pump();
+    void sendFrame(WaitingFrame& frame);
+    void sendIMU(const IMUPacket& packet);
+    void sendLeadingPackets();
+    void sendRecord(const std::vector<std::uint8_t>& record, Timestamp time);
+    bool dropOldestFrame();
+    void reportDrops();
+    void forget();
+
+    const FrameRecord identity;
+    const std::size_t mostWaiting;
+
+    std::mutex ingestMutex;  // one frame is converted at a time; taken before mutex
+    FrameConverter converter;
+
+    mutable std::mutex mutex;
+    GObjectPtr<GstElement> media;
+    GObjectPtr<GstAppSrc> video;
+    GObjectPtr<GstAppSrc> data;
+    GObjectPtr<GstElement> encoder;
+    bool playing = false;
+    bool ready = false;  // the encoder waits for a frame
+    bool ended = false;
+    std::deque<Waiting> waiting;  // begins with a frame whenever it is not empty
+    std::size_t waitingFrames = 0;
+    std::uint64_t nextCounter = 0;
+    Timestamp lastDataTime = 0;
+    SenderStatistics counts;
+    std::uint64_t reportedDrops = 0;
+    std::chrono::steady_clock::time_point lastReport{};
+};
+
+}  // namespace tq::stream

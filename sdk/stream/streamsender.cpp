@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: Apache-2.0
+// Opening and closing of a stereo stream.
+#include "sdk/stream/streamsender.h"
+
+#include <gst/gst.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "sdk/core/log.h"
+#include "sdk/rig/rig.h"
+#include "sdk/stream/encoders.h"
+#include "sdk/stream/stereomedia.h"
+
+namespace tq::stream {
+
+namespace {
+
+constexpr int kDefaultBitrate = 20000;         // kbit/s
+constexpr int kDefaultKeyFrameInterval = 120;  // frames
+// What H.264 level 6 and H.265 level 6 can describe, less a margin.
+constexpr int kLargestEye = 8192;
+constexpr int kSmallestEye = 16;
+constexpr int kHighestRate = 1000;
+
+/// Why this configuration makes no sense, or empty.
+std::string objection(const UDPOutConfig& config)
+{
+    const auto outside = [](const char* what, int value, int least, int most) {
+        return std::string(what) + " is " + std::to_string(value) + ", must be " +
+               std::to_string(least) + " to " + std::to_string(most);
+    };
+    if (config.layout != 1)
+        return outside("layout", config.layout, 1, 1);
+    if (config.eyes != 2)
+        return outside("number of eyes", config.eyes, 2, 2);
+    if (config.port == 0)
+        return outside("port", config.port, 1, 65535);
+    if (config.width < kSmallestEye || config.width > kLargestEye)
+        return outside("eye width", config.width, kSmallestEye, kLargestEye);
+    if (config.height < kSmallestEye || config.height > kLargestEye)
+        return outside("eye height", config.height, kSmallestEye, kLargestEye);
+    if (config.fps < 1 || config.fps > kHighestRate)
+        return outside("frame rate", config.fps, 1, kHighestRate);
+    if (config.bitrate < 0 || config.bitrate > 1000000)
+        return outside("bit rate", config.bitrate, 0, 1000000);
+    if (config.keyFrameInterval < 0)
+        return outside("key-frame interval", config.keyFrameInterval, 0, 2147483647);
+    if (config.imuRate < 0)
+        return outside("IMU rate", config.imuRate, 0, 2147483647);
+    return {};
+}
+
+int firstPositive(int a, int b, int c)
+{
+    return a > 0 ? a : (b > 0 ? b : c);
+}
+
+VideoFormat videoFormat(const UDPOutConfig& config, const rig::StreamSettings& settings)
+{
+    VideoFormat format;
+    format.width = config.width * config.eyes;
+    format.height = config.height;
+    format.fps = config.fps;
+    format.bitrate = firstPositive(settings.bitrate, config.bitrate, kDefaultBitrate);
+    format.keyFrameInterval =
+        firstPositive(settings.keyFrameInterval, config.keyFrameInterval, kDefaultKeyFrameInterval);
+    return format;
+}
+
+FrameRecord identityOf(const UDPOutConfig& config)
+{
+    FrameRecord identity;
+    identity.serial = static_cast<std::uint32_t>(config.serialNumber);
+    identity.layout = static_cast<std::uint16_t>(config.layout);
+    identity.eyes = static_cast<std::uint16_t>(config.eyes);
+    identity.eyeWidth = static_cast<std::uint32_t>(config.width);
+    identity.eyeHeight = static_cast<std::uint32_t>(config.height);
+    identity.fps = static_cast<std::uint32_t>(config.fps);
+    identity.imuRate = static_cast<std::uint32_t>(config.imuRate);
+    identity.deviceVersion = static_cast<std::uint32_t>(config.deviceVersion);
+    identity.modelCode = static_cast<std::uint32_t>(config.modelCode);
+    return identity;
+}
+
+/// Name of an element that every stream needs and that is not installed, or empty.
+std::string missingElement()
+{
+    for (const char* element :
+         {"appsrc", "queue", "rtpbin", "rtph264pay", "rtph265pay", "rtpklvpay", "udpsink"}) {
+        GstElementFactory* factory = gst_element_factory_find(element);
+        if (!factory)
+            return element;
+        gst_object_unref(factory);
+    }
+    return {};
+}
+
+std::string wantedEncoder(const rig::StreamSettings& settings)
+{
+    const char* override = std::getenv("KOR_ENCODER");
+    return override && *override ? override : settings.encoder;
+}
+
+}  // namespace
+
+StreamSender::StreamSender(bool logStates) : verbose(logStates) {}
+
+StreamSender::~StreamSender()
+{
+    close();
+}
+
+ErrorCode StreamSender::open(const UDPOutConfig& config)
+{
+    name = "stream " + std::to_string(config.serialNumber);
+    std::string reason;
+    const ErrorCode result = server ? ErrorCode::ALREADY_OPEN : start(config, reason);
+    if (result != ErrorCode::SUCCESS) {
+        logLine(name + ": " + toString(result).c_str() + (reason.empty() ? "" : ": ") + reason);
+    }
+    return result;
+}
+
+ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
+{
+    reason = objection(config);
+    if (!reason.empty())
+        return ErrorCode::INVALID_CONFIGURATION;
+    const rig::RigResult rig = rig::loadRig();
+    if (!rig) {
+        reason = rig.error;
+        return ErrorCode::INVALID_RIG;
+    }
+    const rig::StreamSettings& settings = rig.rig->stream;
+    GError* initError = nullptr;
+    const bool initialised = gst_init_check(nullptr, nullptr, &initError);
+    const GErrorPtr error(initError);
+    const std::string missing = initialised ? missingElement() : std::string();
+    if (!initialised || !missing.empty()) {
+        reason = initialised ? "the GStreamer element " + missing + " is not installed"
+                             : (error ? error->message : "GStreamer cannot be initialised");
+        return ErrorCode::SERVER_FAILED;
+    }
+    const VideoFormat format = videoFormat(config, settings);
+    const auto encoder = chooseEncoder(format, settings.codec, wantedEncoder(settings), reason);
+    if (!encoder)
+        return ErrorCode::NO_ENCODER;
+    const FrameRecord identity = identityOf(config);
+    auto newFeed = std::make_shared<StreamFeed>(format, encoder->inputFormat, identity);
+    auto newServer = std::make_unique<StreamServer>(name, verbose, settings, newFeed);
+    const ErrorCode result = newServer->start(
+        config.port, makeStereoMediaFactory(*encoder, settings, identity, newFeed), reason);
+    if (result != ErrorCode::SUCCESS)
+        return result;
+    feed = std::move(newFeed);
+    server = std::move(newServer);
+    if (verbose) {
+        logLine(name + ": rtsp://" + settings.bindAddress + ":" + std::to_string(config.port) +
+                "/stereo, " + toString(encoder->codec) + " by " + encoder->element + ", " +
+                std::to_string(format.width) + "x" + std::to_string(format.height) + "@" +
+                std::to_string(format.fps) + ", " + std::to_string(format.bitrate) + " kbit/s");
+    }
+    return ErrorCode::SUCCESS;
+}
+
+void StreamSender::ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
+                               const kvfrw::kvfSampleMetadata& metadata)
+{
+    if (feed && yuyv)
+        feed->ingestFrame(yuyv, timestamp, metadata);
+}
+
+void StreamSender::ingestIMU(const IMUPacket& packet)
+{
+    if (feed)
+        feed->ingestIMU(packet);
+}
+
+void StreamSender::close()
+{
+    if (!server)
+        return;
+    feed->shutdown();
+    server->stop();
+    const SenderStatistics total = feed->statistics();
+    if (verbose || total.framesDropped > 0) {
+        logLine(name + ": closed after " + std::to_string(total.framesIngested) +
+                " frames: " + std::to_string(total.framesEncoded) + " encoded, " +
+                std::to_string(total.framesDropped) + " dropped, " +
+                std::to_string(total.framesUnwanted) + " with nobody watching; " +
+                std::to_string(total.imuSent) + " IMU packets sent");
+    }
+    server.reset();
+    feed.reset();
+}
+
+SenderStatistics StreamSender::statistics() const
+{
+    return feed ? feed->statistics() : SenderStatistics{};
+}
+
+}  // namespace tq::stream

@@ -1,0 +1,262 @@
+// SPDX-License-Identifier: Apache-2.0
+// RTSP server: clients, their limits and their end.
+#include "sdk/stream/streamserver.h"
+
+#include <gio/gio.h>
+
+#include <algorithm>
+#include <future>
+#include <utility>
+
+#include "sdk/core/log.h"
+#include "sdk/stream/stereomedia.h"
+
+namespace tq::stream {
+
+namespace {
+
+constexpr const char* kMountPoint = "/stereo";
+constexpr const char* kRole = "viewer";
+constexpr const char* kRealm = "KOR stereo";
+constexpr guint kHouseKeepingInterval = 1000;  // ms
+// Connections without a session that are put up with besides those of the clients served.
+constexpr std::size_t kSpareConnections = 16;
+constexpr int kListenBacklog = 16;
+
+bool hasSession(GstRTSPClient* client)
+{
+    GList* list = gst_rtsp_client_session_filter(
+        client, [](GstRTSPClient*, GstRTSPSession*, gpointer) { return GST_RTSP_FILTER_REF; },
+        nullptr);
+    const bool any = list != nullptr;
+    g_list_free_full(list, g_object_unref);
+    return any;
+}
+
+std::string addressOf(GstRTSPClient* client)
+{
+    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
+    const char* address = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
+    return address ? address : "unknown address";
+}
+
+std::string describe(GstRTSPClient* client)
+{
+    return "client " + addressOf(client);
+}
+
+/// Runs a function on the context's thread and waits for it.
+template <typename Function>
+void runOn(GMainContext* context, Function function)
+{
+    std::promise<void> done;
+    auto task = [&] {
+        function();
+        done.set_value();
+    };
+    GSource* source = g_idle_source_new();
+    g_source_set_priority(source, G_PRIORITY_HIGH);
+    g_source_set_callback(
+        source,
+        [](gpointer data) -> gboolean {
+            (*static_cast<decltype(task)*>(data))();
+            return G_SOURCE_REMOVE;
+        },
+        &task, nullptr);
+    g_source_attach(source, context);
+    done.get_future().wait();
+    g_source_unref(source);
+}
+
+}  // namespace
+
+StreamServer::StreamServer(std::string serverName, bool logStates,
+                           rig::StreamSettings streamSettings,
+                           std::shared_ptr<StreamFeed> streamFeed)
+    : name(std::move(serverName)),
+      verbose(logStates),
+      settings(std::move(streamSettings)),
+      feed(std::move(streamFeed))
+{
+}
+
+StreamServer::~StreamServer()
+{
+    stop();
+}
+
+ErrorCode StreamServer::start(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory> factory,
+                              std::string& reason)
+{
+    configure(port, std::move(factory));
+    GError* error = nullptr;
+    context = g_main_context_new();
+    GSource* source = gst_rtsp_server_create_source(server.get(), nullptr, &error);
+    const GErrorPtr failure(error);
+    if (!source) {
+        const bool taken = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
+        reason = "cannot listen on " + settings.bindAddress + " port " + std::to_string(port) +
+                 ": " + (error ? error->message : "unknown reason");
+        stop();
+        return taken ? ErrorCode::PORT_TAKEN : ErrorCode::SERVER_FAILED;
+    }
+    listener.reset(source);
+    g_source_attach(source, context);
+    attachHousekeeping();
+    loop = g_main_loop_new(context, FALSE);
+    thread = std::thread([this] {
+        g_main_context_push_thread_default(context);
+        g_main_loop_run(loop);
+        g_main_context_pop_thread_default(context);
+    });
+    return ErrorCode::SUCCESS;
+}
+
+void StreamServer::stop()
+{
+    if (thread.joinable()) {
+        runOn(context, [this] { closeAll(); });
+        g_main_loop_quit(loop);
+        thread.join();
+    }
+    listener.reset();
+    timer.reset();
+    connections.clear();
+    server.reset();
+    sessions.reset();
+    if (loop)
+        g_main_loop_unref(std::exchange(loop, nullptr));
+    if (context)
+        g_main_context_unref(std::exchange(context, nullptr));
+}
+
+void StreamServer::configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory> factory)
+{
+    server.reset(gst_rtsp_server_new());
+    gst_rtsp_server_set_address(server.get(), settings.bindAddress.c_str());
+    gst_rtsp_server_set_service(server.get(), std::to_string(port).c_str());
+    gst_rtsp_server_set_backlog(server.get(), kListenBacklog);
+    // No threads of their own for clients: they are served on this server's thread.
+    const GObjectPtr<GstRTSPThreadPool> threads(gst_rtsp_thread_pool_new());
+    gst_rtsp_thread_pool_set_max_threads(threads.get(), 0);
+    gst_rtsp_server_set_thread_pool(server.get(), threads.get());
+    sessions.reset(gst_rtsp_session_pool_new());
+    gst_rtsp_session_pool_set_max_sessions(sessions.get(), static_cast<guint>(settings.maxClients));
+    gst_rtsp_server_set_session_pool(server.get(), sessions.get());
+    if (!settings.user.empty())
+        requireUser(factory.get());
+    const GObjectPtr<GstRTSPMountPoints> mounts(gst_rtsp_server_get_mount_points(server.get()));
+    gst_rtsp_mount_points_add_factory(mounts.get(), kMountPoint, factory.release());
+    g_signal_connect(server.get(), "client-connected",
+                     G_CALLBACK(+[](GstRTSPServer*, GstRTSPClient* client, gpointer self) {
+                         static_cast<StreamServer*>(self)->clientConnected(client);
+                     }),
+                     this);
+}
+
+void StreamServer::requireUser(GstRTSPMediaFactory* factory)
+{
+    const GObjectPtr<GstRTSPAuth> auth(gst_rtsp_auth_new());
+    gst_rtsp_auth_set_supported_methods(auth.get(), GST_RTSP_AUTH_DIGEST);
+    gst_rtsp_auth_set_realm(auth.get(), kRealm);
+    GstRTSPToken* token =
+        gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, kRole, nullptr);
+    gst_rtsp_auth_add_digest(auth.get(), settings.user.c_str(), settings.password.c_str(), token);
+    gst_rtsp_token_unref(token);
+    gst_rtsp_server_set_auth(server.get(), auth.get());
+    gst_rtsp_media_factory_add_role(factory, kRole, GST_RTSP_PERM_MEDIA_FACTORY_ACCESS,
+                                    G_TYPE_BOOLEAN, TRUE, GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT,
+                                    G_TYPE_BOOLEAN, TRUE, nullptr);
+}
+
+void StreamServer::attachHousekeeping()
+{
+    timer.reset(g_timeout_source_new(kHouseKeepingInterval));
+    g_source_set_callback(
+        timer.get(),
+        [](gpointer self) -> gboolean {
+            static_cast<StreamServer*>(self)->houseKeeping();
+            return G_SOURCE_CONTINUE;
+        },
+        this, nullptr);
+    g_source_attach(timer.get(), context);
+}
+
+void StreamServer::clientConnected(GstRTSPClient* client)
+{
+    connections.push_back({shareObject(client), g_get_monotonic_time()});
+    g_signal_connect(client, "closed", G_CALLBACK(+[](GstRTSPClient* closed, gpointer self) {
+                         static_cast<StreamServer*>(self)->clientClosed(closed);
+                     }),
+                     this);
+    g_signal_connect(
+        client, "new-session",
+        G_CALLBACK(+[](GstRTSPClient*, GstRTSPSession* session, gpointer self) {
+            gst_rtsp_session_set_timeout(
+                session,
+                static_cast<guint>(static_cast<StreamServer*>(self)->settings.sessionTimeout));
+        }),
+        this);
+    g_signal_connect(client, "play-request",
+                     G_CALLBACK(+[](GstRTSPClient* player, GstRTSPContext*, gpointer self) {
+                         auto* owner = static_cast<StreamServer*>(self);
+                         owner->log(describe(player) + " plays");
+                         owner->feed->requestKeyFrame();
+                     }),
+                     this);
+    if (connections.size() <= static_cast<std::size_t>(settings.maxClients) + kSpareConnections)
+        return;
+    const auto idle = std::find_if(connections.begin(), connections.end(),
+                                   [](const Connection& c) { return !hasSession(c.client.get()); });
+    if (idle != connections.end()) {
+        log(describe(idle->client.get()) + " is turned away: too many connections");
+        const GObjectPtr<GstRTSPClient> victim = shareObject(idle->client.get());
+        gst_rtsp_client_close(victim.get());
+    }
+}
+
+void StreamServer::clientClosed(GstRTSPClient* client)
+{
+    connections.remove_if([&](const Connection& c) { return c.client.get() == client; });
+}
+
+// Ends sessions that gave no sign of life, and connections that never came to a session.
+void StreamServer::houseKeeping()
+{
+    gst_rtsp_session_pool_cleanup(sessions.get());
+    const gint64 now = g_get_monotonic_time();
+    std::list<GObjectPtr<GstRTSPClient>> expired;
+    for (Connection& connection : connections) {
+        if (hasSession(connection.client.get()))
+            connection.since = now;
+        else if (now - connection.since > settings.sessionTimeout * G_USEC_PER_SEC)
+            expired.push_back(shareObject(connection.client.get()));
+    }
+    for (const auto& client : expired) {
+        log(describe(client.get()) + " is disconnected: no session for " +
+            std::to_string(settings.sessionTimeout) + " s");
+        gst_rtsp_client_close(client.get());
+    }
+}
+
+void StreamServer::closeAll()
+{
+    g_source_destroy(listener.get());
+    gst_rtsp_server_client_filter(
+        server.get(),
+        [](GstRTSPServer*, GstRTSPClient*, gpointer) { return GST_RTSP_FILTER_REMOVE; }, nullptr);
+    gst_rtsp_session_pool_filter(
+        sessions.get(),
+        [](GstRTSPSessionPool*, GstRTSPSession*, gpointer) { return GST_RTSP_FILTER_REMOVE; },
+        nullptr);
+    while (g_main_context_iteration(context, FALSE)) {
+    }
+}
+
+void StreamServer::log(const std::string& text) const
+{
+    if (verbose)
+        logLine(name + ": " + text);
+}
+
+}  // namespace tq::stream

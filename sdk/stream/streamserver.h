@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+// The RTSP server of one sender, on a thread of its own.
+#pragma once
+
+#include <gst/rtsp-server/rtsp-server.h>
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "sdk/rig/rig.h"
+#include "sdk/stream/glibptr.h"
+#include "sdk/stream/streamfeed.h"
+#include "tq_kor/types.h"
+
+namespace tq::stream {
+
+/// Serves rtsp://<address>:<port>/stereo until it is stopped.
+/// start() and stop() belong to one thread at a time.
+class StreamServer {
+public:
+    /// @param name in front of log lines
+    StreamServer(std::string name, bool verbose, rig::StreamSettings settings,
+                 std::shared_ptr<StreamFeed> feed);
+    ~StreamServer();
+    StreamServer(const StreamServer&) = delete;
+    StreamServer& operator=(const StreamServer&) = delete;
+
+    /// Listens and serves.
+    /// @param reason filled when the result is not SUCCESS
+    ErrorCode start(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory> factory,
+                    std::string& reason);
+
+    /// Disconnects all clients; the port is free when the call returns.
+    void stop();
+
+private:
+    struct Connection {
+        GObjectPtr<GstRTSPClient> client;
+        gint64 since;  // µs of the monotonic clock
+    };
+
+    void configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory> factory);
+    void requireUser(GstRTSPMediaFactory* factory);
+    void attachHousekeeping();
+    void clientConnected(GstRTSPClient* client);
+    void clientClosed(GstRTSPClient* client);
+    void houseKeeping();
+    void closeAll();
+    void log(const std::string& text) const;
+
+    const std::string name;
+    const bool verbose;
+    const rig::StreamSettings settings;
+    const std::shared_ptr<StreamFeed> feed;
+
+    GMainContext* context = nullptr;
+    GMainLoop* loop = nullptr;
+    GObjectPtr<GstRTSPServer> server;
+    GObjectPtr<GstRTSPSessionPool> sessions;
+    GSourcePtr listener;
+    GSourcePtr timer;
+    std::list<Connection> connections;  // server thread only, oldest first
+    std::thread thread;
+};
+
+}  // namespace tq::stream
