@@ -13,7 +13,8 @@ set(TQ_KOR_HEADER "tq_kor/tq_kor.h" CACHE STRING "Header of the camera SDK")
 
 find_path(TqKor_INCLUDE_DIR "${TQ_KOR_HEADER}" HINTS "${TQ_KOR_ROOT}" PATH_SUFFIXES include)
 find_library(TqKor_LIBRARY tq_kor HINTS "${TQ_KOR_ROOT}"
-             PATH_SUFFIXES lib "lib/${CMAKE_LIBRARY_ARCHITECTURE}" lib64)
+             PATH_SUFFIXES lib "lib/${CMAKE_LIBRARY_ARCHITECTURE}" lib64
+                           lib/kor-vistrel "lib/${CMAKE_LIBRARY_ARCHITECTURE}/kor-vistrel")
 
 include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(TqKor
