@@ -16,6 +16,14 @@ std::uint64_t widen(std::int32_t serial)
     return static_cast<std::uint64_t>(static_cast<std::int64_t>(serial));
 }
 
+// An absent key reads as null, so that it fails with the type that was wanted.
+const nlohmann::json& field(const nlohmann::json& object, const char* key)
+{
+    static const nlohmann::json absent;
+    const auto found = object.find(key);
+    return found != object.end() ? *found : absent;
+}
+
 }  // namespace
 
 VirtualCameraInfos parseConfig(const nlohmann::json::const_iterator& member)
@@ -25,13 +33,13 @@ VirtualCameraInfos parseConfig(const nlohmann::json::const_iterator& member)
     // Names that are no number give 0.
     record.virtualSerialNumber =
         widen(static_cast<std::int32_t>(std::strtol(member.key().c_str(), nullptr, 10)));
-    record.leftSerialNumber = widen(value.at("Left").get<std::int32_t>());
-    record.rightSerialNumber = widen(value.at("Right").get<std::int32_t>());
-    record.port = static_cast<std::uint32_t>(value.at("Port").get<std::int32_t>());
-    record.fps = value.at("FPS").get<std::int32_t>();
-    record.width = value.at("Width").get<std::int32_t>();
-    record.height = value.at("Height").get<std::int32_t>();
-    record.imu = value.at("IMU").get<bool>();
+    record.leftSerialNumber = widen(field(value, "Left").get<std::int32_t>());
+    record.rightSerialNumber = widen(field(value, "Right").get<std::int32_t>());
+    record.port = static_cast<std::uint32_t>(field(value, "Port").get<std::int32_t>());
+    record.fps = field(value, "FPS").get<std::int32_t>();
+    record.width = field(value, "Width").get<std::int32_t>();
+    record.height = field(value, "Height").get<std::int32_t>();
+    record.imu = field(value, "IMU").get<bool>();
     if (value.contains("HDR")) {
         record.hdr = value.at("HDR").get<std::int32_t>();
     }
