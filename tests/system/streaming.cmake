@@ -1,0 +1,16 @@
+# SPDX-License-Identifier: Apache-2.0
+# The headless program on the open SDK, seen from the network.
+find_package(PkgConfig REQUIRED)
+find_package(Qt5 5.15 REQUIRED COMPONENTS Gui Network)
+pkg_check_modules(GSTREAMER_CLIENT REQUIRED IMPORTED_TARGET
+    gstreamer-1.0 gstreamer-app-1.0 gstreamer-video-1.0)
+
+vistrel_add_test(NAME system_streaming
+    SOURCES streamingtest.cpp streamclient.cpp streamclient.h
+    LIBRARIES vistrel_sandbox Qt5::Gui Qt5::Network PkgConfig::GSTREAMER_CLIENT
+    LABELS system
+    TIMEOUT 400)
+target_compile_definitions(test_system_streaming PRIVATE
+    KOR_VISTREL="$<TARGET_FILE:kor_vistrel>"
+    VISTREL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
+add_dependencies(test_system_streaming kor_vistrel)

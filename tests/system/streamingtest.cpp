@@ -1,0 +1,567 @@
+// SPDX-License-Identifier: Apache-2.0
+// The whole headless program on the open SDK, seen from the network.
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <algorithm>
+#include <set>
+
+#include "tests/sandbox/sandbox.h"
+#include "tests/sdk/patterndecoder.h"
+#include "tests/system/streamclient.h"
+
+namespace {
+
+constexpr int kStartLimitMs = 30000;
+constexpr int kStreamLimitMs = 60000;
+
+quint16 freePort()
+{
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    return probe.serverPort();
+}
+
+QJsonObject camera(int serial, const QJsonObject& source, const QString& imu)
+{
+    QJsonObject object{{"serial", serial}, {"model", "KOR T Solo GS"}, {"source", source}};
+    if (!imu.isEmpty()) {
+        object["imu"] = QJsonObject{{"type", imu}};
+    }
+    return object;
+}
+
+QJsonObject simulated(const char* eye)
+{
+    return {{"type", "simulated"}, {"eye", eye}};
+}
+
+QByteArray document(const QJsonObject& object)
+{
+    return QJsonDocument(object).toJson();
+}
+
+/// One virtual camera of the configuration file.
+struct VirtualCamera {
+    int serial = 101234567;
+    int left = 30100001;
+    int right = 30100002;
+    int width = 960;
+    int height = 600;
+    int fps = 30;
+    quint16 port = 0;
+    bool imu = true;
+
+    QJsonObject json() const
+    {
+        return {{"Left", left},     {"Right", right}, {"IMU", imu},   {"Width", width},
+                {"Height", height}, {"FPS", fps},     {"Port", port}, {"HDR", 0}};
+    }
+    QString url() const { return QStringLiteral("rtsp://127.0.0.1:%1/stereo").arg(port); }
+};
+
+/// kor_vistrel --cli in the sandbox with a rig and a configuration of its own.
+class Service {
+public:
+    explicit Service(const QByteArray& rig)
+    {
+        sandbox::writeFile(folder.filePath("rig.json"), rig);
+        QDir(folder.path()).mkdir("settings");
+        options.settings = folder.filePath("settings");
+        options.standIns = &standIns;
+        options.environment.insert("KOR_RIG", folder.filePath("rig.json"));
+        options.environment.remove("KOR_ENCODER");
+    }
+    ~Service()
+    {
+        process.kill();
+        process.waitForFinished();
+    }
+
+    void configure(const QList<VirtualCamera>& cameras)
+    {
+        QJsonObject configuration;
+        for (const VirtualCamera& virtualCamera : cameras) {
+            configuration[QString::number(virtualCamera.serial)] = virtualCamera.json();
+        }
+        sandbox::writeFile(options.settings + "/virtual_tsolo_config.json",
+                           document(configuration));
+    }
+
+    void start()
+    {
+        sandbox::prepare(process, options, QStringLiteral(KOR_VISTREL), {"--cli"});
+        process.start();
+        process.waitForStarted();
+    }
+
+    /// Whether somebody listens on a port before the program ends or the limit is reached.
+    bool serves(quint16 port)
+    {
+        QElapsedTimer limit;
+        limit.start();
+        while (limit.elapsed() < kStartLimitMs && process.state() == QProcess::Running) {
+            QTcpSocket socket;
+            socket.connectToHost(QHostAddress::LocalHost, port);
+            if (socket.waitForConnected(200)) {
+                return true;
+            }
+            process.waitForFinished(100);
+        }
+        return false;
+    }
+
+    /// Runs until the program ends by itself.
+    sandbox::Result runToEnd()
+    {
+        return sandbox::run(options, QStringLiteral(KOR_VISTREL), {"--cli"}, kStartLimitMs);
+    }
+
+    sandbox::StandIns standIns;
+    sandbox::Options options;
+    QProcess process;
+
+private:
+    QTemporaryDir folder;
+};
+
+QByteArray simulatedRig()
+{
+    return document({{"cameras", QJsonArray{camera(30100001, simulated("left"), "simulated"),
+                                            camera(30100002, simulated("right"), "simulated"),
+                                            camera(30100003, simulated("right"), "")}}});
+}
+
+QJsonObject probe(const QString& url)
+{
+    QProcess ffprobe;
+    ffprobe.start("ffprobe", {"-v", "error", "-rtsp_transport", "tcp", "-show_streams",
+                              "-show_format", "-of", "json", url});
+    ffprobe.waitForFinished(kStartLimitMs);
+    return QJsonDocument::fromJson(ffprobe.readAllStandardOutput()).object();
+}
+
+std::set<std::uint64_t> captureTimes(const StreamClient& client)
+{
+    std::set<std::uint64_t> times;
+    for (const FrameRecord& record : client.frames()) {
+        times.insert(record.captureTime);
+    }
+    return times;
+}
+
+/// The recording that some tests play; empty where it is absent.
+QString recordingFolder()
+{
+    const QString folder = QStringLiteral(VISTREL_SOURCE_DIR "/../shared/data/stereo-imu/mav0");
+    return QDir(folder).exists() ? folder : QString();
+}
+
+/// Timestamps of an ASL index file, in file order.
+std::vector<std::uint64_t> recordedTimes(const QString& csv)
+{
+    std::vector<std::uint64_t> times;
+    QFile file(csv);
+    if (file.open(QIODevice::ReadOnly)) {
+        for (const QByteArray& line : file.readAll().split('\n')) {
+            if (!line.isEmpty() && !line.startsWith('#')) {
+                times.push_back(line.split(',').first().toULongLong());
+            }
+        }
+    }
+    return times;
+}
+
+/// Pictures of one eye of the recording, in file order.
+std::vector<QImage> recordedPictures(const QString& eye)
+{
+    std::vector<QImage> pictures;
+    const QDir folder(eye + "/data");
+    for (const QString& name : folder.entryList({"*.png"}, QDir::Files, QDir::Name)) {
+        pictures.push_back(
+            QImage(folder.filePath(name)).convertToFormat(QImage::Format_Grayscale8));
+    }
+    return pictures;
+}
+
+/// Mean absolute difference between one half of a picture and a recorded one, sampled.
+double difference(const Picture& picture, int left, const QImage& recorded)
+{
+    long sum = 0;
+    long count = 0;
+    for (int y = 0; y < recorded.height(); y += 3) {
+        const uchar* const row = recorded.constScanLine(y);
+        for (int x = 0; x < recorded.width(); x += 3, ++count) {
+            sum += std::abs(*picture.at(left + x, y) - row[x]);
+        }
+    }
+    return static_cast<double>(sum) / static_cast<double>(count);
+}
+
+std::size_t bestMatch(const Picture& picture, int left, const std::vector<QImage>& recorded)
+{
+    std::size_t best = 0;
+    double least = 1e9;
+    for (std::size_t i = 0; i < recorded.size(); ++i) {
+        const double value = difference(picture, left, recorded[i]);
+        if (value < least) {
+            least = value;
+            best = i;
+        }
+    }
+    return best;
+}
+
+}  // namespace
+
+class StreamingTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void servesWhatPlayersExpect();
+    void everyFrameIsOnePairInTime_data();
+    void everyFrameIsOnePairInTime();
+    void imuPacketsArriveOnceEach();
+    void withoutImuNoneIsSent();
+    void twoVirtualCamerasShareACamera();
+    void everyPairOfARecordingArrives();
+    void endsOnWhatCannotBeOpened_data();
+    void endsOnWhatCannotBeOpened();
+    void busyCameraIsLeftOut();
+};
+
+void StreamingTest::initTestCase()
+{
+    QString reason;
+    if (!sandbox::available(&reason)) {
+        QSKIP(qPrintable(reason));
+    }
+}
+
+void StreamingTest::servesWhatPlayersExpect()
+{
+    Service service(simulatedRig());
+    VirtualCamera virtualCamera;
+    virtualCamera.port = freePort();
+    service.configure({virtualCamera});
+    service.start();
+    QVERIFY2(service.serves(virtualCamera.port), service.process.readAllStandardError());
+
+    const QJsonObject found = probe(virtualCamera.url());
+    const QJsonObject video = found["streams"].toArray().first().toObject();
+    QCOMPARE(video["codec_type"].toString(), QString("video"));
+    QVERIFY(QStringList({"h264", "hevc"}).contains(video["codec_name"].toString()));
+    QCOMPARE(video["width"].toInt(), 2 * virtualCamera.width);
+    QCOMPARE(video["height"].toInt(), virtualCamera.height);
+    // 8-bit 4:2:0 over the full range, as the cameras deliver it.
+    QCOMPARE(video["pix_fmt"].toString(), QString("yuvj420p"));
+    const QString title = found["format"].toObject()["tags"].toObject()["title"].toString();
+    QVERIFY2(title.contains(QString::number(virtualCamera.serial)), qPrintable(title));
+
+    // Two seconds hold a key frame at the start and frames at the configured rate.
+    QProcess ffprobe;
+    ffprobe.start("ffprobe", {"-v", "error", "-rtsp_transport", "tcp", "-select_streams", "v",
+                              "-read_intervals", "%+2", "-show_entries", "packet=pts_time,flags",
+                              "-of", "csv=p=0", virtualCamera.url()});
+    QVERIFY(ffprobe.waitForFinished(kStreamLimitMs));
+    QList<QByteArray> packets = ffprobe.readAllStandardOutput().trimmed().split('\n');
+    QVERIFY2(packets.size() > 40, packets.join(' '));
+    QVERIFY2(std::any_of(packets.begin(), packets.begin() + 5,
+                         [](const QByteArray& packet) { return packet.contains(",K"); }),
+             packets.first());
+    const double first = packets[5].split(',').first().toDouble();
+    const double last = packets.last().split(',').first().toDouble();
+    const double rate = (packets.size() - 6) / (last - first);
+    QVERIFY2(std::abs(rate - virtualCamera.fps) < 1, qPrintable(QString::number(rate)));
+}
+
+void StreamingTest::everyFrameIsOnePairInTime_data()
+{
+    QTest::addColumn<QString>("protocols");
+    QTest::newRow("tcp") << "tcp";
+    QTest::newRow("udp") << "udp";
+}
+
+void StreamingTest::everyFrameIsOnePairInTime()
+{
+    QFETCH(QString, protocols);
+    Service service(simulatedRig());
+    VirtualCamera virtualCamera;
+    virtualCamera.port = freePort();
+    service.configure({virtualCamera});
+    service.start();
+    QVERIFY2(service.serves(virtualCamera.port), service.process.readAllStandardError());
+    const StreamClient client(virtualCamera.url(), protocols);
+    QTRY_VERIFY_WITH_TIMEOUT(client.pictures().size() >= 60, kStreamLimitMs);
+
+    const std::vector<Picture> pictures = client.pictures();
+    std::uint32_t lastCounter = 0;
+    std::uint64_t newest = 0;
+    for (const Picture& picture : pictures) {
+        QCOMPARE(picture.width, 2 * virtualCamera.width);
+        const auto left = decodePattern(picture.at(0, 0), 1, picture.width, virtualCamera.width);
+        const auto right = decodePattern(picture.at(virtualCamera.width, 0), 1, picture.width,
+                                         virtualCamera.width);
+        QVERIFY(left && right);
+        QCOMPARE(left->serial, static_cast<std::uint32_t>(virtualCamera.left));
+        QCOMPARE(right->serial, static_cast<std::uint32_t>(virtualCamera.right));
+        QCOMPARE(left->counter, right->counter);
+        QCOMPARE(left->timestamp, right->timestamp);
+        QVERIFY(left->counter > lastCounter);
+        lastCounter = left->counter;
+        newest = left->timestamp;
+    }
+
+    // The data stream names the same instants, to the nanosecond.
+    QTRY_VERIFY(!client.frames().empty() && client.frames().back().captureTime >= newest);
+    const std::set<std::uint64_t> times = captureTimes(client);
+    for (const Picture& picture : pictures) {
+        const auto left = decodePattern(picture.at(0, 0), 1, picture.width, virtualCamera.width);
+        if (left->timestamp >= *times.begin()) {
+            QVERIFY2(times.count(left->timestamp) == 1,
+                     qPrintable(QString::number(left->timestamp)));
+        }
+    }
+    std::uint64_t lastFrame = client.frames().front().counter;
+    for (const FrameRecord& record : client.frames()) {
+        QCOMPARE(record.serial, static_cast<std::uint32_t>(virtualCamera.serial));
+        QCOMPARE(record.eyeWidth, static_cast<std::uint32_t>(virtualCamera.width));
+        QCOMPARE(record.eyeHeight, static_cast<std::uint32_t>(virtualCamera.height));
+        QVERIFY(record.counter <= lastFrame + 1);
+        lastFrame = record.counter;
+        // The grid of the simulated cameras: frame k is due at k / fps seconds.
+        const std::uint64_t rest = record.captureTime % 1000000000;
+        const std::uint64_t k = (rest * 30 + 999999999) / 1000000000;
+        QCOMPARE(rest, k * 1000000000 / 30);
+    }
+    QVERIFY2(client.error().isEmpty(), qPrintable(client.error()));
+}
+
+void StreamingTest::imuPacketsArriveOnceEach()
+{
+    Service service(simulatedRig());
+    VirtualCamera virtualCamera;
+    virtualCamera.port = freePort();
+    service.configure({virtualCamera});
+    service.start();
+    QVERIFY2(service.serves(virtualCamera.port), service.process.readAllStandardError());
+    const StreamClient client(virtualCamera.url());
+    QTRY_VERIFY_WITH_TIMEOUT(client.imu().size() >= 300, kStreamLimitMs);
+
+    const std::vector<ImuRecord> packets = client.imu();
+    for (std::size_t i = 1; i < packets.size(); ++i) {
+        QCOMPARE(packets[i].sequence, packets[i - 1].sequence + 1);
+        QVERIFY(packets[i].timestamp > packets[i - 1].timestamp);
+        QCOMPARE(packets[i].serial, static_cast<std::uint32_t>(virtualCamera.serial));
+    }
+    const FrameRecord lastFrame = client.frames().back();
+    QVERIFY(lastFrame.imuTimestamp != 0);
+    QVERIFY(lastFrame.imuTimestamp <= lastFrame.captureTime);
+}
+
+void StreamingTest::withoutImuNoneIsSent()
+{
+    Service service(simulatedRig());
+    VirtualCamera virtualCamera;
+    virtualCamera.port = freePort();
+    virtualCamera.imu = false;
+    service.configure({virtualCamera});
+    service.start();
+    QVERIFY2(service.serves(virtualCamera.port), service.process.readAllStandardError());
+    const StreamClient client(virtualCamera.url());
+    QTRY_VERIFY_WITH_TIMEOUT(client.frames().size() >= 30, kStreamLimitMs);
+    QCOMPARE(client.imu().size(), std::size_t{0});
+    for (const FrameRecord& record : client.frames()) {
+        QCOMPARE(record.imuTimestamp, std::uint64_t{0});
+    }
+}
+
+void StreamingTest::twoVirtualCamerasShareACamera()
+{
+    Service service(simulatedRig());
+    VirtualCamera first;
+    first.port = freePort();
+    VirtualCamera second;
+    second.serial = 109999999;
+    second.right = 30100003;
+    do {
+        second.port = freePort();
+    } while (second.port == first.port);
+    service.configure({first, second});
+    service.start();
+    QVERIFY2(service.serves(first.port), service.process.readAllStandardError());
+    QVERIFY2(service.serves(second.port), service.process.readAllStandardError());
+    const StreamClient firstClient(first.url());
+    const StreamClient secondClient(second.url());
+    QTRY_VERIFY_WITH_TIMEOUT(firstClient.pictures().size() >= 10, kStreamLimitMs);
+    QTRY_VERIFY_WITH_TIMEOUT(secondClient.pictures().size() >= 10, kStreamLimitMs);
+
+    const auto rightSerial = [](const Picture& picture, int width) {
+        const auto pattern = decodePattern(picture.at(width, 0), 1, picture.width, width);
+        return pattern ? static_cast<int>(pattern->serial) : 0;
+    };
+    QCOMPARE(rightSerial(firstClient.pictures().back(), first.width), first.right);
+    QCOMPARE(rightSerial(secondClient.pictures().back(), second.width), second.right);
+    QCOMPARE(secondClient.frames().back().serial, static_cast<std::uint32_t>(second.serial));
+}
+
+void StreamingTest::everyPairOfARecordingArrives()
+{
+    const QString folder = recordingFolder();
+    if (folder.isEmpty()) {
+        QSKIP("the recording ../shared/data/stereo-imu is absent");
+    }
+    const auto source = [&folder](const char* eye) {
+        return QJsonObject{{"type", "recording"}, {"path", folder}, {"camera", eye}};
+    };
+    Service service(
+        document({{"cameras", QJsonArray{camera(30100001, source("cam0"), "recorded"),
+                                         camera(30100002, source("cam1"), "recorded")}}}));
+    VirtualCamera virtualCamera;
+    virtualCamera.width = 752;
+    virtualCamera.height = 480;
+    virtualCamera.fps = 20;
+    virtualCamera.port = freePort();
+    service.configure({virtualCamera});
+    service.start();
+    QVERIFY2(service.serves(virtualCamera.port), service.process.readAllStandardError());
+    const StreamClient client(virtualCamera.url());
+    const std::vector<std::uint64_t> times = recordedTimes(folder + "/cam0/data.csv");
+    const std::size_t wanted = times.size() + 5;  // more than once around
+    QTRY_VERIFY_WITH_TIMEOUT(client.pictures().size() >= wanted, kStreamLimitMs);
+
+    const std::vector<QImage> left = recordedPictures(folder + "/cam0");
+    const std::vector<QImage> right = recordedPictures(folder + "/cam1");
+    const std::vector<Picture> pictures = client.pictures();
+    const std::size_t start = bestMatch(pictures.front(), 0, left);
+    for (std::size_t i = 0; i < wanted; ++i) {
+        const std::size_t expected = (start + i) % left.size();
+        QCOMPARE(bestMatch(pictures[i], 0, left), expected);
+        QCOMPARE(bestMatch(pictures[i], virtualCamera.width, right), expected);
+        QVERIFY(difference(pictures[i], 0, left[expected]) < 4);
+        QVERIFY(difference(pictures[i], virtualCamera.width, right[expected]) < 4);
+    }
+
+    // The distances in time are the recorded ones; the loop closes with one period.
+    const std::vector<FrameRecord> frames = client.frames();
+    const auto follows = [&times](std::size_t i, std::uint64_t step) {
+        return i + 1 < times.size() ? step == times[i + 1] - times[i]
+                                    : step > 45000000 && step < 55000000;
+    };
+    std::size_t position = times.size();
+    for (std::size_t i = 0; i < times.size() && position == times.size(); ++i) {
+        bool fits = true;
+        for (std::size_t n = 0; n + 1 < std::min(frames.size(), times.size()) && fits; ++n) {
+            fits =
+                follows((i + n) % times.size(), frames[n + 1].captureTime - frames[n].captureTime);
+        }
+        position = fits ? i : position;
+    }
+    QVERIFY2(position < times.size(), "the capture times are not those of the recording");
+
+    // All IMU packets between the first and the last frame, each once.
+    const std::vector<std::uint64_t> imuTimes = recordedTimes(folder + "/imu0/data.csv");
+    const std::vector<ImuRecord> packets = client.imu();
+    QVERIFY(packets.size() > imuTimes.size() * 9 / 10);
+    std::uint64_t longest = 0;
+    for (std::size_t i = 1; i < imuTimes.size(); ++i) {
+        longest = std::max(longest, imuTimes[i] - imuTimes[i - 1]);
+    }
+    for (std::size_t i = 1; i < packets.size(); ++i) {
+        QCOMPARE(packets[i].sequence, packets[i - 1].sequence + 1);
+        const std::uint64_t step = packets[i].timestamp - packets[i - 1].timestamp;
+        QVERIFY2(step > 0 && step <= 2 * longest, qPrintable(QString::number(step)));
+    }
+}
+
+void StreamingTest::endsOnWhatCannotBeOpened_data()
+{
+    QTest::addColumn<QByteArray>("rig");
+    QTest::addColumn<QString>("encoder");
+    QTest::addColumn<bool>("portTaken");
+    QTest::addColumn<QByteArray>("output");
+    QTest::addColumn<QByteArray>("log");
+    QTest::newRow("malformed rig") << QByteArray("{\"cameras\": [") << "" << false
+                                   << QByteArray("Streaming Error 7\n") << QByteArray("rig.json");
+    QTest::newRow("repeated serial")
+        << document({{"cameras", QJsonArray{camera(30100001, simulated("left"), ""),
+                                            camera(30100001, simulated("right"), "")}}})
+        << "" << false << QByteArray("Streaming Error 7\n") << QByteArray("30100001");
+    QTest::newRow("missing recording")
+        << document({{"cameras",
+                      QJsonArray{camera(30100001,
+                                        {{"type", "recording"}, {"path", "/nowhere/mav0"}}, "")}}})
+        << "" << false << QByteArray() << QByteArray("/nowhere/mav0");
+    QTest::newRow("no encoder") << simulatedRig() << "nosuchencoder" << false
+                                << QByteArray("Streaming Error 22\n")
+                                << QByteArray("nosuchencoder");
+    QTest::newRow("port taken") << simulatedRig() << "" << true
+                                << QByteArray("Streaming Error 21\n") << QByteArray("port");
+}
+
+void StreamingTest::endsOnWhatCannotBeOpened()
+{
+    QFETCH(QByteArray, rig);
+    QFETCH(QString, encoder);
+    QFETCH(bool, portTaken);
+    QFETCH(QByteArray, output);
+    QFETCH(QByteArray, log);
+    Service service(rig);
+    if (!encoder.isEmpty()) {
+        service.options.environment.insert("KOR_ENCODER", encoder);
+    }
+    QTcpServer occupant;
+    VirtualCamera virtualCamera;
+    virtualCamera.port = freePort();
+    if (portTaken) {
+        QVERIFY(occupant.listen(QHostAddress::Any, virtualCamera.port));
+    }
+    service.configure({virtualCamera});
+    const sandbox::Result result = service.runToEnd();
+    QVERIFY(result.finished);
+    QCOMPARE(result.status, 1);
+    QCOMPARE(result.output, output);
+    int lines = 0;
+    for (const QByteArray& line : result.error.split('\n')) {
+        lines += line.startsWith("[tq_kor] ") && line.contains(log) ? 1 : 0;
+    }
+    QVERIFY2(lines >= 1, result.error);
+}
+
+void StreamingTest::busyCameraIsLeftOut()
+{
+    Service holder(simulatedRig());
+    QTemporaryDir sharedMemory;
+    holder.options.sharedMemory = sharedMemory.path();
+    VirtualCamera virtualCamera;
+    virtualCamera.port = freePort();
+    holder.configure({virtualCamera});
+    holder.start();
+    QVERIFY2(holder.serves(virtualCamera.port), holder.process.readAllStandardError());
+
+    Service late(simulatedRig());
+    late.options.sharedMemory = sharedMemory.path();
+    late.configure({virtualCamera});
+    const sandbox::Result result = late.runToEnd();
+    QCOMPARE(result.status, 1);
+    QVERIFY2(result.error.contains("[KTCamera] Setup State error :  2"), result.error);
+
+    // The one that had the cameras first goes on, and when it is killed they are free.
+    QCOMPARE(holder.process.state(), QProcess::Running);
+    holder.process.kill();
+    QVERIFY(holder.process.waitForFinished());
+    late.start();
+    QVERIFY2(late.serves(virtualCamera.port), late.process.readAllStandardError());
+}
+
+QTEST_GUILESS_MAIN(StreamingTest)
+#include "streamingtest.moc"
