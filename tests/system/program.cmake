@@ -1,0 +1,10 @@
+# SPDX-License-Identifier: Apache-2.0
+# The run modes of the program.
+vistrel_add_test(NAME system_program
+    SOURCES programtest.cpp
+    LIBRARIES vistrel_sandbox
+    LABELS system)
+target_compile_definitions(test_system_program PRIVATE
+    KOR_VISTREL="$<TARGET_FILE:kor_vistrel>"
+    $<$<TARGET_EXISTS:vistrel_desktop>:VISTREL_DESKTOP>)
+add_dependencies(test_system_program kor_vistrel)
