@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+// Command line of vistrel-receive.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace receive {
+
+/// What the command line asks for.
+struct Options {
+    std::string url;
+    std::string snapshot;      ///< PNG file, empty: none
+    std::string recording;     ///< Matroska file, empty: none
+    std::string imuFile;       ///< CSV file, empty: none
+    std::string statistics;    ///< JSON file, "-" for standard output, empty: none
+    std::uint64_t frames = 0;  ///< end after so many frames, 0: no limit
+    double duration = 0;       ///< end after so many seconds, 0: no limit
+    double timeout = 10;       ///< end when no frame came for so many seconds
+    int jitterBuffer = 200;    ///< how long a missing packet is waited for, ms
+    bool tcp = false;          ///< media through the RTSP connection
+    bool decode = true;
+    bool quiet = false;  ///< no status lines
+};
+
+/// How the reading of the command line ended.
+enum class ParseResult {
+    RUN,    ///< go on with the options
+    EXIT,   ///< help or version was printed
+    USAGE,  ///< the command line is wrong; the reason was printed
+};
+
+ParseResult parseOptions(int argc, char** argv, Options& options);
+
+/// The address without its user and password, for output.
+std::string withoutCredentials(const std::string& url);
+
+}  // namespace receive

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: Apache-2.0
+// The pipeline of vistrel-receive: from the network to decoded pictures, files and statistics.
+#pragma once
+
+#include <gst/gst.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "tools/receive/options.h"
+#include "tools/receive/statistics.h"
+
+namespace receive {
+
+struct ObjectRelease {
+    void operator()(gpointer object) const noexcept { gst_object_unref(object); }
+};
+template <typename T>
+using ObjectPtr = std::unique_ptr<T, ObjectRelease>;
+
+struct FileClose {
+    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<std::FILE, FileClose>;
+
+/// Receives one stream. The public functions belong to one thread.
+class Receiver {
+public:
+    explicit Receiver(const Options& options);
+    ~Receiver();
+    Receiver(const Receiver&) = delete;
+    Receiver& operator=(const Receiver&) = delete;
+
+    /// Opens the files and starts to receive.
+    /// @return empty, or why a file cannot be written
+    std::string start();
+
+    /// Looks after the pipeline for a while.
+    /// @return false when the stream has ended; error() says why
+    bool poll(int milliseconds);
+
+    /// Ends the reception and completes the files.
+    /// @return empty, or why a file could not be written
+    std::string stop();
+
+    const std::string& error() const { return failure; }
+    Statistics& statistics() { return counts; }
+
+private:
+    void onPad(GstPad* pad);
+    void connectVideo(GstPad* pad, const std::string& encoding);
+    void connectData(GstPad* pad);
+    std::string videoLine(const std::string& encoding) const;
+    GstElement* addBin(const std::string& description);
+
+    void onVideoPacket(GstBuffer* packet);
+    void onCodedFrame(GstBuffer* frame);
+    void onPicture(GstSample* sample);
+    void onData(GstBuffer* unit);
+    void writeSnapshot(GstSample* sample);
+    void writeImu(const ImuRecord& record);
+    bool rtpTimeOf(GstClockTime pts, std::uint32_t& rtpTime);
+    void finishRecording();
+    void fail(const std::string& reason);
+
+    const Options options;
+    Statistics counts;
+    ObjectPtr<GstElement> pipeline;
+    std::string failure;
+
+    std::mutex mutex;                                    // guards what follows; streaming threads
+    std::map<GstClockTime, std::uint32_t> rtpTimes;      // of the frames under way, by PTS
+    std::map<GstClockTime, std::uint32_t> dataRtpTimes;  // of the units under way, by PTS
+    ObjectPtr<GstPad> recordingInput;
+    bool recordingDone = false;
+    std::condition_variable recordingChanged;
+    bool videoConnected = false;
+    bool dataConnected = false;
+    bool snapshotWritten = false;
+    std::string fileError;
+    FilePtr imuFile;
+
+    friend struct ReceiverCallbacks;
+};
+
+}  // namespace receive
