@@ -121,8 +121,9 @@ void KTCamera::captureFrame(tq::KORmcu* mcu)
 {
     tq::Mat* const frame = ring->acquire();
     if (frame == nullptr) {
-        // The IMU packets up to this frame stay in the camera and come with the next one.
-        ++lostFrames;
+        // The IMU packets up to this frame stay in the camera and come with the next one. Before
+        // the owner's event loop runs for the first time nobody misses a frame.
+        lostFrames += ring->hasDelivered() ? 1 : 0;
         return;
     }
     reportLostFrames();

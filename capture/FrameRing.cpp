@@ -53,6 +53,7 @@ void FrameRing::markInFlight(tq::Mat* buffer)
 
 void FrameRing::release()
 {
+    delivered = true;
     const std::lock_guard<std::mutex> lock(mutex);
     if (!inFlight.empty()) {
         idle.push_back(inFlight.front());

@@ -2,6 +2,7 @@
 // The frame buffers of one capture worker.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <deque>
 #include <mutex>
@@ -35,11 +36,15 @@ public:
     /// Everything emitted up to the oldest buffer in flight has been delivered.
     void release();
 
+    /// Whether the owner's event loop has given a buffer back, that is, whether it runs.
+    bool hasDelivered() const { return delivered; }
+
 private:
     const int width;
     const int height;
     const std::size_t limit;
 
+    std::atomic<bool> delivered{false};
     std::mutex mutex;
     std::deque<tq::Mat> buffers;    // addresses stay valid as it grows
     std::vector<tq::Mat*> idle;     // the one used last at the back: it is still cached
