@@ -47,6 +47,18 @@ const char* decoderFor(const std::string& encoding)
                               : firstInstalled({"avdec_h264", "openh264dec"});
 }
 
+/// Loads the decoders' plug-ins ahead of time, which else would delay the first frames.
+void loadDecoders()
+{
+    for (const char* encoding : {"H264", "H265"}) {
+        if (const char* decoder = decoderFor(encoding)) {
+            const ObjectPtr<GstElementFactory> factory(gst_element_factory_find(decoder));
+            if (GstPluginFeature* loaded = gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory.get())))
+                gst_object_unref(loaded);
+        }
+    }
+}
+
 bool readRtpTime(GstBuffer* packet, std::uint32_t& rtpTime, std::size_t& payloadBytes)
 {
     GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
@@ -215,6 +227,7 @@ std::string Receiver::start()
             return path + ": " + std::strerror(errno);
     }
     pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("receive"))));
+    loadDecoders();
     GstElement* source = gst_element_factory_make("rtspsrc", "source");
     if (!source) {
         fail("the GStreamer element rtspsrc is not installed");

@@ -13,7 +13,7 @@ namespace receive {
 
 namespace {
 
-constexpr double kBucketMs = 0.1;
+constexpr double kBucketsPerMs = 10;
 constexpr std::size_t kBuckets = 100000;  // ten seconds; what lies beyond counts as that
 constexpr std::size_t kRememberedFrames = 256;
 constexpr double kDarkLuma = 4;  // mean below which an eye counts as black
@@ -39,7 +39,7 @@ void LatencyHistogram::add(double milliseconds)
     smallest = count == 0 ? milliseconds : std::min(smallest, milliseconds);
     largest = count == 0 ? milliseconds : std::max(largest, milliseconds);
     ++count;
-    const double index = std::clamp(milliseconds / kBucketMs, 0.0, double{kBuckets - 1});
+    const double index = std::clamp(milliseconds * kBucketsPerMs, 0.0, double{kBuckets - 1});
     ++buckets[static_cast<std::size_t>(index)];
 }
 
@@ -52,7 +52,7 @@ std::optional<double> LatencyHistogram::percentile(double share) const
     for (std::size_t i = 0; i < kBuckets; ++i) {
         seen += buckets[i];
         if (seen >= std::max<std::uint64_t>(wanted, 1))
-            return std::round(static_cast<double>(i) + 1) * kBucketMs;
+            return (static_cast<double>(i) + 1) / kBucketsPerMs;
     }
     return largest;
 }
