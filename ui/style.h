@@ -16,6 +16,12 @@ public:
     Style();
     ~Style();
 
+    /// Point size of a font, so that it has the same size in pixels on every screen.
+    /// @param scale          size times the reference width, the font's entry in the size table
+    /// @param referenceWidth pixels; one of zero or less, as a screen without fonts yields, counts
+    ///                       as that of the design
+    static int pointSize(float scale, int referenceWidth);
+
     Style(const Style&) = delete;
     Style& operator=(const Style&) = delete;
 
@@ -69,8 +75,10 @@ public:
     QString checkBoxSmall;  ///< check box with a 12 px indicator
     QString checkBoxSized;  ///< check box template: %1 width, %2 height of the indicator in pixels
     QString comboBox;       ///< ResolutionComboBox, FPSComboBox, the combo boxes of an editor
+    QString comboBoxLight;  ///< combo boxes on a light ground; their arrows have no image
     QString lineEdit;       ///< VirtualCamSNEdit
     QString spinBox;        ///< spin boxes; contained in mainWindow, for use outside of it
+    QString spinBoxLight;   ///< spin boxes on a light ground; their arrows have no image
     QString slider;         ///< sliders
     QString scrollBar;      ///< scroll bars of both scroll areas
     QString menu;           ///< pop-up menus
@@ -86,4 +94,11 @@ public:
     QString labelImage;     ///< label template: %1 an image path
 
     int referenceWidth;  ///< width of "123" in the reference font, pixels; all sizes follow from it
+
+private:
+    void buildFonts();
+    void buildButtonSheets();
+    void buildIconSheets();
+    void buildInputSheets();
+    void buildTextSheets();
 };
