@@ -23,13 +23,13 @@ public:
 
     explicit FrameSlots(std::size_t frameBytes)
     {
-        for (Slot& slot : slots) {
+        for (Slot& slot : buffers) {
             slot.pixels.resize(frameBytes);
         }
     }
 
     /// The buffer to fill. Producer's thread.
-    Slot& filling() { return slots[fillIndex]; }
+    Slot& filling() { return buffers[fillIndex]; }
     int fillingIndex() const { return static_cast<int>(fillIndex); }
 
     /// Makes the filled buffer the newest frame. Producer's thread.
@@ -54,7 +54,7 @@ public:
     }
 
     /// The current frame; stays untouched until takeNewest() returns true. Reader's thread.
-    Slot& reading() { return slots[readIndex]; }
+    Slot& reading() { return buffers[readIndex]; }
 
     /// Frames that were replaced by newer ones before the reader came.
     std::uint64_t overwrittenFrames() const { return overwritten.load(std::memory_order_relaxed); }
@@ -63,7 +63,7 @@ private:
     static constexpr unsigned kIndex = 3;
     static constexpr unsigned kFresh = 4;
 
-    std::array<Slot, kFrameBuffers> slots;
+    std::array<Slot, kFrameBuffers> buffers;
     unsigned fillIndex = 0;
     std::atomic<unsigned> waiting{1};
     unsigned readIndex = 2;

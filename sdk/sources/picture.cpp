@@ -87,8 +87,9 @@ PictureScaler::PictureScaler(int targetWidth, int targetHeight)
 
 void PictureScaler::scale(const Picture& picture, std::uint8_t* yuyv)
 {
-    const bool smaller = picture.width > width || picture.height > height;
-    const libyuv::FilterMode filter = smaller ? libyuv::kFilterBox : libyuv::kFilterBilinear;
+    // Averaging avoids aliases, but rounds down; it pays from half the size on.
+    const bool muchSmaller = picture.width >= 2 * width || picture.height >= 2 * height;
+    const libyuv::FilterMode filter = muchSmaller ? libyuv::kFilterBox : libyuv::kFilterBilinear;
     const std::uint8_t* scaledLuma = picture.luma.data();
     if (picture.width != width || picture.height != height) {
         libyuv::ScalePlane(picture.luma.data(), picture.width, picture.width, picture.height,

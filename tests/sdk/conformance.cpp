@@ -1,0 +1,517 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the program relies on of a camera SDK. Runs against any implementation of it, with the
+// cameras that it finds; at least one mono camera must be attached and free.
+#include <sys/types.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QSet>
+#include <QtTest>
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <list>
+#include <memory>
+#include <vector>
+
+#include "capture/sdk.h"
+
+namespace {
+
+constexpr int kRate = 30;
+constexpr int kFrameLimit = 5000;  // ms
+constexpr const char* kHolderOption = "--hold-camera";
+
+/// One enumerated camera, as far as the program reads the record.
+struct Device {
+    int state;
+    int id;
+    tq::MODEL model;
+    int serial;
+};
+
+template <typename T>
+T fieldAt(const tq::DeviceProperties& record, std::size_t offset)
+{
+    T value;
+    std::memcpy(&value, reinterpret_cast<const char*>(&record) + offset, sizeof value);
+    return value;
+}
+
+std::vector<Device> monoCameras()
+{
+    std::vector<Device> found;
+    for (const tq::DeviceProperties& record : ArgusCamera::getGMSLDevices(true, false)) {
+        const Device device{fieldAt<int>(record, 0), fieldAt<int>(record, 4),
+                            fieldAt<tq::MODEL>(record, 24), fieldAt<int>(record, 28)};
+        if (device.model == sdk::kSoloGs || device.model == sdk::kSoloUhd) {
+            found.push_back(device);
+        }
+    }
+    return found;
+}
+
+tq::Timestamp realTime()
+{
+    timespec time{};
+    clock_gettime(CLOCK_REALTIME, &time);
+    return static_cast<tq::Timestamp>(time.tv_sec) * 1000000000u +
+           static_cast<tq::Timestamp>(time.tv_nsec);
+}
+
+int defaultHeight(tq::MODEL model)
+{
+    return model == sdk::kSoloUhd ? 1080 : 1200;
+}
+
+/// A grabber that is set up as the program does.
+struct Camera {
+    Camera() : grabber(sdk::kGrabberInput)
+    {
+        grabber.setMonoCapture(true);
+        grabber.setInputType(sdk::kCaptureInput);
+    }
+
+    int open(int wanted, int width, int height, int fps = kRate)
+    {
+        id = wanted;
+        return grabber.setUp(id, width, height, fps, sdk::kGrabberBuffers, false,
+                             sdk::kImuFrequency, false, false);
+    }
+
+    int open(const Device& device) { return open(device.id, 1920, defaultHeight(device.model)); }
+
+    bool waitForFrame(int limit = kFrameLimit)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (grabber.getFrameStatus() != 1) {
+            if (timer.hasExpired(limit)) {
+                return false;
+            }
+            QThread::usleep(100);
+        }
+        return true;
+    }
+
+    QByteArray pixels()
+    {
+        return {reinterpret_cast<const char*>(grabber.getPixels()),
+                grabber.getEffectiveWidth() * grabber.getEffectiveHeight() * 2};
+    }
+
+    tq::LiveCameraGrabber grabber;
+    int id = 0;
+};
+
+/// The second process of the test of busy cameras: holds a camera until its input ends.
+int holdCamera(int id)
+{
+    for (const Device& device : monoCameras()) {
+        Camera camera;
+        if (device.id == id && camera.open(device) == 0 && camera.waitForFrame()) {
+            std::puts("held");
+            std::fflush(stdout);
+            (void)std::getchar();
+            camera.grabber.close(true);
+            return 0;
+        }
+    }
+    return 1;
+}
+
+/// Nearest distance of a time to a sorted list, ns.
+tq::Timestamp distance(const std::vector<tq::Timestamp>& times, tq::Timestamp to)
+{
+    tq::Timestamp nearest = ~tq::Timestamp(0);
+    for (const tq::Timestamp time : times) {
+        nearest = std::min(nearest, time > to ? time - to : to - time);
+    }
+    return nearest;
+}
+
+}  // namespace
+
+class Conformance : public QObject {
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void modelsHaveNames();
+    void camerasAreEnumerated();
+    void enumerationIsRepeatable();
+    void unknownIdIsRefused();
+    void absurdSizeIsRefused();
+    void openedCameraDescribesItself();
+    void framesArriveAtTheAskedRate();
+    void pixelsStayUntouchedUntilTheNextFrame();
+    void aLateReaderSeesTheNewestFrame();
+    void aSecondGrabberIsRefused();
+    void aSecondProcessIsRefused();
+    void aKilledProcessReleasesItsCamera();
+    void twoCamerasPair();
+    void batchesHoldEveryPacketOnce();
+    void camerasWithoutInertialUnitSaySo();
+    void camerasCanBeClosedAndReopened();
+    void imagesShareAndClone();
+    void imagesCarryTheirCaptureTime();
+    void imagesAreAllocatedPacked();
+    void imagesCanBeReleasedOnAnyThread();
+
+private:
+    std::vector<Device> cameras;
+};
+
+void Conformance::initTestCase()
+{
+    cameras = monoCameras();
+    QVERIFY2(!cameras.empty(), "attach at least one mono camera");
+    for (const Device& device : cameras) {
+        QVERIFY2(device.state == 0, "a camera is in use by another process");
+    }
+}
+
+void Conformance::modelsHaveNames()
+{
+    QCOMPARE(tq::toString(sdk::kSoloGs).c_str(), "KOR T Solo GS");
+    QCOMPARE(tq::toString(sdk::kSoloUhd).c_str(), "KOR T Solo UHD");
+}
+
+void Conformance::camerasAreEnumerated()
+{
+    QSet<int> ids;
+    QSet<int> serials;
+    for (const Device& device : cameras) {
+        QVERIFY(device.serial > 0);
+        // The program tells the families apart by these digits.
+        QCOMPARE(QString::number(device.serial).left(2),
+                 QString::number(static_cast<int>(device.model)));
+        QVERIFY2(!ids.contains(device.id), "ids are unique");
+        QVERIFY2(!serials.contains(device.serial), "serial numbers are unique");
+        ids << device.id;
+        serials << device.serial;
+    }
+}
+
+void Conformance::enumerationIsRepeatable()
+{
+    for (int round = 0; round < 2; ++round) {
+        const std::vector<Device> again = monoCameras();
+        QCOMPARE(again.size(), cameras.size());
+        for (std::size_t i = 0; i < again.size(); ++i) {
+            QCOMPARE(again[i].id, cameras[i].id);
+            QCOMPARE(again[i].serial, cameras[i].serial);
+        }
+        ArgusCamera::deleteProviderInstance();
+    }
+    cameras = monoCameras();
+}
+
+void Conformance::unknownIdIsRefused()
+{
+    int unknown = 0;
+    for (const tq::DeviceProperties& record : ArgusCamera::getGMSLDevices(true, false)) {
+        unknown = std::max(unknown, fieldAt<int>(record, 4) + 1);
+    }
+    Camera camera;
+    QVERIFY(camera.open(unknown, 1920, 1200) != 0);
+    QVERIFY(camera.grabber.getFrameStatus() != 1);
+}
+
+void Conformance::absurdSizeIsRefused()
+{
+    Camera camera;
+    QVERIFY(camera.open(cameras.front().id, 0, 0) != 0);
+    QVERIFY(camera.open(cameras.front().id, -1920, 1200) != 0);
+    QVERIFY(camera.open(cameras.front().id, 1920, 1200, 0) != 0);
+    QVERIFY2(camera.open(cameras.front()) == 0, "refused attempts leave the camera free");
+}
+
+void Conformance::openedCameraDescribesItself()
+{
+    for (const Device& device : cameras) {
+        Camera camera;
+        QCOMPARE(camera.open(device), 0);
+        QCOMPARE(camera.grabber.getEffectiveWidth(), 1920);
+        QCOMPARE(camera.grabber.getEffectiveHeight(), defaultHeight(device.model));
+        QVERIFY(camera.grabber.getFPS() > 0);
+        QCOMPARE(camera.grabber.getSerialNumber(), device.serial);
+        QVERIFY(camera.grabber.getCameraModel() == device.model);
+        QCOMPARE(camera.grabber.hasMCU(), camera.grabber.getMCU() != nullptr);
+    }
+}
+
+void Conformance::framesArriveAtTheAskedRate()
+{
+    constexpr int kFrames = 45;
+    Camera camera;
+    QCOMPARE(camera.open(cameras.front()), 0);
+    QVERIFY(camera.waitForFrame());
+    const tq::Timestamp first = camera.grabber.getTimeStamp();
+    tq::Timestamp last = first;
+    std::vector<tq::Timestamp> intervals;
+    for (int i = 0; i < kFrames; ++i) {
+        QVERIFY(camera.waitForFrame());
+        const tq::Timestamp now = realTime();
+        const tq::Timestamp time = camera.grabber.getTimeStamp();
+        QVERIFY2(time > last, "capture times increase");
+        QVERIFY2(time <= now, "a frame is not from the future");
+        QVERIFY2(now - time < 500000000u, "a frame is recent");
+        intervals.push_back(time - last);
+        last = time;
+    }
+    // The median, so that a busy machine that misses some frames still measures the camera.
+    std::nth_element(intervals.begin(), intervals.begin() + kFrames / 2, intervals.end());
+    const double period = static_cast<double>(intervals[kFrames / 2]);
+    const double expected = 1e9 / camera.grabber.getFPS();
+    QVERIFY2(period > expected * 0.9 && period < expected * 1.1,
+             qPrintable(QString("%1 ns instead of %2 ns").arg(period).arg(expected)));
+}
+
+void Conformance::pixelsStayUntouchedUntilTheNextFrame()
+{
+    Camera camera;
+    QCOMPARE(camera.open(cameras.front()), 0);
+    for (int i = 0; i < 5; ++i) {
+        QVERIFY(camera.waitForFrame());
+        const unsigned char* address = camera.grabber.getPixels();
+        const tq::Timestamp time = camera.grabber.getTimeStamp();
+        const QByteArray before = camera.pixels();
+        QThread::msleep(static_cast<unsigned long>(5 * 1000 / camera.grabber.getFPS()));
+        QVERIFY(camera.pixels() == before);
+        QVERIFY(camera.grabber.getPixels() == address);
+        QCOMPARE(camera.grabber.getTimeStamp(), time);
+    }
+}
+
+void Conformance::aLateReaderSeesTheNewestFrame()
+{
+    Camera camera;
+    QCOMPARE(camera.open(cameras.front()), 0);
+    QVERIFY(camera.waitForFrame());
+    QThread::msleep(400);
+    const tq::Timestamp now = realTime();
+    QVERIFY(camera.waitForFrame());
+    const tq::Timestamp age = now - std::min(now, camera.grabber.getTimeStamp());
+    QVERIFY2(age < 200000000u, qPrintable(QString("the frame is %1 ns old").arg(age)));
+}
+
+void Conformance::aSecondGrabberIsRefused()
+{
+    Camera first;
+    Camera second;
+    QCOMPARE(first.open(cameras.front()), 0);
+    QVERIFY(second.open(cameras.front()) != 0);
+    QVERIFY2(first.waitForFrame(), "the first user is not disturbed");
+    first.grabber.close(true);
+    QCOMPARE(second.open(cameras.front()), 0);
+}
+
+void Conformance::aSecondProcessIsRefused()
+{
+    QProcess other;
+    other.start(QCoreApplication::applicationFilePath(),
+                {kHolderOption, QString::number(cameras.front().id)});
+    QVERIFY(other.waitForReadyRead(10000));
+    QCOMPARE(other.readLine().trimmed(), QByteArray("held"));
+
+    for (const Device& device : monoCameras()) {
+        QCOMPARE(device.state != 0, device.id == cameras.front().id);
+    }
+    Camera camera;
+    QVERIFY(camera.open(cameras.front()) != 0);
+
+    other.closeWriteChannel();
+    QVERIFY(other.waitForFinished(10000));
+    QCOMPARE(other.exitCode(), 0);
+    QCOMPARE(camera.open(cameras.front()), 0);
+}
+
+void Conformance::aKilledProcessReleasesItsCamera()
+{
+    QProcess other;
+    other.start(QCoreApplication::applicationFilePath(),
+                {kHolderOption, QString::number(cameras.front().id)});
+    QVERIFY(other.waitForReadyRead(10000));
+    other.kill();
+    QVERIFY(other.waitForFinished(10000));
+    Camera camera;
+    int result = -1;
+    QTRY_VERIFY((result == 0 || (result = camera.open(cameras.front())) == 0));
+    QVERIFY(camera.waitForFrame());
+}
+
+void Conformance::twoCamerasPair()
+{
+    if (cameras.size() < 2 || cameras[0].model != cameras[1].model) {
+        QSKIP("needs two cameras of the same model");
+    }
+    Camera left;
+    Camera right;
+    QCOMPARE(left.open(cameras[0]), 0);
+    QCOMPARE(right.open(cameras[1]), 0);
+    QVERIFY(left.waitForFrame());
+    QVERIFY(right.waitForFrame());
+    std::vector<tq::Timestamp> lefts;
+    std::vector<tq::Timestamp> rights;
+    QElapsedTimer timer;
+    timer.start();
+    while (!timer.hasExpired(1500)) {
+        if (left.grabber.getFrameStatus() == 1) {
+            lefts.push_back(left.grabber.getTimeStamp());
+        }
+        if (right.grabber.getFrameStatus() == 1) {
+            rights.push_back(right.grabber.getTimeStamp());
+        }
+        QThread::usleep(100);
+    }
+    QVERIFY(lefts.size() > 15);
+    const auto paired = std::count_if(lefts.begin(), lefts.end(), [&](tq::Timestamp time) {
+        return distance(rights, time) <= 5000000u;
+    });
+    QVERIFY2(paired * 10 >= static_cast<int>(lefts.size()) * 8,
+             qPrintable(QString("%1 of %2 frames have a partner").arg(paired).arg(lefts.size())));
+}
+
+void Conformance::batchesHoldEveryPacketOnce()
+{
+    Camera camera;
+    QCOMPARE(camera.open(cameras.front()), 0);
+    tq::KORmcu* mcu = camera.grabber.getMCU();
+    if (mcu == nullptr) {
+        QSKIP("the camera has no inertial unit");
+    }
+    QVERIFY(camera.waitForFrame());
+    const tq::Timestamp begin = camera.grabber.getTimeStamp();
+    tq::Timestamp end = begin;
+    std::list<tq::IMUPacket> collected;
+    for (int i = 0; i < 30; ++i) {
+        QVERIFY(camera.waitForFrame());
+        const tq::Timestamp time = camera.grabber.getTimeStamp();
+        collected.splice(collected.end(), mcu->getIMUPacketBatch(end, time));
+        end = time;
+    }
+    const std::list<tq::IMUPacket> whole = mcu->getIMUPacketBatch(begin, end);
+    QVERIFY(!whole.empty());
+    QCOMPARE(collected.size(), whole.size());
+    // Compared as bytes: the program copies packets whole and never looks into them.
+    QVERIFY(std::equal(whole.begin(), whole.end(), collected.begin(),
+                       [](const tq::IMUPacket& a, const tq::IMUPacket& b) {
+                           return std::memcmp(&a, &b, sizeof a) == 0;
+                       }));
+    QVERIFY2(mcu->getIMUPacketBatch(end, end).empty(), "an empty range holds nothing");
+}
+
+void Conformance::camerasWithoutInertialUnitSaySo()
+{
+    for (const Device& device : cameras) {
+        Camera camera;
+        QCOMPARE(camera.open(device), 0);
+        QCOMPARE(camera.grabber.getMCU() != nullptr, camera.grabber.hasMCU());
+        QVERIFY(camera.waitForFrame());
+        // The reference is valid with and without a unit.
+        const tq::IMUPacket packet = camera.grabber.getIMUPacket();
+        Q_UNUSED(packet)
+    }
+}
+
+void Conformance::camerasCanBeClosedAndReopened()
+{
+    const int heights[] = {defaultHeight(cameras.front().model), 1080, 1200};
+    Camera camera;
+    for (const int height : heights) {
+        QCOMPARE(camera.open(cameras.front().id, 1920, height), 0);
+        QCOMPARE(camera.grabber.getEffectiveHeight(), height);
+        QVERIFY(camera.waitForFrame());
+        camera.grabber.close(true);
+        QVERIFY(camera.grabber.getFrameStatus() != 1);
+    }
+}
+
+void Conformance::imagesShareAndClone()
+{
+    tq::Mat image;
+    image.alloc(64, 8, sdk::kYuyv, sdk::kHostMemory);
+    auto* pixels = image.getPtr<unsigned char>(sdk::kHostMemory);
+    QVERIFY(pixels != nullptr);
+    std::memset(pixels, 7, 64 * 8 * 2);
+
+    tq::Mat shared(image);
+    QVERIFY2(shared.getPtr<unsigned char>(sdk::kHostMemory) == pixels, "copies share the pixels");
+    tq::Mat deep;
+    deep.clone(image);
+    auto* own = deep.getPtr<unsigned char>(sdk::kHostMemory);
+    QVERIFY2(own != nullptr && own != pixels, "a clone has pixels of its own");
+    pixels[100] = 9;
+    QCOMPARE(int(shared.getPtr<unsigned char>(sdk::kHostMemory)[100]), 9);
+    QCOMPARE(int(own[100]), 7);
+
+    image.free(sdk::kAllMemory);
+    QVERIFY(image.getPtr<unsigned char>(sdk::kHostMemory) == nullptr);
+    QCOMPARE(int(shared.getPtr<unsigned char>(sdk::kHostMemory)[100]), 9);
+}
+
+void Conformance::imagesCarryTheirCaptureTime()
+{
+    tq::Mat image;
+    image.alloc(16, 4, sdk::kYuyv, sdk::kHostMemory);
+    sdk::setCaptureTime(image, 1700000000123456789u);
+    const tq::Mat shared(image);
+    tq::Mat deep;
+    deep.clone(shared);
+    QCOMPARE(sdk::captureTime(shared), tq::Timestamp(1700000000123456789u));
+    QCOMPARE(sdk::captureTime(deep), tq::Timestamp(1700000000123456789u));
+}
+
+void Conformance::imagesAreAllocatedPacked()
+{
+    for (const auto& [width, height] : {std::pair{1920, 1200}, {3840, 1200}, {7680, 2160}}) {
+        tq::Mat image;
+        image.alloc(static_cast<unsigned long>(width), static_cast<unsigned long>(height),
+                    sdk::kYuyv, sdk::kHostMemory);
+        QCOMPARE(image.getStepBytes(sdk::kHostMemory), static_cast<std::size_t>(width) * 2);
+        auto* pixels = image.getPtr<unsigned char>(sdk::kHostMemory);
+        QVERIFY(pixels != nullptr);
+        pixels[static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 2 - 1] = 1;
+    }
+}
+
+void Conformance::imagesCanBeReleasedOnAnyThread()
+{
+    tq::Mat image;
+    image.alloc(640, 480, sdk::kYuyv, sdk::kHostMemory);
+    std::memset(image.getPtr<unsigned char>(sdk::kHostMemory), 5, 640 * 480 * 2);
+    std::vector<std::unique_ptr<QThread>> threads;
+    QAtomicInt wrong;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back(QThread::create([copy = tq::Mat(image), &wrong] {
+            for (int k = 0; k < 2000; ++k) {
+                const tq::Mat shared(copy);
+                if (shared.getPtr<unsigned char>(sdk::kHostMemory)[k] != 5) {
+                    wrong.ref();
+                }
+            }
+        }));
+        threads.back()->start();
+    }
+    image.free(sdk::kAllMemory);
+    for (const auto& thread : threads) {
+        QVERIFY(thread->wait(10000));
+    }
+    QCOMPARE(wrong.loadAcquire(), 0);
+}
+
+int main(int argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.value(1) == kHolderOption) {
+        return holdCamera(arguments.value(2).toInt());
+    }
+    Conformance suite;
+    return QTest::qExec(&suite, argc, argv);
+}
+
+#include "conformance.moc"

@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of the camera locks.
+#include "sdk/camera/cameralock.h"
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <QtTest>
+#include <atomic>
+#include <csignal>
+#include <thread>
+
+#include "tests/sdk/sdktesting.h"
+
+using tq::CameraLock;
+using tq::ErrorCode;
+
+namespace {
+
+/// A child process that holds a camera's lock until it is killed.
+class Holder {
+public:
+    explicit Holder(int serial)
+    {
+        int ready[2];
+        if (::pipe(ready) != 0) {
+            qFatal("no pipe");
+        }
+        child = ::fork();
+        if (child == 0) {
+            CameraLock lock;
+            std::string reason;
+            const char answer = lock.acquire(serial, reason) == ErrorCode::SUCCESS ? 'y' : 'n';
+            (void)!::write(ready[1], &answer, 1);
+            while (true) {
+                ::pause();
+            }
+        }
+        char answer = 0;
+        (void)!::read(ready[0], &answer, 1);
+        held = answer == 'y';
+        ::close(ready[0]);
+        ::close(ready[1]);
+    }
+    ~Holder() { kill(); }
+
+    void kill()
+    {
+        if (child > 0) {
+            ::kill(child, SIGKILL);
+            ::waitpid(child, nullptr, 0);
+            child = 0;
+        }
+    }
+
+    bool held = false;
+
+private:
+    pid_t child = 0;
+};
+
+}  // namespace
+
+class LockTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init() { serial = serials.make(); }
+    void lockIsExclusiveWithinAProcess();
+    void lockIsExclusiveBetweenProcesses();
+    void killedHolderLeavesNoStaleLock();
+    void fileIsForEveryone();
+    void probingCreatesNothing();
+    void probingDoesNotDisturb();
+    void removedFileIsNotLockedInVain();
+    void otherThingsInTheWayAreReported_data();
+    void otherThingsInTheWayAreReported();
+    void childrenDoNotKeepTheLock();
+
+private:
+    Serials serials;
+    int serial = 0;
+    std::string reason;
+};
+
+void LockTest::lockIsExclusiveWithinAProcess()
+{
+    CameraLock first;
+    CameraLock second;
+    QVERIFY(first.acquire(serial, reason) == ErrorCode::SUCCESS);
+    QVERIFY(CameraLock::isHeld(serial));
+    QVERIFY(second.acquire(serial, reason) == ErrorCode::CAMERA_BUSY);
+    first.release();
+    QVERIFY(!CameraLock::isHeld(serial));
+    QVERIFY(second.acquire(serial, reason) == ErrorCode::SUCCESS);
+}
+
+void LockTest::lockIsExclusiveBetweenProcesses()
+{
+    const Holder holder(serial);
+    QVERIFY(holder.held);
+    CameraLock lock;
+    QVERIFY(CameraLock::isHeld(serial));
+    QVERIFY(lock.acquire(serial, reason) == ErrorCode::CAMERA_BUSY);
+}
+
+void LockTest::killedHolderLeavesNoStaleLock()
+{
+    for (int i = 0; i < 10; ++i) {
+        Holder holder(serial);
+        QVERIFY(holder.held);
+        holder.kill();
+        QVERIFY(!CameraLock::isHeld(serial));
+    }
+    QVERIFY2(QFile::exists(Serials::lockFile(serial)), "the file stays");
+    CameraLock lock;
+    QVERIFY(lock.acquire(serial, reason) == ErrorCode::SUCCESS);
+}
+
+void LockTest::fileIsForEveryone()
+{
+    const mode_t before = ::umask(077);
+    CameraLock lock;
+    const ErrorCode code = lock.acquire(serial, reason);
+    ::umask(before);
+    QVERIFY(code == ErrorCode::SUCCESS);
+    struct stat status {};
+    QCOMPARE(::stat(qPrintable(Serials::lockFile(serial)), &status), 0);
+    QCOMPARE(status.st_mode & 0777u, 0666u);
+}
+
+void LockTest::probingCreatesNothing()
+{
+    QVERIFY(!CameraLock::isHeld(serial));
+    QVERIFY(!QFile::exists(Serials::lockFile(serial)));
+}
+
+void LockTest::probingDoesNotDisturb()
+{
+    std::atomic<bool> stop{false};
+    std::thread prober([&] {
+        while (!stop) {
+            CameraLock::isHeld(serial);
+        }
+    });
+    int failures = 0;
+    for (int i = 0; i < 300; ++i) {
+        CameraLock lock;
+        failures += lock.acquire(serial, reason) == ErrorCode::SUCCESS ? 0 : 1;
+    }
+    stop = true;
+    prober.join();
+    QCOMPARE(failures, 0);
+}
+
+void LockTest::removedFileIsNotLockedInVain()
+{
+    CameraLock first;
+    QVERIFY(first.acquire(serial, reason) == ErrorCode::SUCCESS);
+    first.release();
+    QVERIFY(QFile::remove(Serials::lockFile(serial)));
+    QVERIFY(first.acquire(serial, reason) == ErrorCode::SUCCESS);
+    QVERIFY(CameraLock::isHeld(serial));
+}
+
+void LockTest::otherThingsInTheWayAreReported_data()
+{
+    QTest::addColumn<QString>("thing");
+    QTest::newRow("folder") << "folder";
+    QTest::newRow("link") << "link";
+    QTest::newRow("pipe") << "pipe";
+}
+
+void LockTest::otherThingsInTheWayAreReported()
+{
+    QFETCH(QString, thing);
+    const QString path = Serials::lockFile(serial);
+    if (thing == "folder") {
+        QVERIFY(QDir().mkdir(path));
+    } else if (thing == "link") {
+        QVERIFY(QFile::link("/dev/shm/kor_lock_test_target", path));
+    } else {
+        QCOMPARE(::mkfifo(qPrintable(path), 0600), 0);
+    }
+    CameraLock lock;
+    const ErrorCode code = lock.acquire(serial, reason);
+    QVERIFY(!CameraLock::isHeld(serial));
+    if (thing == "folder") {
+        QVERIFY(QDir().rmdir(path));
+    }
+    QVERIFY(code == ErrorCode::CAMERA_LOCK_FAILED);
+    QVERIFY2(QString::fromStdString(reason).startsWith(path + ": "), reason.c_str());
+    QVERIFY(!QFile::exists("/dev/shm/kor_lock_test_target"));
+}
+
+void LockTest::childrenDoNotKeepTheLock()
+{
+    CameraLock lock;
+    QVERIFY(lock.acquire(serial, reason) == ErrorCode::SUCCESS);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        while (true) {
+            ::pause();
+        }
+    }
+    lock.release();
+    const bool held = CameraLock::isHeld(serial);
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    QVERIFY(!held);
+}
+
+QTEST_GUILESS_MAIN(LockTest)
+#include "lock_test.moc"

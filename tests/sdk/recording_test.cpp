@@ -1,0 +1,488 @@
+// SPDX-License-Identifier: Apache-2.0
+// Tests of played recordings: a synthetic one, malformed ones, and a real one where it is at hand.
+#include <png.h>
+
+#include <QtTest>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <thread>
+
+#include "sdk/imu/imusource.h"
+#include "sdk/sources/recordingsource.h"
+#include "tests/sdk/sdktesting.h"
+
+namespace {
+
+const QString kRealData = QStringLiteral(VISTREL_SOURCE_DIR "/../shared/data/stereo-imu");
+constexpr std::uint64_t kFirst = 1400000000000000000;
+constexpr std::uint64_t kPeriod = 50000000;
+
+bool writePng(const QString& path, int width, int height, const std::vector<unsigned char>& pixels,
+              unsigned format)
+{
+    png_image image;
+    std::memset(&image, 0, sizeof image);
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<unsigned>(width);
+    image.height = static_cast<unsigned>(height);
+    image.format = format;
+    return png_image_write_to_file(&image, qPrintable(path), 0, pixels.data(), 0, nullptr) != 0;
+}
+
+void writeText(const QString& path, const QByteArray& text)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size()) {
+        qFatal("cannot write %s", qPrintable(path));
+    }
+}
+
+/// A recording of two cameras with grey pictures that show their number.
+class SyntheticRecording {
+public:
+    explicit SyntheticRecording(int frames = 5, int width = 16, int height = 8)
+    {
+        QDir dir(root());
+        for (const char* camera : {"cam0", "cam1"}) {
+            dir.mkpath(QString("mav0/%1/data").arg(camera));
+            QByteArray list = "#timestamp [ns],filename\n";
+            for (int i = 0; i < frames; ++i) {
+                const QByteArray name = QByteArray::number(i) + ".png";
+                list += QByteArray::number(qulonglong(kFirst + kPeriod * unsigned(i))) + "," +
+                        name + "\r\n";
+                writePng(file(QString("%1/data/%2").arg(camera, QString(name))), width, height,
+                         std::vector<unsigned char>(std::size_t(width * height),
+                                                    static_cast<unsigned char>(3 * i + 5)),
+                         PNG_FORMAT_GRAY);
+            }
+            writeText(file(QString("%1/data.csv").arg(camera)), list);
+        }
+        dir.mkpath("mav0/imu0");
+        QByteArray imu = "#timestamp,wx,wy,wz,ax,ay,az\n";
+        for (int i = 0; i <= frames * 10; ++i) {
+            imu += QByteArray::number(qulonglong(kFirst + kPeriod / 10 * unsigned(i))) +
+                   ",0.1,0.2,0.3,1,2," + QByteArray::number(i) + "\n";
+        }
+        writeText(file("imu0/data.csv"), imu);
+    }
+
+    QString root() const { return folder.path(); }
+    QString file(const QString& inner) const { return folder.filePath("mav0/" + inner); }
+    tq::rig::RecordingSettings settings(const std::string& camera = "cam0") const
+    {
+        return {root().toStdString(), camera};
+    }
+
+private:
+    QTemporaryDir folder;
+};
+
+/// Plays one camera on a test clock.
+struct Player {
+    Player(const tq::rig::RecordingSettings& settings, int width, int height)
+        : source(settings, clock), pixels(static_cast<std::size_t>(width * height * 2))
+    {
+        result = source.open({width, height, 30, false});
+    }
+
+    bool next() { return source.next({pixels.data(), 0}, time) == tq::FrameResult::FRAME; }
+
+    TestClock clock;
+    tq::RecordingSource source;
+    std::vector<unsigned char> pixels;
+    tq::Timestamp time = 0;
+    tq::SourceResult result;
+};
+
+}  // namespace
+
+class RecordingTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void framesArePlayedInALoop();
+    void bothFoldersAreAccepted();
+    void camerasShareTheClock();
+    void camerasThatBeginApartShareTheLoop();
+    void greyIsKeptAndScaled();
+    void coloursAreConverted();
+    void oddPicturesAreScaled();
+    void longDelaysSkip();
+    void imuIsPlayedWithThePictures();
+    void longRecordingsAreDecodedAsTheyArePlayed();
+    void malformedRecordings_data();
+    void malformedRecordings();
+    void malformedImuIsReported();
+    void realRecordingIsPlayedWhole();
+    void realRecordingInRealTime();
+};
+
+void RecordingTest::framesArePlayedInALoop()
+{
+    const SyntheticRecording recording(5);
+    Player player(recording.settings(), 16, 8);
+    QVERIFY2(player.result.code == tq::ErrorCode::SUCCESS, player.result.reason.c_str());
+    QCOMPARE(player.source.format().fps, 20);
+    tq::Timestamp last = 0;
+    int expected = -1;
+    for (int i = 0; i < 23; ++i) {
+        QVERIFY(player.next());
+        const int number = (player.pixels[0] - 5) / 3;
+        if (expected >= 0) {
+            QCOMPARE(number, expected);
+            QCOMPARE(player.time - last, tq::Timestamp(kPeriod));
+        }
+        // The place in the loop follows from the real-time clock alone.
+        QCOMPARE(player.time % (5 * kPeriod), tq::Timestamp(number) * kPeriod);
+        expected = (number + 1) % 5;
+        last = player.time;
+    }
+    QCOMPARE(player.source.skippedFrames(), std::uint64_t(0));
+}
+
+void RecordingTest::bothFoldersAreAccepted()
+{
+    const SyntheticRecording recording;
+    tq::rig::RecordingSettings inner{recording.file("").toStdString(), "cam1"};
+    QVERIFY(Player(inner, 16, 8).next());
+    QVERIFY(Player(recording.settings("cam1"), 16, 8).next());
+}
+
+void RecordingTest::camerasShareTheClock()
+{
+    const SyntheticRecording recording;
+    Player left(recording.settings("cam0"), 16, 8);
+    Player right(recording.settings("cam1"), 16, 8);
+    for (int i = 0; i < 12; ++i) {
+        QVERIFY(left.next() && right.next());
+        QCOMPARE(left.time, right.time);
+        QVERIFY(left.pixels == right.pixels);
+    }
+}
+
+void RecordingTest::camerasThatBeginApartShareTheLoop()
+{
+    const SyntheticRecording recording(5);
+    // The right camera misses its first and its last frame.
+    QByteArray list;
+    for (int i = 1; i < 4; ++i) {
+        list += QByteArray::number(qulonglong(kFirst + kPeriod * unsigned(i))) + "," +
+                QByteArray::number(i) + ".png\n";
+    }
+    writeText(recording.file("cam1/data.csv"), list);
+    std::map<tq::Timestamp, int> lefts;
+    Player left(recording.settings("cam0"), 16, 8);
+    Player right(recording.settings("cam1"), 16, 8);
+    for (int i = 0; i < 20; ++i) {
+        QVERIFY(left.next());
+        lefts[left.time] = left.pixels[0];
+    }
+    for (int i = 0; i < 10; ++i) {
+        QVERIFY(right.next());
+        QCOMPARE(lefts.at(right.time), int(right.pixels[0]));
+    }
+}
+
+void RecordingTest::greyIsKeptAndScaled()
+{
+    const SyntheticRecording recording(2, 16, 8);
+    for (const auto& [width, height] : {std::pair{16, 8}, {64, 30}, {12, 6}, {8, 4}}) {
+        Player player(recording.settings(), width, height);
+        QVERIFY(player.next());
+        const unsigned char grey = player.pixels[0];
+        QVERIFY(grey == 5 || grey == 8);
+        for (std::size_t i = 0; i < player.pixels.size(); i += 2) {
+            QCOMPARE(player.pixels[i], grey);
+            QCOMPARE(player.pixels[i + 1], static_cast<unsigned char>(128));
+        }
+    }
+}
+
+void RecordingTest::coloursAreConverted()
+{
+    const SyntheticRecording recording(2, 16, 8);
+    std::vector<unsigned char> red;
+    for (int i = 0; i < 16 * 8; ++i) {
+        red.insert(red.end(), {200, 30, 60});
+    }
+    for (int i = 0; i < 2; ++i) {
+        QVERIFY(writePng(recording.file(QString("cam0/data/%1.png").arg(i)), 16, 8, red,
+                         PNG_FORMAT_RGB));
+    }
+    for (const int width : {16, 32}) {
+        Player player(recording.settings(), width, width / 2);
+        QVERIFY(player.next());
+        // Full range: Y = 0.299 R + 0.587 G + 0.114 B, U and V accordingly.
+        QVERIFY(std::abs(player.pixels[0] - 84) <= 2);
+        QVERIFY(std::abs(player.pixels[1] - 114) <= 2);
+        QVERIFY(std::abs(player.pixels[3] - 210) <= 3);
+    }
+}
+
+void RecordingTest::oddPicturesAreScaled()
+{
+    const SyntheticRecording recording(2, 15, 7);
+    for (const auto& [width, height] : {std::pair{16, 8}, {14, 7}, {2, 1}}) {
+        Player player(recording.settings(), width, height);
+        QVERIFY(player.next());
+        QCOMPARE(int(player.pixels.back()), 128);
+    }
+}
+
+void RecordingTest::longDelaysSkip()
+{
+    const SyntheticRecording recording(5);
+    Player player(recording.settings(), 16, 8);
+    QVERIFY(player.next());
+    const tq::Timestamp before = player.time;
+    player.clock.time = before + 13 * kPeriod + 1000;
+    QVERIFY(player.next());
+    QCOMPARE(player.time, before + 13 * kPeriod);
+    QCOMPARE(player.source.skippedFrames(), std::uint64_t(12));
+}
+
+void RecordingTest::imuIsPlayedWithThePictures()
+{
+    const SyntheticRecording recording(5);
+    tq::RecordedImu imu(recording.settings(), 1);
+    std::string reason;
+    QVERIFY2(imu.open(reason), reason.c_str());
+    const tq::Timestamp duration = 5 * kPeriod;
+    const tq::Timestamp start = 1700000000000000000 / duration * duration;
+    std::vector<tq::IMUPacket> packets;
+    imu.collect(start - 1, start + 3 * duration - 1, packets);
+    // The packet at the end of the loop would collide with the first of the next round.
+    QCOMPARE(packets.size(), std::size_t(150));
+    for (std::size_t i = 0; i < packets.size(); ++i) {
+        QCOMPARE(packets[i].timestamp, start + i * (kPeriod / 10));
+        QCOMPARE(packets[i].acceleration[2], double(i % 50));
+        QCOMPARE(packets[i].angularRate[1], 0.2);
+        QCOMPARE(packets[i].validFields,
+                 std::uint32_t(tq::IMU_ACCELERATION | tq::IMU_ANGULAR_RATE));
+    }
+    tq::RecordedImu thinned(recording.settings(), 4);
+    QVERIFY(thinned.open(reason));
+    packets.clear();
+    thinned.collect(start - 1, start + duration - 1, packets);
+    QCOMPARE(packets.size(), std::size_t(13));
+}
+
+void RecordingTest::longRecordingsAreDecodedAsTheyArePlayed()
+{
+    // 70 pictures of a megabyte are more than is kept decoded.
+    const SyntheticRecording recording(70, 1024, 1024);
+    Player player(recording.settings(), 512, 512);
+    QVERIFY2(player.result.code == tq::ErrorCode::SUCCESS, player.result.reason.c_str());
+    QVERIFY(player.next());
+    int number = (player.pixels[0] - 5) / 3;
+    for (int i = 0; i < 5; ++i) {
+        const tq::Timestamp before = player.time;
+        QVERIFY(player.next());
+        QCOMPARE(player.time - before, tq::Timestamp(kPeriod));
+        number = (number + 1) % 70;
+        QCOMPARE(int(player.pixels[0]), 3 * number + 5);
+    }
+    for (int i = 0; i < 70; ++i) {
+        writeText(recording.file(QString("cam0/data/%1.png").arg(i)), "no picture");
+    }
+    tq::Timestamp time = 0;
+    QVERIFY(player.source.next({player.pixels.data(), 0}, time) == tq::FrameResult::FAILED);
+    QVERIFY2(player.source.failure().find(".png: ") != std::string::npos,
+             player.source.failure().c_str());
+}
+
+void RecordingTest::malformedRecordings_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("content");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("reason");
+    const int unavailable = int(tq::ErrorCode::SOURCE_UNAVAILABLE);
+    const int invalid = int(tq::ErrorCode::SOURCE_INVALID);
+    QTest::newRow("no folder") << ""
+                               << "" << unavailable << ": is not a folder";
+    QTest::newRow("no list") << "cam0/data.csv"
+                             << "-" << unavailable << "data.csv: No such file or directory";
+    QTest::newRow("empty list") << "cam0/data.csv"
+                                << "" << unavailable << "data.csv: is empty";
+    QTest::newRow("comments only") << "cam0/data.csv"
+                                   << "#timestamp,file\n\n"
+                                   << unavailable << "data.csv: is empty";
+    QTest::newRow("one frame") << "cam0/data.csv"
+                               << "1,0.png\n"
+                               << unavailable << "data.csv: has fewer than two frames";
+    QTest::newRow("one field") << "cam0/data.csv"
+                               << "# a\n17\n"
+                               << unavailable << "data.csv: line 2: too few fields";
+    QTest::newRow("no number") << "cam0/data.csv"
+                               << "abc,0.png\n"
+                               << unavailable << "data.csv: timestamp \"abc\" is not a later time";
+    QTest::newRow("number too large") << "cam0/data.csv"
+                                      << "99999999999999999999,0.png\n"
+                                      << unavailable << "is not a later time";
+    QTest::newRow("negative") << "cam0/data.csv"
+                              << "-5,0.png\n"
+                              << unavailable << "is not a later time";
+    QTest::newRow("order") << "cam0/data.csv"
+                           << "20,0.png\n10,1.png\n"
+                           << unavailable << "data.csv: timestamp \"10\" is not a later time";
+    QTest::newRow("too fast") << "cam0/data.csv"
+                              << "10,0.png\n20,1.png\n"
+                              << unavailable << "data.csv: the frame rate is not from 1 to 240";
+    QTest::newRow("no picture") << "cam0/data/3.png"
+                                << "-" << invalid << "3.png: ";
+    QTest::newRow("bad picture") << "cam0/data/3.png"
+                                 << "no picture" << invalid << "3.png: ";
+    QTest::newRow("short picture") << "cam0/data/0.png"
+                                   << "half" << invalid << "0.png: ";
+}
+
+void RecordingTest::malformedRecordings()
+{
+    QFETCH(QString, file);
+    QFETCH(QString, content);
+    QFETCH(int, code);
+    QFETCH(QString, reason);
+    const SyntheticRecording recording;
+    const QString path = recording.file(file);
+    if (file.isEmpty()) {
+        QVERIFY(QDir(recording.root()).removeRecursively());
+    } else if (content == "-") {
+        QVERIFY(QFile::remove(path));
+    } else if (content == "half") {
+        QFile picture(path);
+        QVERIFY(picture.resize(picture.size() / 2));
+    } else {
+        writeText(path, content.toUtf8());
+    }
+    const Player player(recording.settings(), 16, 8);
+    QCOMPARE(static_cast<int>(player.result.code), code);
+    QVERIFY2(QString::fromStdString(player.result.reason).contains(reason),
+             player.result.reason.c_str());
+    QVERIFY(player.result.reason.find('\n') == std::string::npos);
+}
+
+void RecordingTest::malformedImuIsReported()
+{
+    const SyntheticRecording recording;
+    std::string reason;
+    for (const char* text : {"", "1,2,3\n", "1400000000000000000,0,0,0,0,0,x\n",
+                             "5,0,0,0,0,0,nan\n", "5,0,0,0,0,0,0\n"}) {
+        writeText(recording.file("imu0/data.csv"), text);
+        tq::RecordedImu imu(recording.settings(), 1);
+        reason.clear();
+        QVERIFY(!imu.open(reason));
+        QVERIFY2(reason.find("imu0/data.csv: ") != std::string::npos, reason.c_str());
+    }
+    TemporaryRig rig;
+    rig.add({{"type", "recording"}, {"path", recording.root()}}, {{"type", "recorded"}});
+    tq::LiveCameraGrabber grabber(tq::INPUT_TYPE::GMSL_RAW);
+    const ErrorLog log;
+    QCOMPARE(openCamera(grabber, 0), int(tq::ErrorCode::SOURCE_UNAVAILABLE));
+    QCOMPARE(log.lines().size(), 1);
+}
+
+void RecordingTest::realRecordingIsPlayedWhole()
+{
+    if (!QDir(kRealData).exists()) {
+        QSKIP("the recording ../shared/data/stereo-imu is not on this machine");
+    }
+    const std::string path = kRealData.toStdString();
+    Player left({path, "cam0"}, 752, 480);
+    Player right({path, "cam1"}, 752, 480);
+    QVERIFY2(left.result.code == tq::ErrorCode::SUCCESS, left.result.reason.c_str());
+    QVERIFY2(right.result.code == tq::ErrorCode::SUCCESS, right.result.reason.c_str());
+    QCOMPARE(left.source.format().fps, 20);
+    tq::Recording recording(path);
+    std::string reason;
+    QVERIFY(recording.readCamera("cam0", reason));
+    QCOMPARE(recording.frames().size(), std::size_t(40));
+    const tq::PlaybackLoop loop = recording.loop();
+    QSet<std::size_t> seen;
+    std::size_t last = 0;
+    for (int i = 0; i < 81; ++i) {
+        QVERIFY(left.next() && right.next());
+        QCOMPARE(left.time, right.time);
+        const tq::Timestamp recorded = loop.first + left.time % loop.duration;
+        const auto found = std::find_if(
+            recording.frames().begin(), recording.frames().end(),
+            [recorded](const tq::RecordedFrame& frame) { return frame.time == recorded; });
+        QVERIFY(found != recording.frames().end());
+        const auto number = static_cast<std::size_t>(found - recording.frames().begin());
+        if (i > 0) {
+            QCOMPARE(number, (last + 1) % 40);
+        }
+        last = number;
+        seen << number;
+        tq::Picture picture;
+        QVERIFY(tq::readPng(found->file, picture, reason));
+        bool equal = true;
+        for (std::size_t k = 0; k < picture.luma.size(); ++k) {
+            equal = equal && picture.luma[k] == left.pixels[2 * k];
+        }
+        QVERIFY2(equal, "the pixels are those of the file");
+    }
+    QCOMPARE(seen.size(), 40);
+}
+
+void RecordingTest::realRecordingInRealTime()
+{
+    if (!QDir(kRealData).exists()) {
+        QSKIP("the recording ../shared/data/stereo-imu is not on this machine");
+    }
+    TemporaryRig rig;
+    for (const char* camera : {"cam0", "cam1"}) {
+        rig.add({{"type", "recording"}, {"path", kRealData}, {"camera", camera}},
+                {{"type", "recorded"}});
+    }
+    tq::LiveCameraGrabber left(tq::INPUT_TYPE::GMSL_RAW);
+    tq::LiveCameraGrabber right(tq::INPUT_TYPE::GMSL_RAW);
+    QCOMPARE(openCamera(left, 0, 752, 480), 0);
+    QCOMPARE(openCamera(right, 1, 752, 480), 0);
+    QCOMPARE(left.getFPS(), 20);
+    std::vector<tq::Timestamp> lefts;
+    std::vector<tq::Timestamp> rights;
+    std::vector<tq::Timestamp> packets;
+    tq::Timestamp batchEnd = 0;
+    QElapsedTimer timer;
+    timer.start();
+    while ((lefts.size() < 45 || rights.size() < 45) && !timer.hasExpired(20000)) {
+        if (left.getFrameStatus() == 1) {
+            lefts.push_back(left.getTimeStamp());
+            QVERIFY(left.getIMUPacket().timestamp <= lefts.back());
+            for (const auto& packet : left.getMCU()->getIMUPacketBatch(batchEnd, lefts.back())) {
+                packets.push_back(packet.timestamp);
+            }
+            batchEnd = lefts.back();
+        }
+        if (right.getFrameStatus() == 1) {
+            rights.push_back(right.getTimeStamp());
+        }
+        QThread::usleep(200);
+    }
+    // The cameras were opened one after the other: compared from the first common frame on.
+    const tq::Timestamp common = std::max(lefts.front(), rights.front());
+    const auto from = [common](const std::vector<tq::Timestamp>& times) {
+        return std::vector<tq::Timestamp>(std::find(times.begin(), times.end(), common),
+                                          times.begin() + 45);
+    };
+    const auto leftPairs = from(lefts);
+    const auto rightPairs = from(rights);
+    QVERIFY(leftPairs.size() >= 40 && rightPairs.size() >= 40);
+    for (std::size_t i = 0; i < 40; ++i) {
+        QCOMPARE(leftPairs[i], rightPairs[i]);
+        if (i > 0) {
+            const auto interval = leftPairs[i] - leftPairs[i - 1];
+            QVERIFY2(interval > 49000000 && interval < 51000000, "no frame is left out");
+        }
+    }
+    for (std::size_t i = 1; i < packets.size(); ++i) {
+        const auto interval = packets[i] - packets[i - 1];
+        QVERIFY2(interval > 4500000 && interval < 5500000, "every packet comes once");
+    }
+    QVERIFY(packets.back() <= lefts.back() && packets.back() + 5500000 > lefts.back());
+}
+
+QTEST_GUILESS_MAIN(RecordingTest)
+#include "recording_test.moc"

@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the tests of the open SDK share: rigs of their own, clocks, the log.
+#pragma once
+
+#include <unistd.h>
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTemporaryFile>
+#include <functional>
+#include <vector>
+
+#include "sdk/core/clock.h"
+#include "tq_kor/tq_kor.h"
+
+/// Serial numbers that no other test process uses, and the removal of their lock files.
+class Serials {
+public:
+    ~Serials()
+    {
+        for (const int serial : used) {
+            QFile::remove(lockFile(serial));
+        }
+    }
+
+    /// @param family 30 or 31
+    int make(int family = 30)
+    {
+        used.push_back(family * 1000000 + QRandomGenerator::system()->bounded(1000000));
+        return used.back();
+    }
+
+    static QString lockFile(int serial) { return QString("/dev/shm/tq_local_%1").arg(serial); }
+
+private:
+    std::vector<int> used;
+};
+
+/// A rig file that KOR_RIG names while this object lives.
+class TemporaryRig {
+public:
+    TemporaryRig() { qputenv("KOR_RIG", path().toLocal8Bit()); }
+    ~TemporaryRig()
+    {
+        ArgusCamera::deleteProviderInstance();
+        qunsetenv("KOR_RIG");
+    }
+
+    QString path() const { return folder.filePath("rig.json"); }
+
+    void write(const QByteArray& text)
+    {
+        QFile file(path());
+        if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size()) {
+            qFatal("cannot write %s", qPrintable(path()));
+        }
+        file.close();
+        ArgusCamera::deleteProviderInstance();
+    }
+
+    /// One camera with a source, and optionally an inertial unit; its serial.
+    int add(QJsonObject source, QJsonObject imu = {}, int family = 30)
+    {
+        const int serial = serials.make(family);
+        QJsonObject camera{{"serial", serial},
+                           {"model", family == 30 ? "KOR T Solo GS" : "KOR T Solo UHD"},
+                           {"source", source}};
+        if (!imu.isEmpty()) {
+            camera["imu"] = imu;
+        }
+        cameras.append(camera);
+        write(QJsonDocument(QJsonObject{{"cameras", cameras}}).toJson());
+        return serial;
+    }
+
+private:
+    QTemporaryDir folder;
+    Serials serials;
+    QJsonArray cameras;
+};
+
+inline QJsonObject simulated(const char* eye = "left")
+{
+    return {{"type", "simulated"}, {"eye", eye}};
+}
+
+/// Collects what is written to standard error while this object lives.
+class ErrorLog {
+public:
+    ErrorLog()
+    {
+        if (!file.open()) {
+            qFatal("no temporary file");
+        }
+        kept = ::dup(STDERR_FILENO);
+        ::dup2(file.handle(), STDERR_FILENO);
+    }
+    ~ErrorLog()
+    {
+        ::dup2(kept, STDERR_FILENO);
+        ::close(kept);
+    }
+
+    /// Lines so far that begin with the library's prefix, without it.
+    QStringList lines() const
+    {
+        QFile written(file.fileName());
+        QStringList found;
+        if (written.open(QIODevice::ReadOnly)) {
+            for (const QString& line : QString::fromUtf8(written.readAll()).split('\n')) {
+                if (line.startsWith("[tq_kor] ")) {
+                    found << line.mid(9);
+                }
+            }
+        }
+        return found;
+    }
+
+private:
+    QTemporaryFile file;
+    int kept = -1;
+};
+
+/// A clock on which sleeping takes no time.
+class TestClock : public tq::Clock {
+public:
+    tq::Timestamp now() const override { return time; }
+
+    tq::Wake sleepUntil(tq::Timestamp instant, const std::atomic<bool>& stop) const override
+    {
+        if (stop.load()) {
+            return tq::Wake::STOPPED;
+        }
+        if (beforeSleep) {
+            const tq::Wake wake = beforeSleep(instant);
+            if (wake != tq::Wake::REACHED) {
+                return wake;
+            }
+        }
+        time = std::max(time, instant);
+        return tq::Wake::REACHED;
+    }
+
+    mutable tq::Timestamp time = 1700000000000000123;
+    std::function<tq::Wake(tq::Timestamp)> beforeSleep;
+};
+
+/// Opens a camera as the program does.
+inline int openCamera(tq::LiveCameraGrabber& grabber, int id, int width = 320, int height = 200,
+                      int fps = 30, bool flip = false, tq::IMU_FREQ frequency = tq::IMU_FREQ::HIGH)
+{
+    grabber.setMonoCapture(true);
+    grabber.setInputType(tq::INPUT_TYPE::GMSL);
+    int number = id;
+    return grabber.setUp(number, width, height, fps, 2, flip, frequency, false, false);
+}
+
+/// Polls for a new frame.
+/// @return the last status
+inline int waitForFrame(tq::LiveCameraGrabber& grabber, int limitMilliseconds = 5000)
+{
+    int status = 0;
+    for (int i = 0; i < limitMilliseconds * 5 && (status = grabber.getFrameStatus()) == 0; ++i) {
+        ::usleep(200);
+    }
+    return status;
+}
