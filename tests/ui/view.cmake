@@ -1,0 +1,56 @@
+# SPDX-License-Identifier: Apache-2.0
+# Image view and preview panel, on windows of a private virtual display.
+include(VistrelGuiTest)
+find_package(OpenGL REQUIRED)
+
+# The record of OpenGL calls takes their place, so it is linked into each test itself.
+add_library(vistrel_view_testing OBJECT glwidget_testing.cpp glwidget_testing.h)
+vistrel_target(vistrel_view_testing)
+target_link_libraries(vistrel_view_testing PUBLIC vistrel_view)
+set(view_libraries vistrel_view TqKor::TqKor OpenGL::GL ${CMAKE_DL_LIBS})
+
+vistrel_add_gui_test(NAME glwidget_pixels
+    SOURCES glwidget_pixels_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
+    LIBRARIES ${view_libraries})
+vistrel_add_gui_run(NAME glwidget_pixels_dense TARGET test_glwidget_pixels
+    ENVIRONMENT QT_SCALE_FACTOR=2)
+
+vistrel_add_gui_test(NAME glwidget_geometry
+    SOURCES glwidget_geometry_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
+    LIBRARIES ${view_libraries})
+vistrel_add_gui_run(NAME glwidget_geometry_dense TARGET test_glwidget_geometry
+    ENVIRONMENT QT_SCALE_FACTOR=2)
+
+vistrel_add_gui_test(NAME glwidget_shaders
+    SOURCES glwidget_shaders_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
+    LIBRARIES ${view_libraries})
+
+vistrel_add_gui_test(NAME glwidget_lifetime
+    SOURCES glwidget_lifetime_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
+    LIBRARIES ${view_libraries})
+
+# Qt's offscreen platform has no OpenGL without an X server, so this run has no display.
+add_executable(test_glwidget_without_gl
+    glwidget_without_gl_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>)
+vistrel_target(test_glwidget_without_gl)
+vistrel_qt(test_glwidget_without_gl)
+target_link_libraries(test_glwidget_without_gl PRIVATE Qt5::Test ${view_libraries})
+add_test(NAME glwidget_without_gl
+    COMMAND ${CMAKE_COMMAND} -E env --unset=DISPLAY QT_QPA_PLATFORM=offscreen
+            $<TARGET_FILE:test_glwidget_without_gl>)
+set_tests_properties(glwidget_without_gl PROPERTIES TIMEOUT 120 LABELS gui)
+
+vistrel_add_gui_test(NAME camerawidget
+    SOURCES camerawidget_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
+    LIBRARIES ${view_libraries})
+# The form's header is the one that the panel's own target made.
+set_target_properties(test_camerawidget PROPERTIES AUTOUIC OFF)
+target_include_directories(test_camerawidget PRIVATE
+    "$<TARGET_PROPERTY:vistrel_view,BINARY_DIR>/vistrel_view_autogen/include")
+vistrel_add_gui_run(NAME camerawidget_dense TARGET test_camerawidget
+    ENVIRONMENT QT_SCALE_FACTOR=2)
+
+# Not a test: what showing a frame costs. Run it under cmake/with-display.
+add_executable(view_cost glwidget_cost.cpp $<TARGET_OBJECTS:vistrel_view_testing>)
+vistrel_target(view_cost)
+target_link_libraries(view_cost PRIVATE Qt5::Test ${view_libraries})
