@@ -264,7 +264,7 @@ QString checkBoxFrame(const QString& font)
 {
     return rule("QCheckBox", font + "background-color:" + clr::transparent + ";color:" +
                                  clr::tq_iron + ";border:1px solid " + clr::transparent +
-                                 ";border-radius:4px;outline:none;padding:0px 6px 0px 2px;"
+                                 ";border-radius:4px;outline:none;padding:0px 6px 0px 0px;"
                                  "spacing:8px;") +
            rule("QCheckBox:hover", "color:" + clr::tq_white + ";") +
            rule("QCheckBox:checked", "color:" + clr::tq_pearl + ";") +
