@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: Apache-2.0
+// The share of the GUI thread's time that drawing previews may take, on a clock of the test's own.
+#include "ui/drawbudget.h"
+
+#include <QMap>
+#include <QTest>
+#include <algorithm>
+
+namespace {
+
+constexpr qint64 kMs = 1'000'000;
+constexpr qint64 kSecond = 1000 * kMs;
+
+struct Camera {
+    QString name;
+    qint64 period;  // between two frames, ns
+    qint64 phase;   // of its first frame, ns
+};
+
+struct Load {
+    QMap<QString, int> draws;
+    QMap<QString, qint64> longestGap;
+    qint64 drawTime = 0;
+    int refused = 0;
+
+    double share(qint64 duration) const
+    {
+        return static_cast<double>(drawTime) / static_cast<double>(duration);
+    }
+};
+
+// One thread that takes the newest frame of each camera in order of arrival, with the 31 ms between
+// two previews of one panel.
+Load simulate(DrawBudget& budget, const QList<Camera>& cameras, qint64 drawTime, qint64 duration)
+{
+    Load load;
+    QMap<QString, qint64> next;
+    QMap<QString, qint64> lastDrawn;
+    for (const Camera& camera : cameras) {
+        next[camera.name] = camera.phase;
+        lastDrawn[camera.name] = -kSecond;
+        load.draws[camera.name] = 0;
+    }
+    qint64 now = 0;
+    while (now < duration) {
+        const Camera* first = &cameras.first();
+        for (const Camera& camera : cameras) {
+            if (next[camera.name] < next[first->name]) {
+                first = &camera;
+            }
+        }
+        const QString name = first->name;
+        now = qMax(now, next[name]);
+        next[name] += first->period;
+        if (now - lastDrawn[name] < 31 * kMs) {
+            continue;
+        }
+        if (!budget.request(name, now)) {
+            ++load.refused;
+            continue;
+        }
+        const qint64 start = now;
+        now += drawTime;
+        budget.drawn(name, start, now);
+        if (load.draws[name] > 0) {
+            load.longestGap[name] = qMax(load.longestGap[name], start - lastDrawn[name]);
+        }
+        load.drawTime += drawTime;
+        ++load.draws[name];
+        lastDrawn[name] = start;
+    }
+    return load;
+}
+
+QList<Camera> camerasAt(int count, double fps, bool inPhase)
+{
+    QList<Camera> cameras;
+    const auto period = static_cast<qint64>(1e9 / fps);
+    for (int i = 0; i < count; ++i) {
+        cameras.append({QString::number(i), period, inPhase ? i : i * period / count});
+    }
+    return cameras;
+}
+
+}  // namespace
+
+class DrawBudgetTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void fastDrawingIsNeverLimited_data();
+    void fastDrawingIsNeverLimited();
+    void slowDrawingTakesHalfOfTheTime_data();
+    void slowDrawingTakesHalfOfTheTime();
+    void nothingIsDrawnForAsLongAsADrawTook();
+    void firstDrawOfAPanelIsFree();
+    void oneSlowDrawIsForgiven();
+    void panelThatStopsAskingLosesItsTurn();
+    void panelThatIsGoneLosesItsTurn();
+};
+
+void DrawBudgetTest::fastDrawingIsNeverLimited_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<qint64>("drawTime");
+    QTest::newRow("one, 14 ms") << 1 << 14 * kMs;
+    QTest::newRow("two, 7 ms") << 2 << 7 * kMs;
+    QTest::newRow("four, 3 ms") << 4 << 3 * kMs;
+}
+
+void DrawBudgetTest::fastDrawingIsNeverLimited()
+{
+    QFETCH(int, count);
+    QFETCH(qint64, drawTime);
+    for (const bool inPhase : {true, false}) {
+        DrawBudget budget;
+        const Load load = simulate(budget, camerasAt(count, 60, inPhase), drawTime, 60 * kSecond);
+        QCOMPARE(load.refused, 0);
+    }
+}
+
+void DrawBudgetTest::slowDrawingTakesHalfOfTheTime_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<double>("fps");
+    QTest::addColumn<qint64>("drawTime");
+    QTest::newRow("two, 30 ms") << 2 << 60.0 << 30 * kMs;
+    QTest::newRow("four, 30 ms") << 4 << 60.0 << 30 * kMs;
+    QTest::newRow("four, 80 ms") << 4 << 60.0 << 80 * kMs;
+    QTest::newRow("four at 15, 50 ms") << 4 << 15.0 << 50 * kMs;
+    QTest::newRow("eight, 12 ms") << 8 << 30.0 << 12 * kMs;
+}
+
+void DrawBudgetTest::slowDrawingTakesHalfOfTheTime()
+{
+    QFETCH(int, count);
+    QFETCH(double, fps);
+    QFETCH(qint64, drawTime);
+    const qint64 duration = 60 * kSecond;
+    for (const bool inPhase : {true, false}) {
+        DrawBudget budget;
+        const Load load = simulate(budget, camerasAt(count, fps, inPhase), drawTime, duration);
+        QVERIFY2(load.share(duration) <= 0.52, qPrintable(QString::number(load.share(duration))));
+        // Taking turns costs some of the time granted, as the panel whose turn it is has to wait
+        // for its next frame.
+        QVERIFY2(load.share(duration) >= 0.25, qPrintable(QString::number(load.share(duration))));
+        const QList<int> draws = load.draws.values();
+        const auto [least, most] = std::minmax_element(draws.begin(), draws.end());
+        QVERIFY2(*least >= *most - 3,
+                 qPrintable(QStringLiteral("%1 to %2 draws").arg(*least).arg(*most)));
+        for (const qint64 gap : load.longestGap) {
+            QVERIFY2(gap < 4 * count * drawTime + kSecond / 4,
+                     qPrintable(QString::number(gap / kMs)));
+        }
+    }
+}
+
+void DrawBudgetTest::nothingIsDrawnForAsLongAsADrawTook()
+{
+    DrawBudget budget;
+    const QString panel = QStringLiteral("a");
+    budget.drawn(panel, 0, kMs);
+    qint64 now = kMs;
+    // Until the reserve is spent.
+    while (budget.request(panel, now)) {
+        budget.drawn(panel, now, now + 40 * kMs);
+        now += 40 * kMs;
+        QVERIFY(now < kSecond);
+    }
+    while (!budget.request(panel, now)) {
+        now += kMs;
+    }
+    budget.drawn(panel, now, now + 40 * kMs);
+    now += 40 * kMs;
+    QVERIFY(!budget.request(panel, now));
+    QVERIFY(!budget.request(panel, now + 38 * kMs));
+    QVERIFY(budget.request(panel, now + 40 * kMs));
+}
+
+void DrawBudgetTest::firstDrawOfAPanelIsFree()
+{
+    DrawBudget budget;
+    const QString first = QStringLiteral("a");
+    const QString second = QStringLiteral("b");
+    QVERIFY(budget.request(first, 0));
+    budget.drawn(first, 0, 900 * kMs);
+    QVERIFY(budget.request(second, 900 * kMs));
+    budget.drawn(second, 900 * kMs, 1800 * kMs);
+    QVERIFY(budget.request(first, 1800 * kMs));
+    QVERIFY(budget.request(second, 1800 * kMs));
+}
+
+void DrawBudgetTest::oneSlowDrawIsForgiven()
+{
+    DrawBudget budget;
+    const QString panel = QStringLiteral("a");
+    budget.drawn(panel, 0, kMs);
+    QVERIFY(budget.request(panel, kSecond));
+    budget.drawn(panel, kSecond, kSecond + 100 * kMs);
+    // 60 ms of it were in reserve, the other 40 are paid back in twice that time.
+    QVERIFY(!budget.request(panel, kSecond + 178 * kMs));
+    QVERIFY(budget.request(panel, kSecond + 180 * kMs));
+}
+
+void DrawBudgetTest::panelThatStopsAskingLosesItsTurn()
+{
+    DrawBudget budget;
+    const QString silent = QStringLiteral("a");
+    const QString other = QStringLiteral("b");
+    budget.drawn(silent, 0, kMs);
+    budget.drawn(other, kMs, 2 * kMs);
+    budget.drawn(other, 2 * kMs, 152 * kMs);
+    const qint64 refusal = 153 * kMs;
+    QVERIFY(!budget.request(silent, refusal));
+    // The account has recovered, yet the other panel waits for the one whose turn it is ...
+    QVERIFY(!budget.request(other, refusal + DrawBudget::kTurnTimeoutNs - kMs));
+    // ... but not for ever.
+    QVERIFY(budget.request(other, refusal + DrawBudget::kTurnTimeoutNs));
+}
+
+void DrawBudgetTest::panelThatIsGoneLosesItsTurn()
+{
+    DrawBudget budget;
+    const QString gone = QStringLiteral("a");
+    const QString other = QStringLiteral("b");
+    budget.drawn(gone, 0, kMs);
+    budget.drawn(other, kMs, 2 * kMs);
+    budget.drawn(other, 2 * kMs, 2 * kMs + 150 * kMs);
+    qint64 now = 152 * kMs;
+    QVERIFY(!budget.request(gone, now));
+    now += 200 * kMs;
+    QVERIFY(!budget.request(other, now));
+    budget.forget(gone);
+    QVERIFY(budget.request(other, now));
+}
+
+QTEST_APPLESS_MAIN(DrawBudgetTest)
+#include "drawbudget_test.moc"

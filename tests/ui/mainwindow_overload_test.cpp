@@ -1,0 +1,278 @@
+// SPDX-License-Identifier: Apache-2.0
+// The main window under more frames than there is time to draw.
+#include <QElapsedTimer>
+#include <QMap>
+#include <QTest>
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "tests/sandbox/sandbox.h"
+#include "ui/camerawidget.h"
+#include "ui/mainwindow.h"
+
+namespace {
+
+constexpr int kFirstCamera = 30123456;
+constexpr int kRunMs = 5000;
+
+// Takes a set time to draw, or draws and takes what that takes.
+class SlowWindow : public MainWindow {
+public:
+    int drawMs = -1;
+    qint64 longestDrawMs = 0;
+    QMap<qint64, int> draws;
+    qint64 drawTimeMs = 0;
+
+protected:
+    void drawPreview(CameraWidget& panel, const tq::Mat& frame) override
+    {
+        QElapsedTimer time;
+        time.start();
+        if (drawMs < 0) {
+            MainWindow::drawPreview(panel, frame);
+        } else {
+            QTest::qSleep(drawMs);
+        }
+        ++draws[panel.getInfos().serial_number];
+        drawTimeMs += time.elapsed();
+        longestDrawMs = std::max(longestDrawMs, time.elapsed());
+    }
+};
+
+// Calls a function at a rate on a thread of its own.
+class Ticker {
+public:
+    Ticker(double rate, std::function<void()> function)
+        : thread([this, rate, tick = std::move(function)] {
+              auto next = std::chrono::steady_clock::now();
+              while (!stopped) {
+                  tick();
+                  next += std::chrono::microseconds(static_cast<int>(1e6 / rate));
+                  std::this_thread::sleep_until(next);
+              }
+          })
+    {
+    }
+    ~Ticker()
+    {
+        stopped = true;
+        thread.join();
+    }
+
+private:
+    std::atomic<bool> stopped{false};
+    std::thread thread;
+};
+
+CameraInfos camera(int serial, int width, int height)
+{
+    CameraInfos infos;
+    infos.serial_number = serial;
+    infos.model = sdk::kSoloGs;
+    infos.width = width;
+    infos.height = height;
+    infos.fps = 60;
+    return infos;
+}
+
+// What an event that is posted every 10 ms waited until the event loop came to it.
+struct Answers {
+    std::vector<qint64> waitedMs;
+
+    qint64 longest() const
+    {
+        return waitedMs.empty() ? -1 : *std::max_element(waitedMs.begin(), waitedMs.end());
+    }
+};
+
+// Sends frames of all cameras and measures for a while how long other events wait.
+Answers storm(MainWindow& window, int count, int width, int height, std::atomic<int>& backlog,
+              int& worstBacklog)
+{
+    tq::Mat image;
+    image.alloc(static_cast<unsigned long>(width), static_cast<unsigned long>(height), sdk::kYuyv,
+                sdk::kHostMemory);
+    Answers answers;
+    QElapsedTimer clock;
+    clock.start();
+    {
+        std::vector<std::unique_ptr<Ticker>> tickers;
+        for (int i = 0; i < count; ++i) {
+            const int serial = kFirstCamera + i;
+            tickers.push_back(std::make_unique<Ticker>(60, [&, serial, image] {
+                ++backlog;
+                QMetaObject::invokeMethod(
+                    &window,
+                    [&, serial, image] {
+                        worstBacklog = std::max(worstBacklog, backlog.load());
+                        --backlog;
+                        window.updateCameraFrame(serial, image);
+                    },
+                    Qt::QueuedConnection);
+            }));
+        }
+        tickers.push_back(std::make_unique<Ticker>(100, [&] {
+            const qint64 posted = clock.elapsed();
+            QMetaObject::invokeMethod(
+                &window, [&, posted] { answers.waitedMs.push_back(clock.elapsed() - posted); },
+                Qt::QueuedConnection);
+        }));
+        QTest::qWait(kRunMs);
+    }
+    QCoreApplication::processEvents();
+    return answers;
+}
+
+// The first draw of a panel is not paid for: it comes before what is measured.
+void drawAllOnce(SlowWindow& window, int count, int width, int height)
+{
+    tq::Mat image;
+    image.alloc(static_cast<unsigned long>(width), static_cast<unsigned long>(height), sdk::kYuyv,
+                sdk::kHostMemory);
+    for (int i = 0; i < count; ++i) {
+        window.updateCameraFrame(kFirstCamera + i, image);
+    }
+    window.draws.clear();
+    window.drawTimeMs = 0;
+    window.longestDrawMs = 0;
+}
+
+// How long an event may wait: the reserve lasts twice its length, then a draw comes at most every
+// second time; the rest is for a machine that has other things to do. Without the limit events wait
+// for seconds, and ever longer.
+qint64 longestWaitMs(const SlowWindow& window)
+{
+    return 3 * window.longestDrawMs + 200;
+}
+
+}  // namespace
+
+class MainWindowOverloadTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+    void slowDrawingLeavesHalfOfTheTime_data();
+    void slowDrawingLeavesHalfOfTheTime();
+    void fastDrawingIsNotLimited();
+    void realPicturesOnTheProcessor_data();
+    void realPicturesOnTheProcessor();
+
+private:
+    std::unique_ptr<sandbox::StandIns> standIns;
+};
+
+void MainWindowOverloadTest::init()
+{
+    standIns = std::make_unique<sandbox::StandIns>();
+    standIns->answer("systemctl", "disabled\n", "", 1);
+    standIns->install();
+}
+
+void MainWindowOverloadTest::cleanup()
+{
+    standIns.reset();
+}
+
+void MainWindowOverloadTest::slowDrawingLeavesHalfOfTheTime_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<int>("drawMs");
+    QTest::newRow("two, 40 ms") << 2 << 40;
+    QTest::newRow("four, 40 ms") << 4 << 40;
+    QTest::newRow("four, 120 ms") << 4 << 120;
+}
+
+void MainWindowOverloadTest::slowDrawingLeavesHalfOfTheTime()
+{
+    QFETCH(int, count);
+    QFETCH(int, drawMs);
+    SlowWindow window;
+    window.drawMs = 0;
+    for (int i = 0; i < count; ++i) {
+        window.addCameraWidget(kFirstCamera + i);
+        window.updateCameraWidget(kFirstCamera + i, camera(kFirstCamera + i, 16, 16));
+    }
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    drawAllOnce(window, count, 16, 16);
+    window.drawMs = drawMs;
+    std::atomic<int> backlog{0};
+    int worstBacklog = 0;
+    const Answers answers = storm(window, count, 16, 16, backlog, worstBacklog);
+
+    const qint64 limitMs = longestWaitMs(window);
+    QVERIFY2(answers.longest() >= 0 && answers.longest() < limitMs,
+             qPrintable(QStringLiteral("%1, not %2").arg(answers.longest()).arg(limitMs)));
+    // The reserve is spent once, and one draw may begin while nothing is owed.
+    const double share =
+        static_cast<double>(window.drawTimeMs - 60 - window.longestDrawMs) / kRunMs;
+    QVERIFY2(share > 0.15 && share < 0.55, qPrintable(QString::number(share)));
+    QCOMPARE(window.draws.size(), count);
+    const auto [least, most] = std::minmax_element(window.draws.begin(), window.draws.end());
+    QVERIFY2(*least >= *most - 3, qPrintable(QStringLiteral("%1, %2").arg(*least).arg(*most)));
+    // What came in while the longest draw ran, and nothing that piles up.
+    QVERIFY2(worstBacklog < count * 60 * limitMs / 1000, qPrintable(QString::number(worstBacklog)));
+    QCOMPARE(backlog.load(), 0);
+}
+
+void MainWindowOverloadTest::fastDrawingIsNotLimited()
+{
+    SlowWindow window;
+    window.drawMs = 2;
+    for (int i = 0; i < 2; ++i) {
+        window.addCameraWidget(kFirstCamera + i);
+        window.updateCameraWidget(kFirstCamera + i, camera(kFirstCamera + i, 16, 16));
+    }
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    std::atomic<int> backlog{0};
+    int worstBacklog = 0;
+    storm(window, 2, 16, 16, backlog, worstBacklog);
+    for (const int draws : window.draws) {
+        // Every second frame of 60 per second comes at least 31 ms after the last one shown.
+        QVERIFY2(draws > 15 * kRunMs / 1000 && draws <= 33 * kRunMs / 1000 + 1,
+                 qPrintable(QString::number(draws)));
+    }
+}
+
+void MainWindowOverloadTest::realPicturesOnTheProcessor_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<int>("width");
+    QTest::addColumn<int>("height");
+    QTest::newRow("two, 1920 x 1200") << 2 << 1920 << 1200;
+    QTest::newRow("four, 1920 x 1200") << 4 << 1920 << 1200;
+    QTest::newRow("four, 3840 x 2160") << 4 << 3840 << 2160;
+}
+
+void MainWindowOverloadTest::realPicturesOnTheProcessor()
+{
+    QFETCH(int, count);
+    QFETCH(int, width);
+    QFETCH(int, height);
+    SlowWindow window;
+    for (int i = 0; i < count; ++i) {
+        window.addCameraWidget(kFirstCamera + i);
+        window.updateCameraWidget(kFirstCamera + i, camera(kFirstCamera + i, width, height));
+    }
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    drawAllOnce(window, count, width, height);  // builds shaders and textures
+    std::atomic<int> backlog{0};
+    int worstBacklog = 0;
+    const Answers answers = storm(window, count, width, height, backlog, worstBacklog);
+    qInfo("longest wait %lld ms, longest backlog %d frames, longest draw %lld ms, %d %% drawing",
+          static_cast<long long>(answers.longest()), worstBacklog,
+          static_cast<long long>(window.longestDrawMs),
+          static_cast<int>(window.drawTimeMs * 100 / kRunMs));
+    const qint64 limitMs = longestWaitMs(window);
+    QVERIFY2(answers.longest() >= 0 && answers.longest() < limitMs,
+             qPrintable(QStringLiteral("%1, not %2").arg(answers.longest()).arg(limitMs)));
+    QCOMPARE(window.draws.size(), count);
+    QCOMPARE(backlog.load(), 0);
+}
+
+QTEST_MAIN(MainWindowOverloadTest)
+#include "mainwindow_overload_test.moc"

@@ -1,0 +1,640 @@
+// SPDX-License-Identifier: Apache-2.0
+// The editor of one virtual camera, on real widgets.
+#include "ui/virtualcamhandler.h"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QLayout>
+#include <QLineEdit>
+#include <QSet>
+#include <QSignalSpy>
+#include <QSpinBox>
+#include <QTest>
+#include <QUuid>
+
+#include "tests/support/messagelog.h"
+#include "tests/ui/messageboxes.h"
+#include "tests/ui/metaobjects.h"
+#include "ui/style.h"
+
+namespace {
+
+const QStringList kSerials{"30123456", "30123457", "31000001", "31000002"};
+
+// An editor with its parts at hand.
+struct Row {
+    explicit Row(const QString& uuid = QStringLiteral("{row}")) : editor(uuid, nullptr)
+    {
+        editor.updateSerials(kSerials);
+    }
+
+    template <typename Widget>
+    Widget* part(const char* name) const
+    {
+        return editor.findChild<Widget*>(QLatin1String(name));
+    }
+
+    VirtualCamHandler editor;
+    QComboBox* left = part<QComboBox>("LeftSensorSNChoice");
+    QComboBox* right = part<QComboBox>("RightSensorSNChoice");
+    QComboBox* resolutions = part<QComboBox>("resolutionComboBox");
+    QLineEdit* serial = part<QLineEdit>("VirtualCamSNEdit");
+    QSpinBox* port = part<QSpinBox>("RTPPortChoice");
+    QPushButton* generate = part<QPushButton>("VirtualSNGenerateButton");
+    QPushButton* stream = part<QPushButton>("TestButton");
+    QPushButton* remove = part<QPushButton>("RemoveButton");
+    QSignalSpy removed{&editor, &VirtualCamHandler::remove};
+    QSignalSpy activated{&editor, &VirtualCamHandler::activateStream};
+    QSignalSpy disabled{&editor, &VirtualCamHandler::disableStream};
+    QSignalSpy resolutionChanged{&editor, &VirtualCamHandler::resolutionChanged};
+};
+
+}  // namespace
+
+class VirtualCamHandlerTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void signalsAndSlotsInOrder();
+    void formHasItsTexts_data();
+    void formHasItsTexts();
+    void formHasItsSizes();
+    void chooserOfResolutionsIsHidden();
+    void stylesByRole();
+    void freshEditorReadsAsZero();
+    void serialsAreOfferedUnselected();
+    void portOfARow_data();
+    void portOfARow();
+    void portAsGiven();
+    void serialOfASide();
+    void unknownSideDoesNothing();
+    void infosAreReadFromTheFields();
+    void sameCameraTwice_data();
+    void sameCameraTwice();
+    void differentFamilies_data();
+    void differentFamilies();
+    void sameFamilyIsAccepted();
+    void oneSideAloneIsAccepted();
+    void emptyTextDoesNothing();
+    void choiceStopsTheStream();
+    void refusedChoiceIsClearedWithTheEditorsSignalsBlocked();
+    void restoredChoicesAreSilent();
+    void generatedSerials();
+    void generateSetsTheNumberThatSignalsCarry();
+    void loadedSerialLeavesThatNumberAlone();
+    void streamButtonAsks();
+    void removeButtonAsks();
+    void streamingStatus();
+    void resetStreamButton();
+    void listedResolutions_data();
+    void listedResolutions();
+    void formerResolutionStays();
+    void resolutionIsAnnounced();
+    void emptyResolutionDoesNothing();
+    void unsupportedResolution();
+    void chooserOfResolutionsIsNotConnected();
+    void columnsStayInLine();
+};
+
+void VirtualCamHandlerTest::signalsAndSlotsInOrder()
+{
+    const QMetaObject& type = VirtualCamHandler::staticMetaObject;
+    QCOMPARE(ownMethods(type, QMetaMethod::Signal),
+             (QStringList{"remove(QString)", "activateStream(int)", "disableStream(uint64_t)",
+                          "resolutionChanged(QList<int>,int,int,bool)"}));
+    QCOMPARE(ownMethods(type, QMetaMethod::Slot),
+             (QStringList{"UpdateStreamingStatus(bool)", "triggerRemove()", "generateVirtualSN()",
+                          "requestStreamTest()", "SensorSNChanged(int,QString)",
+                          "onResolutionChanged(QString)"}));
+}
+
+void VirtualCamHandlerTest::formHasItsTexts_data()
+{
+    QTest::addColumn<QByteArray>("type");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("VTCamSNTitle") << QByteArray("QLabel") << "Virtual Cam S/N";
+    QTest::newRow("VirtualCamSNEdit") << QByteArray("QLineEdit") << "";
+    QTest::newRow("VirtualSNGenerateButton") << QByteArray("QPushButton") << "Generate";
+    QTest::newRow("LeftSensorTitle") << QByteArray("QLabel") << "Left Sensor";
+    QTest::newRow("RightSensorTitle") << QByteArray("QLabel") << "Right Sensor";
+    QTest::newRow("resolutionTitle") << QByteArray("QLabel") << "Resolution";
+    QTest::newRow("label") << QByteArray("QLabel") << "Port";
+    QTest::newRow("TestButton") << QByteArray("QPushButton") << "Stream";
+    QTest::newRow("RemoveButton") << QByteArray("QPushButton") << "-";
+}
+
+void VirtualCamHandlerTest::formHasItsTexts()
+{
+    QFETCH(QByteArray, type);
+    const Row row;
+    const QWidget* const widget = row.part<QWidget>(QTest::currentDataTag());
+    QVERIFY(widget != nullptr);
+    QCOMPARE(QByteArray(widget->metaObject()->className()), type);
+    QTEST(widget->property("text").toString(), "text");
+}
+
+void VirtualCamHandlerTest::formHasItsSizes()
+{
+    const Row row;
+    QCOMPARE(row.editor.objectName(), QStringLiteral("Form"));
+    QCOMPARE(row.editor.windowTitle(), QStringLiteral("Form"));
+    QCOMPARE(row.editor.minimumSize(), QSize(850, 0));
+    QVERIFY(row.serial->isReadOnly());
+    for (const QWidget* const field :
+         {static_cast<QWidget*>(row.serial), static_cast<QWidget*>(row.left),
+          static_cast<QWidget*>(row.right)}) {
+        QCOMPARE(field->minimumSize(), QSize(100, 22));
+        QCOMPARE(field->maximumHeight(), 22);
+    }
+    QCOMPARE(row.generate->minimumHeight(), 22);
+    QCOMPARE(row.generate->maximumHeight(), 22);
+    QCOMPARE(row.port->minimum(), 30000);
+    QCOMPARE(row.port->maximum(), 40000);
+    QCOMPARE(row.port->minimumWidth(), 80);
+    QCOMPARE(row.stream->minimumWidth(), 22);
+    QCOMPARE(row.remove->minimumSize(), QSize(22, 22));
+    QCOMPARE(row.remove->maximumSize(), QSize(22, 22));
+    for (const char* const name :
+         {"gridLayout", "verticalLayout", "horizontalLayout", "horizontalLayout_2"}) {
+        QVERIFY2(row.part<QLayout>(name) != nullptr, name);
+    }
+}
+
+void VirtualCamHandlerTest::chooserOfResolutionsIsHidden()
+{
+    Row row;
+    row.editor.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&row.editor));
+    QVERIFY(!row.resolutions->isVisible());
+    QVERIFY(row.part<QLabel>("resolutionTitle")->isVisible());
+}
+
+void VirtualCamHandlerTest::stylesByRole()
+{
+    const Row row;
+    const Style style;
+    for (const char* const name :
+         {"VTCamSNTitle", "LeftSensorTitle", "RightSensorTitle", "resolutionTitle"}) {
+        QCOMPARE(row.part<QLabel>(name)->font().family(), style.fontText.family());
+        QCOMPARE(row.part<QLabel>(name)->font().pointSize(), style.fontText.pointSize());
+        QCOMPARE(row.part<QLabel>(name)->styleSheet(), QString());
+    }
+    QCOMPARE(row.serial->styleSheet(), style.lineEdit);
+    QCOMPARE(row.generate->styleSheet(), style.pushButton);
+    for (const QComboBox* const list : {row.left, row.right, row.resolutions}) {
+        QCOMPARE(list->styleSheet(), style.comboBox);
+    }
+    QCOMPARE(row.remove->styleSheet(), style.removeButton);
+    QCOMPARE(row.stream->styleSheet(), style.streamButtonIdle);
+    QCOMPARE(row.part<QLabel>("label")->styleSheet(), QString());
+    QCOMPARE(row.port->styleSheet(), QString());
+}
+
+void VirtualCamHandlerTest::freshEditorReadsAsZero()
+{
+    const VirtualCamHandler editor(QStringLiteral("{fresh}"), nullptr);
+    const VirtualCameraInfos infos = editor.getInfos();
+    QCOMPARE(infos.virtualSerialNumber, std::uint64_t(0));
+    QCOMPARE(infos.leftSerialNumber, std::uint64_t(0));
+    QCOMPARE(infos.rightSerialNumber, std::uint64_t(0));
+    QCOMPARE(infos.port, 30000u);
+    QCOMPARE(infos.width, 0);
+    QVERIFY(!infos.imu);
+    QCOMPARE(infos.hdr, 0);
+    QVERIFY(!infos.reserved);
+}
+
+void VirtualCamHandlerTest::serialsAreOfferedUnselected()
+{
+    MessageBoxes boxes;
+    Row row;
+    row.editor.setSerial(0, 30123456);
+    row.editor.setSerial(1, 30123457);
+    row.disabled.clear();
+    QSignalSpy leftTexts(row.left, &QComboBox::currentTextChanged);
+    row.editor.updateSerials({"30000002", "30000001"});
+    for (const QComboBox* const list : {row.left, row.right}) {
+        QCOMPARE(list->count(), 2);
+        QCOMPARE(list->itemText(0), QStringLiteral("30000002"));
+        QCOMPARE(list->itemText(1), QStringLiteral("30000001"));
+        QCOMPARE(list->currentIndex(), -1);
+        QCOMPARE(list->currentText(), QString());
+    }
+    QCOMPARE(leftTexts.count(), 0);
+    QCOMPARE(row.disabled.count(), 0);
+    QCOMPARE(boxes.seen.size(), 0);
+    row.left->setCurrentIndex(0);
+    QCOMPARE(row.disabled.count(), 1);  // the signals flow again
+}
+
+void VirtualCamHandlerTest::portOfARow_data()
+{
+    QTest::addColumn<unsigned int>("index");
+    QTest::addColumn<int>("port");
+    QTest::newRow("first") << 0u << 34000;
+    QTest::newRow("second") << 1u << 34010;
+    QTest::newRow("last in range") << 600u << 40000;
+    QTest::newRow("clipped") << 601u << 40000;
+}
+
+void VirtualCamHandlerTest::portOfARow()
+{
+    QFETCH(unsigned int, index);
+    Row row;
+    row.editor.updatePort(index);
+    QTEST(row.port->value(), "port");
+}
+
+void VirtualCamHandlerTest::portAsGiven()
+{
+    Row row;
+    row.editor.setPort(34567);
+    QCOMPARE(row.port->value(), 34567);
+    row.editor.setPort(1);
+    QCOMPARE(row.port->value(), 30000);
+}
+
+void VirtualCamHandlerTest::serialOfASide()
+{
+    Row row;
+    row.editor.setSerial(0, 30123457);
+    QCOMPARE(row.left->currentText(), QStringLiteral("30123457"));
+    QCOMPARE(row.right->currentText(), QString());
+    row.editor.setSerial(1, 30123456);
+    QCOMPARE(row.right->currentText(), QStringLiteral("30123456"));
+    QCOMPARE(row.disabled.count(), 2);  // as if the operator had chosen
+}
+
+void VirtualCamHandlerTest::unknownSideDoesNothing()
+{
+    Row row;
+    row.editor.setSerial(2, 30123457);
+    row.editor.setSerial(-1, 30123457);
+    QCOMPARE(row.left->currentIndex(), -1);
+    QCOMPARE(row.right->currentIndex(), -1);
+    QCOMPARE(row.disabled.count(), 0);
+}
+
+void VirtualCamHandlerTest::infosAreReadFromTheFields()
+{
+    Row row;
+    row.editor.setSerial(0, 31000001);
+    row.editor.setSerial(1, 31000002);
+    row.editor.setPort(34020);
+    row.serial->setText(QStringLiteral("18446744073709551615"));
+    const VirtualCameraInfos infos = row.editor.getInfos();
+    QCOMPARE(infos.virtualSerialNumber, ~std::uint64_t(0));
+    QCOMPARE(infos.leftSerialNumber, std::uint64_t(31000001));
+    QCOMPARE(infos.rightSerialNumber, std::uint64_t(31000002));
+    QCOMPARE(infos.port, 34020u);
+    row.serial->setText(QStringLiteral("no number"));
+    QCOMPARE(row.editor.getInfos().virtualSerialNumber, std::uint64_t(0));
+}
+
+void VirtualCamHandlerTest::sameCameraTwice_data()
+{
+    QTest::addColumn<int>("side");
+    QTest::newRow("left last") << 0;
+    QTest::newRow("right last") << 1;
+}
+
+void VirtualCamHandlerTest::sameCameraTwice()
+{
+    QFETCH(int, side);
+    MessageBoxes boxes;
+    Row row;
+    row.editor.setSerial(1 - side, 30123456);
+    QCOMPARE(boxes.seen.size(), 0);
+    row.editor.setSerial(side, 30123456);
+    QCOMPARE(boxes.seen.size(), 1);
+    const MessageBoxes::Seen box = boxes.seen.first();
+    QCOMPARE(box.title, QStringLiteral("Warning"));
+    QCOMPARE(box.text, QStringLiteral("The same camera was selected twice: 30123456"));
+    QCOMPARE(box.icon, QMessageBox::Warning);
+    QVERIFY(box.modal);
+    const QComboBox* const changed = side == 0 ? row.left : row.right;
+    const QComboBox* const other = side == 0 ? row.right : row.left;
+    QCOMPARE(changed->currentIndex(), -1);
+    QCOMPARE(other->currentText(), QStringLiteral("30123456"));
+}
+
+void VirtualCamHandlerTest::differentFamilies_data()
+{
+    QTest::addColumn<unsigned int>("left");
+    QTest::addColumn<unsigned int>("right");
+    QTest::addColumn<int>("lastSide");
+    QTest::newRow("30 then 31") << 30123456u << 31000001u << 1;
+    QTest::newRow("31 after 30 was on the right") << 31000001u << 30123456u << 0;
+}
+
+void VirtualCamHandlerTest::differentFamilies()
+{
+    QFETCH(unsigned int, left);
+    QFETCH(unsigned int, right);
+    QFETCH(int, lastSide);
+    MessageBoxes boxes;
+    Row row;
+    row.editor.setSerial(1 - lastSide, lastSide == 1 ? left : right);
+    row.editor.setSerial(lastSide, lastSide == 1 ? right : left);
+    QCOMPARE(boxes.seen.size(), 1);
+    QCOMPARE(boxes.seen.first().title, QStringLiteral("Warning"));
+    QCOMPARE(boxes.seen.first().icon, QMessageBox::Warning);
+    QCOMPARE(boxes.seen.first().text,
+             QStringLiteral("Unable to mix KOR Solos that have different sensors: %1 and %2")
+                 .arg(left)
+                 .arg(right));
+    QCOMPARE((lastSide == 0 ? row.left : row.right)->currentIndex(), -1);
+    QVERIFY((lastSide == 0 ? row.right : row.left)->currentIndex() >= 0);
+}
+
+void VirtualCamHandlerTest::sameFamilyIsAccepted()
+{
+    MessageBoxes boxes;
+    Row row;
+    row.editor.setSerial(0, 30123456);
+    row.editor.setSerial(1, 30123457);
+    QCOMPARE(boxes.seen.size(), 0);
+    QCOMPARE(row.left->currentText(), QStringLiteral("30123456"));
+    QCOMPARE(row.right->currentText(), QStringLiteral("30123457"));
+}
+
+void VirtualCamHandlerTest::oneSideAloneIsAccepted()
+{
+    MessageBoxes boxes;
+    Row row;
+    row.editor.setSerial(1, 31000001);
+    QCOMPARE(boxes.seen.size(), 0);
+    QCOMPARE(row.right->currentText(), QStringLiteral("31000001"));
+}
+
+void VirtualCamHandlerTest::emptyTextDoesNothing()
+{
+    MessageBoxes boxes;
+    Row row;
+    row.editor.setSerial(0, 30123456);
+    row.editor.UpdateStreamingStatus(true);
+    row.disabled.clear();
+    row.left->setCurrentIndex(-1);
+    row.editor.SensorSNChanged(1, QString());
+    QCOMPARE(row.disabled.count(), 0);
+    QCOMPARE(boxes.seen.size(), 0);
+    QCOMPARE(row.stream->text(), QStringLiteral("Streaming..."));
+}
+
+void VirtualCamHandlerTest::choiceStopsTheStream()
+{
+    Row row;
+    row.editor.generateVirtualSN();
+    row.editor.UpdateStreamingStatus(true);
+    row.editor.setSerial(0, 30123456);
+    QCOMPARE(row.disabled.count(), 1);
+    QCOMPARE(row.disabled.first().first().toULongLong(), row.serial->text().toULongLong());
+    QCOMPARE(row.stream->text(), QStringLiteral("Stream"));
+}
+
+void VirtualCamHandlerTest::refusedChoiceIsClearedWithTheEditorsSignalsBlocked()
+{
+    MessageBoxes boxes;
+    Row row;
+    row.editor.setSerial(0, 30123456);
+    QSignalSpy texts(row.right, &QComboBox::currentTextChanged);
+    bool blockedMeanwhile = false;
+    connect(row.right, &QComboBox::currentTextChanged, this, [&](const QString& text) {
+        blockedMeanwhile = blockedMeanwhile || (text.isEmpty() && row.editor.signalsBlocked());
+    });
+    row.disabled.clear();
+    row.editor.setSerial(1, 30123456);
+    // The list itself still tells that it is empty; only the editor keeps quiet.
+    QCOMPARE(texts.count(), 2);
+    QCOMPARE(texts.first().first().toString(), QString());  // told within the choice's own signal
+    QVERIFY(blockedMeanwhile);
+    QCOMPARE(row.disabled.count(), 1);
+    QVERIFY(!row.editor.signalsBlocked());
+    QVERIFY(!row.right->signalsBlocked());
+}
+
+void VirtualCamHandlerTest::restoredChoicesAreSilent()
+{
+    MessageBoxes boxes;
+    Row row;
+    row.editor.UpdateStreamingStatus(true);
+    row.editor.restoreChoices(30123456, 30123457);
+    QCOMPARE(row.left->currentText(), QStringLiteral("30123456"));
+    QCOMPARE(row.right->currentText(), QStringLiteral("30123457"));
+    row.editor.restoreChoices(30123456, 30999999);
+    QCOMPARE(row.left->currentText(), QStringLiteral("30123456"));
+    QCOMPARE(row.right->currentIndex(), -1);
+    QCOMPARE(row.disabled.count(), 0);
+    QCOMPARE(boxes.seen.size(), 0);
+    QCOMPARE(row.stream->text(), QStringLiteral("Streaming..."));
+}
+
+void VirtualCamHandlerTest::generatedSerials()
+{
+    Row row;
+    QCOMPARE(row.serial->text(), QString());
+    QSet<QString> drawn;
+    for (int i = 0; i < 500; ++i) {
+        QTest::mouseClick(row.generate, Qt::LeftButton);
+        const QString text = row.serial->text();
+        QCOMPARE(text.size(), 9);
+        const qulonglong number = text.toULongLong();
+        QCOMPARE(QString::number(number), text);
+        QVERIFY(number >= 100000001 && number <= 109999999);
+        drawn.insert(text);
+    }
+    // Uniform over almost ten million numbers: more than a few repetitions in 500 draws means a
+    // broken seed.
+    QVERIFY(drawn.size() > 490);
+}
+
+void VirtualCamHandlerTest::generateSetsTheNumberThatSignalsCarry()
+{
+    Row row;
+    row.editor.setVirtualSN(42);
+    row.editor.generateVirtualSN();
+    const qulonglong generated = row.serial->text().toULongLong();
+    row.editor.setSerial(0, 30123456);
+    QCOMPARE(row.disabled.last().first().toULongLong(), generated);
+    row.editor.setVirtualSN(42);
+    row.editor.setSerial(0, 30123457);
+    QCOMPARE(row.disabled.last().first().toULongLong(), generated);
+}
+
+void VirtualCamHandlerTest::loadedSerialLeavesThatNumberAlone()
+{
+    Row row;
+    row.editor.setVirtualSN(101234567);
+    QCOMPARE(row.serial->text(), QStringLiteral("101234567"));
+    row.editor.setSerial(0, 30123456);
+    QCOMPARE(row.disabled.count(), 1);
+    QCOMPARE(row.disabled.first().first().toULongLong(), qulonglong(0));
+}
+
+void VirtualCamHandlerTest::streamButtonAsks()
+{
+    Row row;
+    row.editor.setVirtualSN(101234567);
+    QTest::mouseClick(row.stream, Qt::LeftButton);
+    QCOMPARE(row.activated.count(), 1);
+    QCOMPARE(row.activated.first().first().toInt(), 101234567);
+    row.editor.UpdateStreamingStatus(true);
+    QTest::mouseClick(row.stream, Qt::LeftButton);
+    QCOMPARE(row.activated.count(), 2);  // the same again: stopping is up to the controller
+    QCOMPARE(row.disabled.count(), 0);
+    row.serial->clear();
+    QTest::mouseClick(row.stream, Qt::LeftButton);
+    QCOMPARE(row.activated.last().first().toInt(), 0);
+}
+
+void VirtualCamHandlerTest::removeButtonAsks()
+{
+    Row row(QStringLiteral("{2f0ad6e8-1111-4222-8333-444455556666}"));
+    QTest::mouseClick(row.remove, Qt::LeftButton);
+    QCOMPARE(row.removed.count(), 1);
+    QCOMPARE(row.removed.first().first().toString(),
+             QStringLiteral("{2f0ad6e8-1111-4222-8333-444455556666}"));
+}
+
+void VirtualCamHandlerTest::streamingStatus()
+{
+    Row row;
+    const Style style;
+    row.editor.UpdateStreamingStatus(true);
+    QCOMPARE(row.stream->text(), QStringLiteral("Streaming..."));
+    QCOMPARE(row.stream->toolTip(), QStringLiteral("Stop the streaming of the virtual camera."));
+    QCOMPARE(row.stream->styleSheet(), style.streamButtonActive);
+    row.editor.UpdateStreamingStatus(false);
+    QCOMPARE(row.stream->text(), QStringLiteral("Stream"));
+    QCOMPARE(row.stream->toolTip(), QStringLiteral("Start the streaming of the virtual camera."));
+    QCOMPARE(row.stream->styleSheet(), style.streamButtonIdle);
+}
+
+void VirtualCamHandlerTest::resetStreamButton()
+{
+    Row row;
+    row.stream->setCheckable(true);
+    row.stream->setChecked(true);
+    row.editor.UpdateStreamingStatus(true);
+    row.editor.resetStreamButton();
+    QVERIFY(!row.stream->isChecked());
+    QCOMPARE(row.stream->text(), QStringLiteral("Stream"));
+}
+
+void VirtualCamHandlerTest::listedResolutions_data()
+{
+    QTest::addColumn<QString>("serial");
+    QTest::addColumn<QStringList>("texts");
+    QTest::newRow("global shutter")
+        << "30123456" << QStringList{"1920 x 1200", "1920 x 1080", "960 x 600"};
+    QTest::newRow("UHD") << "31000001"
+                         << QStringList{"1920 x 1080", "1920 x 1200",     "3200 x 1800",
+                                        "3840 x 2160", "1920 x 1200 HDR", "3200 x 1800 HDR"};
+    QTest::newRow("unknown") << "29000001" << QStringList();
+    QTest::newRow("empty") << "" << QStringList();
+}
+
+void VirtualCamHandlerTest::listedResolutions()
+{
+    QFETCH(QString, serial);
+    QFETCH(QStringList, texts);
+    Row row;
+    row.editor.updateResolutions(serial, tq::Resolution(), QStringLiteral("tip"));
+    QCOMPARE(row.resolutions->toolTip(), QStringLiteral("tip"));
+    QCOMPARE(row.resolutions->count(), texts.size());
+    for (int i = 0; i < texts.size(); ++i) {
+        const QStringList words = texts.at(i).split(QLatin1Char(' '));
+        QCOMPARE(row.resolutions->itemText(i), texts.at(i));
+        QCOMPARE(row.resolutions->itemData(i).toSize(),
+                 QSize(words.at(0).toInt(), words.at(2).toInt()));
+    }
+}
+
+void VirtualCamHandlerTest::formerResolutionStays()
+{
+    Row row;
+    row.editor.updateResolutions(QStringLiteral("31000001"), tq::Resolution(), QString());
+    row.resolutions->setCurrentIndex(1);
+    row.editor.updateResolutions(QStringLiteral("30123456"), tq::Resolution(), QString());
+    QCOMPARE(row.resolutions->currentText(), QStringLiteral("1920 x 1200"));
+    row.resolutions->setCurrentIndex(2);
+    row.editor.updateResolutions(QStringLiteral("30123456"), tq::Resolution(960, 600), QString());
+    QCOMPARE(row.resolutions->currentIndex(), 0);  // a size was asked for: nothing is restored
+    row.resolutions->setCurrentIndex(2);
+    row.editor.updateResolutions(QStringLiteral("31000001"), tq::Resolution(), QString());
+    QCOMPARE(row.resolutions->currentIndex(), 0);  // no longer offered
+}
+
+void VirtualCamHandlerTest::resolutionIsAnnounced()
+{
+    Row row;
+    row.editor.setSerial(0, 31000001);
+    row.editor.updateResolutions(QStringLiteral("31000001"), tq::Resolution(), QString());
+    row.resolutions->setCurrentIndex(5);
+    row.editor.generateVirtualSN();
+    row.editor.UpdateStreamingStatus(true);
+    row.disabled.clear();
+    QVERIFY(QMetaObject::invokeMethod(&row.editor, "onResolutionChanged",
+                                      Q_ARG(QString, QStringLiteral("3200 x 1800 HDR"))));
+    QCOMPARE(row.stream->text(), QStringLiteral("Stream"));
+    QCOMPARE(row.disabled.count(), 1);
+    QCOMPARE(row.disabled.first().first().toULongLong(), row.serial->text().toULongLong());
+    QCOMPARE(row.resolutionChanged.count(), 1);
+    const QVariantList arguments = row.resolutionChanged.first();
+    QCOMPARE(arguments.at(0).value<QList<int>>(), (QList<int>{31000001, 0}));
+    QCOMPARE(arguments.at(1).toInt(), 3200);
+    QCOMPARE(arguments.at(2).toInt(), 1800);
+    QCOMPARE(arguments.at(3).toBool(), true);
+    // The text decides about HDR, and its case matters.
+    row.editor.onResolutionChanged(QStringLiteral("3200 x 1800 hdr"));
+    QCOMPARE(row.resolutionChanged.last().at(3).toBool(), false);
+}
+
+void VirtualCamHandlerTest::emptyResolutionDoesNothing()
+{
+    MessageLog log;
+    Row row;
+    row.editor.onResolutionChanged(QString());
+    QCOMPARE(row.resolutionChanged.count(), 0);
+    QCOMPARE(row.disabled.count(), 0);
+    QCOMPARE(log.messages(), QStringList());
+}
+
+void VirtualCamHandlerTest::unsupportedResolution()
+{
+    Row row;
+    row.editor.UpdateStreamingStatus(true);
+    const MessageLog log;
+    row.editor.onResolutionChanged(QStringLiteral("1 x 1"));
+    QCOMPARE(log.debugMessages(QString()), QStringList{"Error: unsupported resolution."});
+    QCOMPARE(row.resolutionChanged.count(), 0);
+    QCOMPARE(row.disabled.count(), 0);
+    QCOMPARE(row.stream->text(), QStringLiteral("Streaming..."));
+}
+
+void VirtualCamHandlerTest::chooserOfResolutionsIsNotConnected()
+{
+    Row row;
+    row.editor.updateResolutions(QStringLiteral("30123456"), tq::Resolution(), QString());
+    row.resolutions->setCurrentIndex(1);
+    QCOMPARE(row.resolutionChanged.count(), 0);
+}
+
+void VirtualCamHandlerTest::columnsStayInLine()
+{
+    Row idle;
+    Row active;
+    active.editor.UpdateStreamingStatus(true);
+    for (Row* const row : {&idle, &active}) {
+        row->editor.resize(1360, 40);
+        row->editor.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&row->editor));
+    }
+    for (const char* const name : {"VirtualCamSNEdit", "LeftSensorSNChoice", "RTPPortChoice",
+                                   "TestButton", "RemoveButton"}) {
+        QCOMPARE(idle.part<QWidget>(name)->geometry(), active.part<QWidget>(name)->geometry());
+    }
+}
+
+QTEST_MAIN(VirtualCamHandlerTest)
+#include "virtualcamhandler_test.moc"
