@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <QtTest>
+#include <exception>
 #include <stdexcept>
 
 #include "app/commands/commandrunners.h"
@@ -89,14 +90,21 @@ private slots:
         rlimit none = former;
         none.rlim_cur = 0;
         QCOMPARE(setrlimit(RLIMIT_NOFILE, &none), 0);
-        QByteArray message;
         std::string output = "untouched";
+        std::exception_ptr failure;
         try {
             executeCMD_RC("true", output);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        setrlimit(RLIMIT_NOFILE, &former);
+        QVERIFY(failure != nullptr);
+        QByteArray message;
+        try {
+            std::rethrow_exception(failure);
         } catch (const std::runtime_error& error) {
             message = error.what();
         }
-        setrlimit(RLIMIT_NOFILE, &former);
         QCOMPARE(message, QByteArray("popen() failed!"));
         QCOMPARE(output, std::string("untouched"));
     }

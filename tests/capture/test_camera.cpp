@@ -308,8 +308,8 @@ private slots:
         sdkfake::pushFrame(kSerial, 1, 1);
         QTRY_COMPARE(first.received.size(), std::size_t{1});
         QTRY_COMPARE(second.received.size(), std::size_t{1});
-        QCOMPARE(first.received[0].image.getPtr<char>(tq::MEM(1)),
-                 second.received[0].image.getPtr<char>(tq::MEM(1)));
+        QCOMPARE(first.received[0].image.getPtr<void>(tq::MEM(1)),
+                 second.received[0].image.getPtr<void>(tq::MEM(1)));
     }
 
     // As many empty packets as real ones come first: deliberate, receivers rely on it.
