@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "sdk/core/log.h"
-#include "sdk/stream/packetpacer.h"
+#include "sdk/stream/packetforwarder.h"
 
 namespace tq::stream {
 
@@ -79,6 +79,31 @@ static void stereo_media_class_init(StereoMediaClass* type)
 }
 
 static void stereo_media_init(StereoMedia*) {}
+
+// A factory whose clients share one media however they spell the address. The library's own key
+// has the port and the query in it, and a client behind a port forwarding names another port.
+struct StereoMediaFactory {
+    GstRTSPMediaFactory parent;
+};
+
+struct StereoMediaFactoryClass {
+    GstRTSPMediaFactoryClass parent;
+};
+
+static GType stereo_media_factory_get_type();
+G_DEFINE_TYPE(StereoMediaFactory, stereo_media_factory, GST_TYPE_RTSP_MEDIA_FACTORY)
+
+static gchar* sameKeyForAll(GstRTSPMediaFactory*, const GstRTSPUrl*)
+{
+    return g_strdup("stereo");
+}
+
+static void stereo_media_factory_class_init(StereoMediaFactoryClass* type)
+{
+    GST_RTSP_MEDIA_FACTORY_CLASS(type)->gen_key = sameKeyForAll;
+}
+
+static void stereo_media_factory_init(StereoMediaFactory*) {}
 
 namespace {
 
@@ -212,8 +237,11 @@ void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
     configureVideoSource(GST_APP_SRC(video.get()), plan.feed);
     const GObjectPtr<GstElement> payloader(gst_bin_get_by_name(bin, "pay0"));
     addNtpExtension(payloader.get());
-    const GObjectPtr<GstPad> packets(gst_element_get_static_pad(payloader.get(), "src"));
-    pacePackets(packets.get());
+    for (const char* name : {"pay0", "pay1"}) {
+        const GObjectPtr<GstElement> last(gst_bin_get_by_name(bin, name));
+        const GObjectPtr<GstPad> packets(gst_element_get_static_pad(last.get(), "src"));
+        forwardPackets(packets.get());
+    }
     watchMedia(media, plan.feed);
     plan.feed->attach(element.get());
 }
@@ -246,7 +274,8 @@ GObjectPtr<GstRTSPMediaFactory> makeStereoMediaFactory(const EncoderChoice& enco
                                                        const FrameRecord& identity,
                                                        std::shared_ptr<StreamFeed> feed)
 {
-    GObjectPtr<GstRTSPMediaFactory> factory(gst_rtsp_media_factory_new());
+    GObjectPtr<GstRTSPMediaFactory> factory(
+        GST_RTSP_MEDIA_FACTORY(g_object_new(stereo_media_factory_get_type(), nullptr)));
     gst_rtsp_media_factory_set_launch(factory.get(),
                                       launchLine(encoder, settings, identity).c_str());
     gst_rtsp_media_factory_set_media_gtype(factory.get(), stereo_media_get_type());

@@ -184,19 +184,16 @@ void StreamServer::attachHousekeeping()
 
 void StreamServer::clientConnected(GstRTSPClient* client)
 {
-    connections.push_back({shareObject(client), g_get_monotonic_time()});
+    connections.push_back({shareObject(client), g_get_monotonic_time(), {}});
     g_signal_connect(client, "closed", G_CALLBACK(+[](GstRTSPClient* closed, gpointer self) {
                          static_cast<StreamServer*>(self)->clientClosed(closed);
                      }),
                      this);
-    g_signal_connect(
-        client, "new-session",
-        G_CALLBACK(+[](GstRTSPClient*, GstRTSPSession* session, gpointer self) {
-            gst_rtsp_session_set_timeout(
-                session,
-                static_cast<guint>(static_cast<StreamServer*>(self)->settings.sessionTimeout));
-        }),
-        this);
+    g_signal_connect(client, "new-session",
+                     G_CALLBACK(+[](GstRTSPClient* owner, GstRTSPSession* session, gpointer self) {
+                         static_cast<StreamServer*>(self)->sessionBegun(owner, session);
+                     }),
+                     this);
     g_signal_connect(client, "play-request",
                      G_CALLBACK(+[](GstRTSPClient* player, GstRTSPContext*, gpointer self) {
                          auto* owner = static_cast<StreamServer*>(self);
@@ -204,20 +201,46 @@ void StreamServer::clientConnected(GstRTSPClient* client)
                          owner->feed->requestKeyFrame();
                      }),
                      this);
-    if (connections.size() <= static_cast<std::size_t>(settings.maxClients) + kSpareConnections)
-        return;
-    const auto idle = std::find_if(connections.begin(), connections.end(),
-                                   [](const Connection& c) { return !hasSession(c.client.get()); });
-    if (idle != connections.end()) {
-        log(describe(idle->client.get()) + " is turned away: too many connections");
-        const GObjectPtr<GstRTSPClient> victim = shareObject(idle->client.get());
-        gst_rtsp_client_close(victim.get());
-    }
+    if (connections.size() > static_cast<std::size_t>(settings.maxClients) + kSpareConnections)
+        turnAwayIdleClient();
 }
 
+void StreamServer::sessionBegun(GstRTSPClient* client, GstRTSPSession* session)
+{
+    gst_rtsp_session_set_timeout(session, static_cast<guint>(settings.sessionTimeout));
+    const auto connection = find(client);
+    if (connection != connections.end())
+        connection->sessions.push_back(shareObject(session));
+}
+
+// The library takes the media of a closed connection away but keeps its session, which would
+// count as a client until it times out.
 void StreamServer::clientClosed(GstRTSPClient* client)
 {
-    connections.remove_if([&](const Connection& c) { return c.client.get() == client; });
+    const auto connection = find(client);
+    if (connection == connections.end())
+        return;
+    for (const auto& session : connection->sessions)
+        gst_rtsp_session_pool_remove(sessions.get(), session.get());
+    log(describe(client) + " is gone");
+    connections.erase(connection);
+}
+
+void StreamServer::turnAwayIdleClient()
+{
+    const auto idle = std::find_if(connections.begin(), connections.end(),
+                                   [](const Connection& c) { return !hasSession(c.client.get()); });
+    if (idle == connections.end())
+        return;
+    log(describe(idle->client.get()) + " is turned away: too many connections");
+    const GObjectPtr<GstRTSPClient> victim = shareObject(idle->client.get());
+    gst_rtsp_client_close(victim.get());
+}
+
+std::list<StreamServer::Connection>::iterator StreamServer::find(GstRTSPClient* client)
+{
+    return std::find_if(connections.begin(), connections.end(),
+                        [client](const Connection& c) { return c.client.get() == client; });
 }
 
 // Ends sessions that gave no sign of life, and connections that never came to a session.
@@ -229,7 +252,7 @@ void StreamServer::houseKeeping()
     for (Connection& connection : connections) {
         if (hasSession(connection.client.get()))
             connection.since = now;
-        else if (now - connection.since > settings.sessionTimeout * G_USEC_PER_SEC)
+        else if (now - connection.since > settings.sessionTimeout * gint64{G_USEC_PER_SEC})
             expired.push_back(shareObject(connection.client.get()));
     }
     for (const auto& client : expired) {

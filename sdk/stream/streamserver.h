@@ -39,14 +39,18 @@ public:
 private:
     struct Connection {
         GObjectPtr<GstRTSPClient> client;
-        gint64 since;  // µs of the monotonic clock
+        gint64 since;                                    // µs of the monotonic clock
+        std::list<GObjectPtr<GstRTSPSession>> sessions;  // begun on this connection
     };
 
     void configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory> factory);
     void requireUser(GstRTSPMediaFactory* factory);
     void attachHousekeeping();
     void clientConnected(GstRTSPClient* client);
+    void sessionBegun(GstRTSPClient* client, GstRTSPSession* session);
     void clientClosed(GstRTSPClient* client);
+    void turnAwayIdleClient();
+    std::list<Connection>::iterator find(GstRTSPClient* client);
     void houseKeeping();
     void closeAll();
     void log(const std::string& text) const;

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+// A probe on a payloader's source pad that pushes the packets itself, paced by a token bucket.
+#include "sdk/stream/packetforwarder.h"
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "sdk/stream/glibptr.h"
+
+namespace tq::stream {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr guint kBlockPackets = 16;
+constexpr auto kPacketInterval = std::chrono::nanoseconds(15625);
+constexpr auto kBurst = 32 * kPacketInterval;
+
+/// Used on the payloader's thread only.
+class Forwarder {
+public:
+    /// The probe runs for the packets that are pushed from within it, too.
+    bool isForwarding() const { return forwarding; }
+
+    GstFlowReturn forward(GstPad* pad, GstBuffer* packet)
+    {
+        waitFor(1);
+        forwarding = true;
+        const GstFlowReturn result = gst_pad_push(pad, packet);
+        forwarding = false;
+        return tolerant(result);
+    }
+
+    GstFlowReturn forward(GstPad* pad, GstBufferList* list)
+    {
+        GstFlowReturn result = GST_FLOW_OK;
+        const guint length = gst_buffer_list_length(list);
+        for (guint first = 0; first < length && result == GST_FLOW_OK; first += kBlockPackets)
+            result = forwardBlock(pad, list, first, std::min(kBlockPackets, length - first));
+        gst_buffer_list_unref(list);
+        return result;
+    }
+
+private:
+    GstFlowReturn forwardBlock(GstPad* pad, GstBufferList* list, guint first, guint count)
+    {
+        GstBufferList* block = gst_buffer_list_new_sized(count);
+        for (guint i = first; i < first + count; ++i)
+            gst_buffer_list_add(block, gst_buffer_ref(gst_buffer_list_get(list, i)));
+        waitFor(count);
+        forwarding = true;
+        const GstFlowReturn result = gst_pad_push_list(pad, block);
+        forwarding = false;
+        return tolerant(result);
+    }
+
+    static GstFlowReturn tolerant(GstFlowReturn result)
+    {
+        return result == GST_FLOW_NOT_LINKED ? GST_FLOW_OK : result;
+    }
+
+    void waitFor(guint packets)
+    {
+        const auto now = Clock::now();
+        due = std::max(due, now - kBurst);
+        if (due > now)
+            std::this_thread::sleep_until(due);
+        due += packets * kPacketInterval;
+    }
+
+    Clock::time_point due{};  // when the packets sent so far would have left at the paced rate
+    bool forwarding = false;
+};
+
+GstPadProbeReturn onPackets(GstPad* pad, GstPadProbeInfo* info, gpointer data)
+{
+    Forwarder& forwarder = *SharedData<Forwarder>::get(data);
+    if (forwarder.isForwarding())
+        return GST_PAD_PROBE_OK;
+    gpointer packets = info->data;
+    info->data = nullptr;
+    GST_PAD_PROBE_INFO_FLOW_RETURN(info) =
+        info->type & GST_PAD_PROBE_TYPE_BUFFER_LIST
+            ? forwarder.forward(pad, static_cast<GstBufferList*>(packets))
+            : forwarder.forward(pad, static_cast<GstBuffer*>(packets));
+    return GST_PAD_PROBE_HANDLED;
+}
+
+}  // namespace
+
+void forwardPackets(GstPad* pad)
+{
+    const auto types =
+        static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST);
+    gst_pad_add_probe(pad, types, onPackets,
+                      SharedData<Forwarder>::make(std::make_shared<Forwarder>()),
+                      SharedData<Forwarder>::release);
+}
+
+}  // namespace tq::stream

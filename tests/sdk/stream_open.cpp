@@ -1,0 +1,305 @@
+// SPDX-License-Identifier: Apache-2.0
+// Opening and closing of the network sender: its result codes, its port, its resources.
+#include <QDirIterator>
+#include <QProcess>
+#include <QTest>
+
+#include "tests/sdk/stream_testing.h"
+
+using namespace streamtest;
+
+namespace {
+
+int code(tq::ErrorCode error)
+{
+    return static_cast<int>(error);
+}
+
+int entries(const QString& folder)
+{
+    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+}
+
+int openFiles()
+{
+    return entries("/proc/self/fd");
+}
+
+int threads()
+{
+    return entries("/proc/self/task");
+}
+
+}  // namespace
+
+class StreamOpenTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void refusesConfigurations_data();
+    void refusesConfigurations();
+    void acceptsDefaults();
+    void acceptsOddHeight();
+    void refusesTakenPortOfOtherSender();
+    void refusesTakenPortOfOtherProcess();
+    void refusesBadAddress();
+    void refusesUnknownEncoder();
+    void refusesEncoderOfOtherCodec();
+    void takesEncoderOfRig();
+    void refusesUnusableRig();
+    void refusesSecondOpen();
+    void freesPortOnClose();
+    void closesDuringDescribe();
+    void leaksNothing();
+    void ignoresCallsWhileClosed();
+
+private:
+    StreamRig rig;
+};
+
+void StreamOpenTest::refusesConfigurations_data()
+{
+    QTest::addColumn<int>("offset");
+    QTest::addColumn<int>("bytes");
+    QTest::addColumn<int>("value");
+    QTest::addColumn<QByteArray>("reason");
+    QTest::newRow("layout") << 0 << 4 << 2 << QByteArray("layout is 2");
+    QTest::newRow("port") << 4 << 2 << 0 << QByteArray("port is 0");
+    QTest::newRow("bit rate") << 8 << 4 << -1 << QByteArray("bit rate is -1");
+    QTest::newRow("key frames") << 16 << 4 << -1 << QByteArray("key-frame interval is -1");
+    QTest::newRow("no width") << 24 << 4 << 0 << QByteArray("eye width is 0");
+    QTest::newRow("negative width") << 24 << 4 << -1920 << QByteArray("eye width is -1920");
+    QTest::newRow("huge width") << 24 << 4 << 100000 << QByteArray("eye width is 100000");
+    QTest::newRow("no height") << 28 << 4 << 0 << QByteArray("eye height is 0");
+    QTest::newRow("no rate") << 40 << 4 << 0 << QByteArray("frame rate is 0");
+    QTest::newRow("negative rate") << 40 << 4 << -30 << QByteArray("frame rate is -30");
+    QTest::newRow("IMU rate") << 52 << 4 << -1 << QByteArray("IMU rate is -1");
+    QTest::newRow("one eye") << 92 << 4 << 1 << QByteArray("number of eyes is 1");
+}
+
+void StreamOpenTest::refusesConfigurations()
+{
+    QFETCH(int, offset);
+    QFETCH(int, bytes);
+    QFETCH(int, value);
+    QFETCH(QByteArray, reason);
+    tq::UDPOutConfig config = configuration(freePort());
+    std::memcpy(reinterpret_cast<char*>(&config) + offset, &value, static_cast<std::size_t>(bytes));
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, true);
+    int result = 0;
+    const QByteArray log = errorOutput([&] { result = output.open(config); });
+    QCOMPARE(result, code(tq::ErrorCode::INVALID_CONFIGURATION));
+    QVERIFY2(log.startsWith("[tq_kor] "), log);
+    QVERIFY2(log.contains(reason), log);
+    QCOMPARE(log.count('\n'), 1);
+}
+
+void StreamOpenTest::acceptsDefaults()
+{
+    tq::UDPOutConfig config = configuration(freePort());
+    config.bitrate = 0;
+    config.keyFrameInterval = 0;
+    config.chunkSize = 0;
+    config.imuRate = 0;
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, true);
+    const QByteArray log = errorOutput([&] { QCOMPARE(output.open(config), 0); });
+    QVERIFY2(log.contains("20000 kbit/s"), log);
+}
+
+void StreamOpenTest::acceptsOddHeight()
+{
+    const tq::UDPOutConfig config = configuration(freePort(), 33, 35);
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    QCOMPARE(output.open(config), 0);
+    Feeder feeder(output, config);
+    RtspClient client(config.port);
+    QVERIFY(client.start());
+    QVERIFY(client.packetsUntil([](const Packet& p) { return p.channel == 0 && p.marker(); }));
+}
+
+void StreamOpenTest::refusesTakenPortOfOtherSender()
+{
+    const tq::UDPOutConfig config = configuration(freePort());
+    tq::UDPOutput first(tq::STREAMING_MODE::LIVE, false);
+    QCOMPARE(first.open(config), 0);
+    tq::UDPOutput second(tq::STREAMING_MODE::LIVE, false);
+    int result = 0;
+    const QByteArray log = errorOutput([&] { result = second.open(config); });
+    QCOMPARE(result, code(tq::ErrorCode::PORT_TAKEN));
+    QVERIFY2(log.contains(QByteArray::number(config.port)), log);
+    QCOMPARE(log.count('\n'), 1);
+    // The first one still serves.
+    Feeder feeder(first, config);
+    RtspClient client(config.port);
+    QCOMPARE(client.describe().status, 200);
+}
+
+void StreamOpenTest::refusesTakenPortOfOtherProcess()
+{
+    const int port = freePort();
+    QProcess other;
+    other.start("python3",
+                {"-c",
+                 "import socket,sys\ns=socket.create_server(('127.0.0.1',int(sys.argv[1])))\n"
+                 "print('listening',flush=True)\nsys.stdin.read()",
+                 QString::number(port)});
+    if (!other.waitForStarted())
+        QSKIP("python3 is not installed");
+    QVERIFY(other.waitForReadyRead(20000));
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    QCOMPARE(output.open(configuration(port)), code(tq::ErrorCode::PORT_TAKEN));
+    other.closeWriteChannel();
+    QVERIFY(other.waitForFinished());
+    QCOMPARE(output.open(configuration(port)), 0);
+}
+
+void StreamOpenTest::refusesBadAddress()
+{
+    rig.use(R"({"bindAddress": "203.0.113.7"})");
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    int result = 0;
+    const QByteArray log = errorOutput([&] { result = output.open(configuration(freePort())); });
+    rig.use("{}");
+    QCOMPARE(result, code(tq::ErrorCode::SERVER_FAILED));
+    QVERIFY2(log.contains("203.0.113.7"), log);
+}
+
+void StreamOpenTest::refusesUnknownEncoder()
+{
+    qputenv("KOR_ENCODER", "nonexistent");
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    int result = 0;
+    const QByteArray log = errorOutput([&] { result = output.open(configuration(freePort())); });
+    qunsetenv("KOR_ENCODER");
+    QCOMPARE(result, code(tq::ErrorCode::NO_ENCODER));
+    QVERIFY2(log.startsWith("[tq_kor] ") && log.contains("nonexistent"), log);
+    QCOMPARE(log.count('\n'), 1);
+}
+
+void StreamOpenTest::refusesEncoderOfOtherCodec()
+{
+    rig.use(R"({"codec": "h265", "encoder": "x264enc"})");
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    const int result = output.open(configuration(freePort()));
+    rig.use("{}");
+    QCOMPARE(result, code(tq::ErrorCode::NO_ENCODER));
+}
+
+void StreamOpenTest::takesEncoderOfRig()
+{
+    rig.use(R"({"encoder": "openh264enc", "bitrate": 1234})");
+    const tq::UDPOutConfig config = configuration(freePort());
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, true);
+    int result = 0;
+    const QByteArray log = errorOutput([&] { result = output.open(config); });
+    rig.use("{}");
+    if (result == code(tq::ErrorCode::NO_ENCODER))
+        QSKIP("openh264enc is not installed");
+    QCOMPARE(result, 0);
+    QVERIFY2(log.contains("openh264enc") && log.contains("1234 kbit/s"), log);
+    Feeder feeder(output, config);
+    RtspClient client(config.port);
+    QVERIFY(client.start());
+    QVERIFY(client.packetsUntil([](const Packet& p) { return p.channel == 0 && p.marker(); }));
+}
+
+void StreamOpenTest::refusesUnusableRig()
+{
+    rig.write("{ this is no JSON");
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    int result = 0;
+    const QByteArray log = errorOutput([&] { result = output.open(configuration(freePort())); });
+    rig.use("{}");
+    QCOMPARE(result, code(tq::ErrorCode::INVALID_RIG));
+    QVERIFY2(log.contains("rig.json"), log);
+    QCOMPARE(log.count('\n'), 1);
+}
+
+void StreamOpenTest::refusesSecondOpen()
+{
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    QCOMPARE(output.open(configuration(freePort())), 0);
+    QCOMPARE(output.open(configuration(freePort())), code(tq::ErrorCode::ALREADY_OPEN));
+    output.close();
+    QCOMPARE(output.open(configuration(freePort())), 0);
+}
+
+void StreamOpenTest::freesPortOnClose()
+{
+    const tq::UDPOutConfig config = configuration(freePort());
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    for (int round = 0; round < 3; ++round) {
+        QCOMPARE(output.open(config), 0);
+        Feeder feeder(output, config);
+        RtspClient client(config.port);
+        QVERIFY(client.start());
+        QVERIFY(client.packetsUntil([](const Packet& p) { return p.channel == 0; }));
+        feeder.stop();
+        output.close();
+        QVERIFY(client.closedByServer(5000));
+        RtspClient late(config.port);
+        QVERIFY(!late.isConnected());
+    }
+}
+
+// Without frames the answer to DESCRIBE cannot be given; closing must not wait for it.
+void StreamOpenTest::closesDuringDescribe()
+{
+    const tq::UDPOutConfig config = configuration(freePort());
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    QCOMPARE(output.open(config), 0);
+    RtspClient client(config.port);
+    client.send("DESCRIBE " + client.url() + " RTSP/1.0\r\nCSeq: 1\r\n\r\n");
+    QTest::qWait(500);
+    const auto begin = std::chrono::steady_clock::now();
+    output.close();
+    QVERIFY(std::chrono::steady_clock::now() - begin < std::chrono::seconds(5));
+    QCOMPARE(output.open(config), 0);
+}
+
+void StreamOpenTest::leaksNothing()
+{
+    const tq::UDPOutConfig config = configuration(freePort());
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    const auto round = [&] {
+        QCOMPARE(output.open(config), 0);
+        Feeder feeder(output, config);
+        RtspClient client(config.port);
+        QVERIFY(client.start());
+        QVERIFY(client.packetsUntil([](const Packet& p) { return p.channel == 0 && p.marker(); }));
+        feeder.stop();
+        output.close();
+    };
+    // Thread pools and GStreamer's registry reach their size in the first rounds.
+    for (int i = 0; i < 5; ++i)
+        round();
+    const int filesBefore = openFiles();
+    const int threadsBefore = threads();
+    for (int i = 0; i < 20; ++i)
+        round();
+    QVERIFY2(waitFor([&] { return openFiles() <= filesBefore && threads() <= threadsBefore + 2; },
+                     30000),
+             qPrintable(QString("files %1 -> %2, threads %3 -> %4")
+                            .arg(filesBefore)
+                            .arg(openFiles())
+                            .arg(threadsBefore)
+                            .arg(threads())));
+}
+
+void StreamOpenTest::ignoresCallsWhileClosed()
+{
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    std::vector<unsigned char> pixels = picture(160, 120);
+    output.ingestYUVFrame(pixels.data(), realTime(), {});
+    output.ingestIMU(imuPacket(realTime(), 0));
+    output.close();
+    const tq::UDPOutConfig config = configuration(freePort());
+    QCOMPARE(output.open(config), 0);
+    output.close();
+    output.ingestYUVFrame(pixels.data(), realTime(), {});
+    output.close();
+    QCOMPARE(output.open(config), 0);
+}
+
+QTEST_GUILESS_MAIN(StreamOpenTest)
+#include "stream_open.moc"

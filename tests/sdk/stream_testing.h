@@ -1,0 +1,480 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the tests of the network sender share: a sender of test frames, a plain RTSP client, and a
+// reader of the data stream that knows docs/stream-format.md only.
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QMap>
+#include <QString>
+#include <QTemporaryDir>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "tq_kor/tq_kor.h"
+
+namespace streamtest {
+
+/// A TCP port that nobody uses at the moment.
+inline int freePort()
+{
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    socklen_t size = sizeof address;
+    bind(fd, reinterpret_cast<sockaddr*>(&address), size);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+/// A rig for this process, with the given text as its stream object.
+class StreamRig {
+public:
+    explicit StreamRig(const QByteArray& stream = "{}") { use(stream); }
+    ~StreamRig() { qunsetenv("KOR_RIG"); }
+
+    void use(const QByteArray& stream) { write("{\"cameras\": [], \"stream\": " + stream + "}"); }
+
+    void write(const QByteArray& text)
+    {
+        QFile file(folder.filePath("rig.json"));
+        if (file.open(QIODevice::WriteOnly))
+            file.write(text);
+        qputenv("KOR_RIG", file.fileName().toLocal8Bit());
+    }
+
+private:
+    QTemporaryDir folder;
+};
+
+/// The configuration as the application fills it.
+inline tq::UDPOutConfig configuration(int port, int eyeWidth = 160, int eyeHeight = 120,
+                                      int serial = 100000001, int fps = 30)
+{
+    tq::UDPOutConfig config;
+    std::memset(&config, 0, sizeof config);
+    config.layout = 1;
+    config.port = static_cast<std::uint16_t>(port);
+    config.bitrate = 20000;
+    config.keyFrameInterval = 120;
+    config.chunkSize = 16000;
+    config.width = eyeWidth;
+    config.height = eyeHeight;
+    config.fps = fps;
+    config.serialNumber = serial;
+    config.deviceVersion = 1523;
+    config.imuRate = 2000;
+    config.modelCode = 11;
+    config.eyes = 2;
+    return config;
+}
+
+inline tq::Timestamp realTime()
+{
+    timespec t{};
+    clock_gettime(CLOCK_REALTIME, &t);
+    return static_cast<tq::Timestamp>(t.tv_sec) * 1000000000u +
+           static_cast<tq::Timestamp>(t.tv_nsec);
+}
+
+inline tq::IMUPacket imuPacket(tq::Timestamp time, std::uint64_t sequence)
+{
+    tq::IMUPacket packet{};
+    packet.timestamp = time;
+    packet.sequence = sequence;
+    packet.acceleration[0] = 0.125 * static_cast<double>(sequence);
+    packet.acceleration[2] = 9.80665;
+    packet.angularRate[1] = -0.5;
+    packet.magneticField[2] = 48.25;
+    packet.orientation[3] = 1;
+    packet.temperature = 36.5;
+    packet.pressure = 1013.25;
+    packet.accelerationCovariance[0] = 1e-4;
+    packet.angularRateCovariance[4] = 2e-4;
+    packet.orientationCovariance[8] = 3e-4;
+    packet.validFields = 0x3F;
+    return packet;
+}
+
+/// A picture with some structure: the left eye is bright, the right eye is dark.
+inline std::vector<unsigned char> picture(int eyeWidth, int eyeHeight, int shift = 0)
+{
+    const int rowBytes = eyeWidth * 4;
+    std::vector<unsigned char> pixels(static_cast<std::size_t>(rowBytes) *
+                                      static_cast<std::size_t>(eyeHeight));
+    for (int row = 0; row < eyeHeight; ++row) {
+        for (int x = 0; x < rowBytes; x += 2) {
+            const auto at = static_cast<std::size_t>(row * rowBytes + x);
+            const int base = x < rowBytes / 2 ? 180 : 40;
+            pixels[at] = static_cast<unsigned char>(base + ((x / 8 + row / 4 + shift) % 16));
+            pixels[at + 1] = 128;
+        }
+    }
+    return pixels;
+}
+
+/// What was given to the sender.
+struct SentFrame {
+    tq::Timestamp time;
+};
+
+/// Feeds a sender with frames and three IMU packets per frame on a thread of its own.
+class Feeder {
+public:
+    Feeder(tq::UDPOutput& senderOutput, const tq::UDPOutConfig& config)
+        : output(senderOutput), setup(config), thread([this] { run(); })
+    {
+    }
+
+    ~Feeder() { stop(); }
+
+    void stop()
+    {
+        stopped = true;
+        if (thread.joinable())
+            thread.join();
+    }
+
+    /// After stop() only.
+    const std::vector<tq::Timestamp>& frameTimes() const { return frames; }
+    const std::vector<tq::IMUPacket>& imuPackets() const { return packets; }
+
+private:
+    void run()
+    {
+        std::vector<std::vector<unsigned char>> pictures;
+        for (int shift = 0; shift < 4; ++shift)
+            pictures.push_back(picture(setup.width, setup.height, shift));
+        const tq::Timestamp period = 1000000000u / static_cast<unsigned>(setup.fps);
+        tq::Timestamp time = realTime() + 1234567;
+        for (std::size_t n = 0; !stopped; ++n) {
+            // Odd nanoseconds, so that rounding on the way would show.
+            time += period + 1;
+            while (!stopped && realTime() < time)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            tq::kvfrw::kvfSampleMetadata metadata;
+            std::memset(&metadata, 0, sizeof metadata);
+            for (unsigned i = 3; i-- > 0;) {
+                packets.push_back(imuPacket(time - i * (period / 4), packets.size()));
+                output.ingestIMU(packets.back());
+            }
+            output.ingestIMU(tq::IMUPacket{});  // a default packet, as the streamer forwards it
+            tq::kvfrw::convertMetadataFromMCUData(metadata, packets.back());
+            frames.push_back(time);
+            output.ingestYUVFrame(pictures[n % pictures.size()].data(), time, metadata);
+        }
+    }
+
+    tq::UDPOutput& output;
+    const tq::UDPOutConfig setup;
+    std::atomic<bool> stopped{false};
+    std::vector<tq::Timestamp> frames;
+    std::vector<tq::IMUPacket> packets;
+    std::thread thread;
+};
+
+/// One RTP or RTCP packet as it came.
+struct Packet {
+    int channel = 0;  ///< 0 video, 1 its RTCP, 2 data, 3 its RTCP
+    QByteArray bytes;
+
+    std::uint32_t u32(int at) const
+    {
+        std::uint32_t value = 0;
+        for (int i = 0; i < 4; ++i)
+            value = value << 8 | static_cast<std::uint8_t>(bytes[at + i]);
+        return value;
+    }
+    bool hasExtension() const { return bytes[0] & 0x10; }
+    bool marker() const { return bytes[1] & 0x80; }
+    int payloadType() const { return bytes[1] & 0x7F; }
+    std::uint16_t sequence() const { return static_cast<std::uint16_t>(u32(0)); }
+    std::uint32_t timestamp() const { return u32(4); }
+    std::uint32_t ssrc() const { return u32(8); }
+
+    /// The elements of the header extension, or nothing.
+    QByteArray extension() const
+    {
+        return hasExtension() ? bytes.mid(16, static_cast<int>(u32(12) & 0xFFFF) * 4)
+                              : QByteArray();
+    }
+    QByteArray payload() const { return bytes.mid(hasExtension() ? 16 + extension().size() : 12); }
+};
+
+struct Response {
+    int status = 0;
+    QMap<QString, QString> headers;  // names in lower case
+    QByteArray body;
+};
+
+/// A plain RTSP client; media come through the RTSP connection.
+class RtspClient {
+public:
+    explicit RtspClient(int serverPort) : port(serverPort)
+    {
+        fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    }
+    ~RtspClient() { close(fd); }
+    RtspClient(const RtspClient&) = delete;
+    RtspClient& operator=(const RtspClient&) = delete;
+
+    bool isConnected() const { return connected; }
+
+    QByteArray url(const QByteArray& path = {}) const
+    {
+        return "rtsp://127.0.0.1:" + QByteArray::number(port) + "/stereo" + path;
+    }
+
+    bool send(const QByteArray& bytes)
+    {
+        return ::send(fd, bytes.constData(), static_cast<std::size_t>(bytes.size()),
+                      MSG_NOSIGNAL) == bytes.size();
+    }
+
+    Response request(const QByteArray& method, const QByteArray& target,
+                     const QByteArray& headers = {})
+    {
+        QByteArray text = method + ' ' + target +
+                          " RTSP/1.0\r\nCSeq: " + QByteArray::number(++sequence) + "\r\n" + headers;
+        if (!session.isEmpty())
+            text += "Session: " + session + "\r\n";
+        send(text + "\r\n");
+        return readResponse();
+    }
+
+    Response describe() { return request("DESCRIBE", url(), "Accept: application/sdp\r\n"); }
+
+    Response setup(int stream)
+    {
+        const QByteArray channels =
+            QByteArray::number(2 * stream) + '-' + QByteArray::number(2 * stream + 1);
+        const Response response =
+            request("SETUP", url("/stream=" + QByteArray::number(stream)),
+                    "Transport: RTP/AVP/TCP;unicast;interleaved=" + channels + "\r\n");
+        session = response.headers.value("session").section(';', 0, 0).toLatin1();
+        return response;
+    }
+
+    Response play() { return request("PLAY", url()); }
+
+    /// DESCRIBE, both SETUPs and PLAY.
+    bool start()
+    {
+        return describe().status == 200 && setup(0).status == 200 && setup(1).status == 200 &&
+               play().status == 200;
+    }
+
+    /// The next packet; its bytes are empty when none comes in time.
+    Packet packet(int milliseconds = 10000)
+    {
+        if (!queued.empty()) {
+            const Packet first = queued.front();
+            queued.erase(queued.begin());
+            return first;
+        }
+        deadline(milliseconds);
+        return fill(4) && buffer[0] == '$' ? takePacket() : Packet();
+    }
+
+    /// Reads packets until the function is satisfied; false when time runs out.
+    bool packetsUntil(const std::function<bool(const Packet&)>& satisfied, int milliseconds = 15000)
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+        while (std::chrono::steady_clock::now() < end) {
+            const Packet next = packet(milliseconds);
+            if (next.bytes.isEmpty())
+                return false;
+            if (satisfied(next))
+                return true;
+        }
+        return false;
+    }
+
+    /// Whether the server closes the connection within this time.
+    bool closedByServer(int milliseconds)
+    {
+        deadline(milliseconds);
+        while (fill(buffer.size() + 1)) {
+        }
+        return ended;
+    }
+
+private:
+    void deadline(int milliseconds)
+    {
+        limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    }
+
+    /// Reads until so many bytes are there.
+    bool fill(int count)
+    {
+        while (buffer.size() < count) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                limit - std::chrono::steady_clock::now());
+            pollfd ready{fd, POLLIN, 0};
+            if (left.count() <= 0 || poll(&ready, 1, static_cast<int>(left.count())) <= 0)
+                return false;
+            char bytes[65536];
+            const ssize_t size = recv(fd, bytes, sizeof bytes, 0);
+            if (size <= 0) {
+                ended = true;
+                return false;
+            }
+            buffer.append(bytes, static_cast<int>(size));
+        }
+        return true;
+    }
+
+    Packet takePacket()
+    {
+        const int size =
+            static_cast<std::uint8_t>(buffer[2]) << 8 | static_cast<std::uint8_t>(buffer[3]);
+        if (!fill(4 + size))
+            return Packet();
+        const Packet packet{buffer[1], buffer.mid(4, size)};
+        buffer.remove(0, 4 + size);
+        return packet;
+    }
+
+    Response readResponse()
+    {
+        deadline(20000);
+        Response response;
+        while (fill(4) && buffer[0] == '$')
+            queued.push_back(takePacket());
+        while (buffer.indexOf("\r\n\r\n") < 0) {
+            if (!fill(buffer.size() + 1))
+                return response;
+        }
+        const int end = buffer.indexOf("\r\n\r\n");
+        const QList<QByteArray> lines = buffer.left(end).split('\n');
+        buffer.remove(0, end + 4);
+        response.status = lines[0].split(' ').value(1).toInt();
+        for (const QByteArray& line : lines.mid(1)) {
+            const int colon = line.indexOf(':');
+            response.headers[QString(line.left(colon)).toLower()] = line.mid(colon + 1).trimmed();
+        }
+        const int size = response.headers.value("content-length").toInt();
+        if (fill(size)) {
+            response.body = buffer.left(size);
+            buffer.remove(0, size);
+        }
+        return response;
+    }
+
+    int port;
+    int fd = -1;
+    bool connected = false;
+    bool ended = false;
+    int sequence = 0;
+    QByteArray session;
+    QByteArray buffer;
+    std::vector<Packet> queued;
+    std::chrono::steady_clock::time_point limit;
+};
+
+/// A record of the data stream with its value, written from docs/stream-format.md.
+struct Record {
+    int kind = 0;
+    int version = 0;
+    QByteArray value;
+
+    std::uint64_t number(int at, int size) const
+    {
+        std::uint64_t result = 0;
+        for (int i = 0; i < size; ++i)
+            result = result * 256 + static_cast<std::uint8_t>(value[at + i]);
+        return result;
+    }
+    double real(int at) const
+    {
+        const std::uint64_t bits = number(at, 8);
+        double result = 0;
+        std::memcpy(&result, &bits, sizeof result);
+        return result;
+    }
+};
+
+/// Splits a unit into its records; nothing when it is malformed.
+inline std::vector<Record> records(QByteArray unit)
+{
+    const QByteArray begin = QByteArray::fromHex("060E2B34020501010F4B4F5201");
+    std::vector<Record> result;
+    while (!unit.isEmpty()) {
+        if (!unit.startsWith(begin) || unit.size() < 17)
+            return {};
+        Record record;
+        record.kind = unit[13];
+        record.version = unit[14];
+        int length = static_cast<std::uint8_t>(unit[16]);
+        int header = 17;
+        if (length >= 0x80) {
+            const int count = length - 0x80;
+            length = 0;
+            for (int i = 0; i < count; ++i)
+                length = length * 256 + static_cast<std::uint8_t>(unit[header++]);
+        }
+        record.value = unit.mid(header, length);
+        if (record.value.size() != length)
+            return {};
+        unit.remove(0, header + length);
+        result.push_back(record);
+    }
+    return result;
+}
+
+/// The RTP timestamp of a capture time, as the page says.
+inline std::uint32_t rtpTime(tq::Timestamp t)
+{
+    __extension__ using Wide = unsigned __int128;
+    return static_cast<std::uint32_t>(Wide{t} * 90000u / 1000000000u);
+}
+
+/// Waits until a condition holds.
+inline bool waitFor(const std::function<bool()>& condition, int milliseconds = 10000)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+/// What stands on standard error while a function runs.
+inline QByteArray errorOutput(const std::function<void()>& function)
+{
+    QTemporaryDir folder;
+    QFile file(folder.filePath("err"));
+    if (!file.open(QIODevice::ReadWrite))
+        return {};
+    const int saved = dup(STDERR_FILENO);
+    dup2(file.handle(), STDERR_FILENO);
+    function();
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+    file.seek(0);
+    return file.readAll();
+}
+
+}  // namespace streamtest
