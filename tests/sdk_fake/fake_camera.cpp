@@ -21,6 +21,7 @@ std::vector<tq::DeviceProperties> ArgusCamera::getGMSLDevices(bool refresh, bool
         const std::lock_guard<std::mutex> lock(world().mutex);
         for (const auto& camera : world().cameras) {
             tq::DeviceProperties device{};
+            device.state = camera->setup.state;
             device.id = camera->setup.id;
             device.model = camera->setup.model;
             device.serialNumber = camera->setup.serial;

@@ -91,6 +91,7 @@ struct CameraSetup {
     std::optional<int> effectiveWidth;  ///< rather than the size asked for
     std::optional<int> effectiveHeight;
     std::optional<int> effectiveFps;
+    tq::DeviceState state = tq::DeviceState::AVAILABLE;  ///< what the enumeration says
 };
 
 /// Attaches a camera; cameras are enumerated in the order in which they were added.
