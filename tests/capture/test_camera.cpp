@@ -8,6 +8,7 @@
 #include "tests/sdk_fake/sdk_fake.h"
 #include "tests/support/comparisons.h"
 #include "tests/support/messagelog.h"
+#include "tests/support/sanitizers.h"
 
 namespace {
 
@@ -411,6 +412,9 @@ private slots:
 
     void stuckThreadIsTerminated()
     {
+        if (kThreadSanitizer) {
+            QSKIP("the thread sanitizer loses track of a thread that is cancelled");
+        }
         KTCamera camera;
         QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
         sdkfake::blockFrameStatus(kSerial, true);

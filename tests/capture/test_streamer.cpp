@@ -8,6 +8,7 @@
 #include "tests/sdk_fake/sdk_fake.h"
 #include "tests/support/comparisons.h"
 #include "tests/support/messagelog.h"
+#include "tests/support/sanitizers.h"
 
 namespace {
 
@@ -413,6 +414,9 @@ private slots:
 
     void stuckThreadIsTerminated()
     {
+        if (kThreadSanitizer) {
+            QSKIP("the thread sanitizer loses track of a thread that is cancelled");
+        }
         VirtualCameraStreamer streamer;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         sdkfake::blockIngest(true);
