@@ -26,7 +26,8 @@ target_compile_options(vistrel_options INTERFACE
     $<$<BOOL:${VISTREL_WERROR}>:-Werror>)
 if(VISTREL_SANITIZE)
     # For all targets, the SDK included: half-instrumented programs report nonsense.
-    add_compile_options(-fsanitize=${VISTREL_SANITIZE} -fno-omit-frame-pointer -g)
+    # Lightly optimised: what runs slower is more than made up for by what compiles faster.
+    add_compile_options(-fsanitize=${VISTREL_SANITIZE} -fno-omit-frame-pointer -O1 -g1)
     add_link_options(-fsanitize=${VISTREL_SANITIZE})
 endif()
 
