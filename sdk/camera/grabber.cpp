@@ -71,6 +71,7 @@ struct LiveCameraGrabber::Private {
     std::thread producer;
     std::atomic<bool> failed{false};
     std::uint64_t delivered = 0;
+    std::uint64_t beforeReader = 0;  // frames overwritten before anyone asked for one
     bool hasFrame = false;
     IMUPacket noPacket{};
 
@@ -264,7 +265,10 @@ int LiveCameraGrabber::getFrameStatus()
         return kNoNewFrame;
     }
     if (d->slots->takeNewest()) {
-        d->hasFrame = true;
+        if (!d->hasFrame) {
+            d->beforeReader = d->slots->overwrittenFrames();
+            d->hasFrame = true;
+        }
         ++d->delivered;
         return kNewFrame;
     }
@@ -299,7 +303,10 @@ void LiveCameraGrabber::close(bool)
     // The frame in flight takes some milliseconds at most, so there is nothing to force.
     d->source->stop();
     d->producer.join();
-    const std::uint64_t skipped = d->source->skippedFrames() + d->slots->overwrittenFrames();
+    std::uint64_t skipped = d->source->skippedFrames();
+    if (d->hasFrame) {
+        skipped += d->slots->overwrittenFrames() - d->beforeReader;
+    }
     if (skipped > 0 || d->verbose) {
         logLine("camera S/N " + std::to_string(d->serial) +
                 " closed: " + std::to_string(d->delivered) + " frames delivered, " +
