@@ -1,0 +1,265 @@
+// SPDX-License-Identifier: Apache-2.0
+// The parts of vistrel-receive: reading of records, statistics, addresses.
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+#include <cmath>
+#include <limits>
+
+#include "tools/receive/datarecords.h"
+#include "tools/receive/options.h"
+#include "tools/receive/statistics.h"
+
+using namespace receive;
+
+namespace {
+
+QByteArray label(int kind)
+{
+    QByteArray bytes = QByteArray::fromHex("060E2B34020501010F4B4F5201000100");
+    bytes[13] = static_cast<char>(kind);
+    return bytes;
+}
+
+QByteArray bigEndian(std::uint64_t value, int bytes)
+{
+    QByteArray result;
+    for (int i = bytes; i-- > 0;)
+        result.append(static_cast<char>(value >> (8 * i)));
+    return result;
+}
+
+QByteArray frameUnit(std::uint64_t counter, std::uint64_t time, int extraBytes = 0)
+{
+    QByteArray value = bigEndian(100000001, 4) + bigEndian(0, 4) + bigEndian(counter, 8) +
+                       bigEndian(time, 8) + bigEndian(7, 8) + bigEndian(1, 2) + bigEndian(2, 2) +
+                       bigEndian(1920, 4) + bigEndian(1200, 4) + bigEndian(30, 4);
+    value.append(QByteArray(200 - value.size() + extraBytes, '\0'));
+    return label(1) + '\x82' + bigEndian(static_cast<std::uint64_t>(value.size()), 2) + value;
+}
+
+struct Collected {
+    std::vector<FrameRecord> frames;
+    std::vector<ImuRecord> packets;
+    bool whole = false;
+};
+
+Collected read(const QByteArray& bytes)
+{
+    Collected result;
+    RecordHandler handler;
+    handler.frame = [&](const FrameRecord& record) { result.frames.push_back(record); };
+    handler.imu = [&](const ImuRecord& record) { result.packets.push_back(record); };
+    result.whole = readRecords(reinterpret_cast<const std::uint8_t*>(bytes.constData()),
+                               static_cast<std::size_t>(bytes.size()), handler);
+    return result;
+}
+
+FrameRecord record(std::uint64_t counter, std::uint64_t time = 1700000000123456789u)
+{
+    FrameRecord result;
+    result.serial = 100000001;
+    result.counter = counter;
+    result.captureTime = time;
+    return result;
+}
+
+QJsonObject json(const Statistics& statistics)
+{
+    return QJsonDocument::fromJson(QByteArray::fromStdString(statistics.json("x", 1))).object();
+}
+
+}  // namespace
+
+class ReceivePartsTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void readsFrames();
+    void readsSeveralRecords();
+    void passesOverUnknownRecords();
+    void acceptsLongerValues();
+    void refusesBrokenUnits_data();
+    void refusesBrokenUnits();
+    void recoversCaptureTimes();
+    void findsPercentiles();
+    void countsLostFrames();
+    void countsLostPackets();
+    void prefersTheRecordedTime();
+    void tellsTheStateOfEyes();
+    void hidesCredentials();
+};
+
+void ReceivePartsTest::readsFrames()
+{
+    const Collected result = read(frameUnit(42, 1700000000123456789u));
+    QVERIFY(result.whole);
+    QCOMPARE(result.frames.size(), std::size_t{1});
+    const FrameRecord& frame = result.frames[0];
+    QCOMPARE(frame.serial, 100000001u);
+    QCOMPARE(frame.counter, std::uint64_t{42});
+    QCOMPARE(frame.captureTime, std::uint64_t{1700000000123456789u});
+    QCOMPARE(frame.framesDropped, std::uint64_t{7});
+    QCOMPARE(frame.eyeWidth, 1920u);
+    QCOMPARE(frame.eyeHeight, 1200u);
+    QCOMPARE(frame.fps, 30u);
+}
+
+void ReceivePartsTest::readsSeveralRecords()
+{
+    QByteArray value = bigEndian(100000001, 4) + bigEndian(0x3F, 4) + bigEndian(11, 8) +
+                       bigEndian(5, 8) + bigEndian(0x40239D013A92A305, 8);
+    value.append(QByteArray(360 - value.size(), '\0'));
+    const QByteArray imu = label(2) + '\x82' + bigEndian(360, 2) + value;
+    const Collected result = read(imu + frameUnit(1, 2) + imu);
+    QVERIFY(result.whole);
+    QCOMPARE(result.frames.size(), std::size_t{1});
+    QCOMPARE(result.packets.size(), std::size_t{2});
+    QCOMPARE(result.packets[1].validFields, 0x3Fu);
+    QCOMPARE(result.packets[1].timestamp, std::uint64_t{11});
+    QCOMPARE(result.packets[1].sequence, std::uint64_t{5});
+    QCOMPARE(result.packets[1].acceleration[0], 9.80665);
+}
+
+void ReceivePartsTest::passesOverUnknownRecords()
+{
+    const QByteArray foreign = QByteArray::fromHex("060E2B340101010101020304050607080401020304");
+    const QByteArray otherKind = label(9) + '\x03' + "abc";
+    const Collected result = read(foreign + otherKind + frameUnit(1, 2));
+    QVERIFY(result.whole);
+    QCOMPARE(result.frames.size(), std::size_t{1});
+}
+
+void ReceivePartsTest::acceptsLongerValues()
+{
+    const Collected result = read(frameUnit(3, 4, 56));
+    QVERIFY(result.whole);
+    QCOMPARE(result.frames.size(), std::size_t{1});
+    QCOMPARE(result.frames[0].counter, std::uint64_t{3});
+}
+
+void ReceivePartsTest::refusesBrokenUnits_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    const QByteArray unit = frameUnit(1, 2);
+    QTest::newRow("cut in the label") << unit.left(10);
+    QTest::newRow("no length") << unit.left(16);
+    QTest::newRow("cut in the length") << unit.left(18);
+    QTest::newRow("cut in the value") << unit.left(100);
+    QTest::newRow("indefinite length") << QByteArray(label(1) + '\x80');
+    QTest::newRow("absurd length") << QByteArray(label(1) + QByteArray::fromHex("84FFFFFFFF00"));
+    QTest::newRow("length of nine bytes")
+        << QByteArray(label(1) + QByteArray::fromHex("89000000000000000001") + 'x');
+}
+
+void ReceivePartsTest::refusesBrokenUnits()
+{
+    QFETCH(QByteArray, bytes);
+    const Collected result = read(bytes);
+    QVERIFY(!result.whole);
+    QVERIFY(result.frames.empty());
+}
+
+void ReceivePartsTest::recoversCaptureTimes()
+{
+    __extension__ using Wide = unsigned __int128;
+    std::uint64_t time = 1700000000123456789u;
+    for (int i = 0; i < 1000; ++i, time += 98765432123u) {
+        const auto rtp = static_cast<std::uint32_t>(Wide{time} * 90000u / 1000000000u);
+        for (const std::int64_t offset : {0ll, 20000000ll, 20000000000000ll, -20000000000000ll}) {
+            const std::uint64_t found =
+                captureTimeFromRtp(rtp, time + static_cast<std::uint64_t>(offset));
+            QVERIFY(found <= time);
+            QVERIFY(time - found < 12000);
+        }
+    }
+}
+
+void ReceivePartsTest::findsPercentiles()
+{
+    LatencyHistogram histogram;
+    QVERIFY(!histogram.percentile(0.5));
+    QVERIFY(!histogram.most());
+    for (int i = 100; i-- > 0;)
+        histogram.add(i + 0.05);
+    QCOMPARE(*histogram.percentile(0.5), 49.1);
+    QCOMPARE(*histogram.percentile(0.99), 98.1);
+    QCOMPARE(*histogram.least(), 0.05);
+    QCOMPARE(*histogram.most(), 99.05);
+    histogram.add(-3);  // clocks that disagree
+    histogram.add(1e9);
+    QCOMPARE(*histogram.least(), -3.0);
+    QCOMPARE(*histogram.most(), 1e9);
+}
+
+void ReceivePartsTest::countsLostFrames()
+{
+    Statistics statistics;
+    for (const std::uint64_t counter : {5, 6, 7, 10, 11, 20})
+        statistics.frameRecord(record(counter), static_cast<std::uint32_t>(counter));
+    QCOMPARE(json(statistics)["framesLost"].toInt(), 2 + 8);
+    // The sender was opened anew.
+    statistics.frameRecord(record(0), 100);
+    statistics.frameRecord(record(1), 101);
+    QCOMPARE(json(statistics)["framesLost"].toInt(), 10);
+    QCOMPARE(json(statistics)["frameRecords"].toInt(), 8);
+}
+
+void ReceivePartsTest::countsLostPackets()
+{
+    Statistics statistics;
+    ImuRecord packet;
+    for (const std::uint64_t sequence : {3, 4, 8}) {
+        packet.sequence = sequence;
+        packet.timestamp = sequence * 5000000;
+        statistics.imuRecord(packet);
+    }
+    QCOMPARE(json(statistics)["imuPackets"].toInt(), 3);
+    QCOMPARE(json(statistics)["imuPacketsLost"].toInt(), 3);
+    QCOMPARE(json(statistics)["imuRate"].toDouble(), 80.0);
+}
+
+void ReceivePartsTest::prefersTheRecordedTime()
+{
+    Statistics statistics;
+    const std::uint64_t time = 1700000000123456789u;
+    statistics.frameRecord(record(0, time), 1234);
+    statistics.finishedFrame(1234, time + 5500000);
+    const QJsonObject result = json(statistics);
+    QCOMPARE(result["latencyMs"].toObject()["max"].toDouble(), 5.5);
+    QCOMPARE(result["framesWithoutRecord"].toInt(), 0);
+    // Without a record the RTP timestamp tells.
+    statistics.finishedFrame(380025703, time + 2000000);
+    QVERIFY(std::abs(json(statistics)["latencyMs"].toObject()["min"].toDouble() - 2.0) < 0.02);
+    QCOMPARE(json(statistics)["framesWithoutRecord"].toInt(), 1);
+    QCOMPARE(statistics.frames(), std::uint64_t{2});
+}
+
+void ReceivePartsTest::tellsTheStateOfEyes()
+{
+    Statistics statistics;
+    statistics.frameRecord(record(0), 0);
+    QVERIFY(statistics.statusLine(1).find("left none  right none") != std::string::npos);
+    const EyeSample bright{{100, 110, 120}};
+    const EyeSample other{{101, 110, 120}};
+    const EyeSample dark{{0, 1, 0}};
+    statistics.eyes(bright, dark);
+    statistics.eyes(other, dark);
+    const QString first = QString::fromStdString(statistics.statusLine(1));
+    QVERIFY2(first.contains(" moving  right ") && first.endsWith(" dark"), qPrintable(first));
+    statistics.eyes(other, bright);
+    statistics.eyes(other, bright);
+    const QString second = QString::fromStdString(statistics.statusLine(1));
+    QVERIFY2(second.contains(" still  right ") && second.endsWith(" moving"), qPrintable(second));
+}
+
+void ReceivePartsTest::hidesCredentials()
+{
+    QCOMPARE(withoutCredentials("rtsp://user:pa@ss@host:1/stereo"),
+             std::string("rtsp://host:1/stereo"));
+    QCOMPARE(withoutCredentials("rtsp://host:1/ste@reo"), std::string("rtsp://host:1/ste@reo"));
+    QCOMPARE(withoutCredentials("nonsense"), std::string("nonsense"));
+}
+
+QTEST_GUILESS_MAIN(ReceivePartsTest)
+#include "receive_parts_test.moc"

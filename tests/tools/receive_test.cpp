@@ -1,0 +1,372 @@
+// SPDX-License-Identifier: Apache-2.0
+// vistrel-receive as a program, against a small sender.
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+#include <csignal>
+#include <memory>
+
+namespace {
+
+struct Outcome {
+    int status = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+Outcome finish(QProcess& process, int milliseconds = 60000)
+{
+    Outcome outcome;
+    if (!process.waitForFinished(milliseconds)) {
+        process.kill();
+        process.waitForFinished();
+    } else if (process.exitStatus() == QProcess::NormalExit) {
+        outcome.status = process.exitCode();
+    }
+    outcome.out = process.readAllStandardOutput();
+    outcome.err = process.readAllStandardError();
+    return outcome;
+}
+
+Outcome receive(const QStringList& arguments)
+{
+    QProcess process;
+    process.start(VISTREL_RECEIVE, arguments);
+    return finish(process);
+}
+
+/// A socket that listens on a port of its own and never answers.
+class SilentListener {
+public:
+    SilentListener() : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        socklen_t size = sizeof address;
+        bind(fd, reinterpret_cast<sockaddr*>(&address), size);
+        listen(fd, 5);
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+        number = ntohs(address.sin_port);
+    }
+    ~SilentListener() { close(fd); }
+    SilentListener(const SilentListener&) = delete;
+    SilentListener& operator=(const SilentListener&) = delete;
+
+    int port() const { return number; }
+
+private:
+    int fd;
+    int number = 0;
+};
+
+int freePort()
+{
+    return SilentListener().port();
+}
+
+QByteArray contents(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+}  // namespace
+
+class ReceiveTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init();
+    void cleanup();
+
+    void explainsItself();
+    void refusesWrongUse_data();
+    void refusesWrongUse();
+    void reportsAbsentSender();
+    void showsStatus();
+    void writesEverything();
+    void receivesByTcp();
+    void receivesWithoutDecoding();
+    void endsAfterDuration();
+    void endsWithTheSender();
+    void timesOut();
+    void completesFilesWhenInterrupted_data();
+    void completesFilesWhenInterrupted();
+    void reportsUnwritableFile_data();
+    void reportsUnwritableFile();
+    void hidesThePassword();
+
+private:
+    void send(const QStringList& options = {}, const QByteArray& stream = "{}");
+    QString address(const QString& user = {}) const;
+
+    std::unique_ptr<QTemporaryDir> folder;
+    std::unique_ptr<QProcess> sender;
+    int port = 0;
+};
+
+void ReceiveTest::init()
+{
+    folder = std::make_unique<QTemporaryDir>();
+    QVERIFY(folder->isValid());
+}
+
+void ReceiveTest::cleanup()
+{
+    if (sender) {
+        sender->terminate();
+        QVERIFY(sender->waitForFinished(20000));
+        sender.reset();
+    }
+}
+
+void ReceiveTest::send(const QStringList& options, const QByteArray& stream)
+{
+    QFile rig(folder->filePath("rig.json"));
+    QVERIFY(rig.open(QIODevice::WriteOnly));
+    rig.write("{\"cameras\": [], \"stream\": " + stream + "}");
+    rig.close();
+    port = freePort();
+    sender = std::make_unique<QProcess>();
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("KOR_RIG", rig.fileName());
+    sender->setProcessEnvironment(environment);
+    sender->start(VISTREL_SAMPLE_SENDER, QStringList{QString::number(port)} + options);
+    QVERIFY(sender->waitForReadyRead(60000));
+    QVERIFY(sender->readAllStandardOutput().startsWith("ready"));
+}
+
+QString ReceiveTest::address(const QString& user) const
+{
+    return "rtsp://" + user + "127.0.0.1:" + QString::number(port) + "/stereo";
+}
+
+void ReceiveTest::explainsItself()
+{
+    const Outcome help = receive({"--help"});
+    QCOMPARE(help.status, 0);
+    for (const char* option :
+         {"--snapshot", "--record", "--imu", "--json", "--frames", "--duration", "--timeout",
+          "--tcp", "--no-decode", "--quiet", "Exit status"})
+        QVERIFY2(help.out.contains(option), option);
+    const Outcome version = receive({"--version"});
+    QCOMPARE(version.status, 0);
+    QVERIFY(version.out.startsWith("vistrel-receive "));
+}
+
+void ReceiveTest::refusesWrongUse_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    const QString url = "rtsp://127.0.0.1:1/stereo";
+    QTest::newRow("nothing") << QStringList{};
+    QTest::newRow("two addresses") << QStringList{url, url};
+    QTest::newRow("other scheme") << QStringList{"http://127.0.0.1/stereo"};
+    QTest::newRow("unknown option") << QStringList{"--unknown", url};
+    QTest::newRow("no number") << QStringList{"--frames", "many", url};
+    QTest::newRow("trailing letters") << QStringList{"--timeout", "5s", url};
+    QTest::newRow("no frames") << QStringList{"--frames", "0", url};
+    QTest::newRow("half a frame") << QStringList{"--frames", "1.5", url};
+    QTest::newRow("negative") << QStringList{"--duration", "-1", url};
+    QTest::newRow("not a number") << QStringList{"--duration", "nan", url};
+    QTest::newRow("missing value") << QStringList{url, "--json"};
+    QTest::newRow("snapshot of nothing") << QStringList{"--no-decode", "--snapshot", "x", url};
+}
+
+void ReceiveTest::refusesWrongUse()
+{
+    QFETCH(QStringList, arguments);
+    const Outcome outcome = receive(arguments);
+    QCOMPARE(outcome.status, 2);
+    QVERIFY(outcome.err.contains("--help"));
+    QVERIFY(outcome.out.isEmpty());
+}
+
+void ReceiveTest::reportsAbsentSender()
+{
+    port = freePort();
+    const Outcome outcome = receive({address()});
+    QCOMPARE(outcome.status, 1);
+    QVERIFY(outcome.err.startsWith("vistrel-receive: "));
+}
+
+void ReceiveTest::showsStatus()
+{
+    send({"--imu", "7", "--size", "320x240"});
+    const Outcome outcome = receive({"--frames", "100", address()});
+    QCOMPARE(outcome.status, 0);
+    const QList<QByteArray> lines = outcome.out.trimmed().split('\n');
+    QVERIFY2(lines.size() >= 2, outcome.out);
+    const QRegularExpression pattern(
+        "^100000001  640x240  [0-9.]+ fps  [0-9.]+ Mbit/s  latency [0-9.]+ ms  lost 0  "
+        "IMU [0-9]+/s  left 320x240 moving  right 320x240 moving$");
+    QVERIFY2(pattern.match(QString(lines.last())).hasMatch(), lines.last());
+    const Outcome quiet = receive({"--frames", "60", "--quiet", address()});
+    QCOMPARE(quiet.status, 0);
+    QVERIFY2(quiet.out.isEmpty(), quiet.out);
+}
+
+void ReceiveTest::writesEverything()
+{
+    send({"--imu", "7", "--size", "320x240", "--serial", "100000777"});
+    const QString png = folder->filePath("s.png");
+    const QString mkv = folder->filePath("v.mkv");
+    const QString csv = folder->filePath("i.csv");
+    const QString json = folder->filePath("s.json");
+    const Outcome outcome =
+        receive({"-q", "-n", "60", "-s", png, "-r", mkv, "-i", csv, "-j", json, address()});
+    QVERIFY2(outcome.status == 0, outcome.err);
+
+    const QJsonObject statistics = QJsonDocument::fromJson(contents(json)).object();
+    QCOMPARE(statistics["serial"].toInt(), 100000777);
+    QCOMPARE(statistics["width"].toInt(), 640);
+    QCOMPARE(statistics["height"].toInt(), 240);
+    QCOMPARE(statistics["eyeWidth"].toInt(), 320);
+    QCOMPARE(statistics["codec"].toString(), QString("H.264"));
+    QCOMPARE(statistics["framesLost"].toInt(), 0);
+    QCOMPARE(statistics["malformedRecords"].toInt(), 0);
+    QVERIFY(statistics["frames"].toInt() >= 60);
+    QVERIFY(statistics["keyFrames"].toInt() >= 1);
+    QVERIFY(qAbs(statistics["imuRate"].toDouble() - 210) < 2);
+    QCOMPARE(statistics["imuPacketsLost"].toInt(), 0);
+    const QJsonObject latency = statistics["latencyMs"].toObject();
+    QVERIFY(latency["p50"].toDouble() > 0);
+    QVERIFY(latency["p99"].toDouble() >= latency["p50"].toDouble());
+    QVERIFY(statistics["left"].toObject()["meanLuma"].toDouble() >
+            statistics["right"].toObject()["meanLuma"].toDouble() + 50);
+
+    const QList<QByteArray> rows = contents(csv).trimmed().split('\n');
+    QCOMPARE(rows.size() - 1, statistics["imuPackets"].toInt());
+    QVERIFY(rows[0].startsWith("timestamp_ns,sequence,"));
+    const QList<QByteArray> first = rows[1].split(',');
+    QCOMPARE(first.size(), rows[0].count(',') + 1);
+    QCOMPARE(first[5].toDouble(), 9.81);
+    QCOMPARE(rows[2].split(',')[1].toLongLong(), first[1].toLongLong() + 1);
+
+    const QByteArray picture = contents(png);
+    QVERIFY(picture.startsWith("\x89PNG"));
+    QCOMPARE(picture.mid(16, 8), QByteArray::fromHex("00000280000000F0"));
+    QVERIFY(contents(mkv).startsWith("\x1A\x45\xDF\xA3"));
+}
+
+void ReceiveTest::receivesByTcp()
+{
+    send();
+    const Outcome outcome = receive({"--tcp", "-q", "-n", "20", "-j", "-", address()});
+    QCOMPARE(outcome.status, 0);
+    QVERIFY(QJsonDocument::fromJson(outcome.out).object()["frames"].toInt() >= 20);
+}
+
+void ReceiveTest::receivesWithoutDecoding()
+{
+    send();
+    const Outcome outcome = receive({"--no-decode", "-q", "-n", "30", "-j", "-", address()});
+    QCOMPARE(outcome.status, 0);
+    const QJsonObject statistics = QJsonDocument::fromJson(outcome.out).object();
+    QVERIFY(statistics["frames"].toInt() >= 30);
+    QCOMPARE(statistics["left"].toObject()["state"].toString(), QString("none"));
+    QVERIFY(statistics["latencyMs"].toObject()["p50"].toDouble() > 0);
+}
+
+void ReceiveTest::endsAfterDuration()
+{
+    send();
+    const Outcome outcome = receive({"-q", "-d", "2", address()});
+    QCOMPARE(outcome.status, 0);
+}
+
+void ReceiveTest::endsWithTheSender()
+{
+    send({"--seconds", "6"});
+    QProcess all;
+    all.start(VISTREL_RECEIVE, {"-q", "-n", "100000", address()});
+    QProcess some;
+    some.start(VISTREL_RECEIVE, {"-q", "-j", "-", address()});
+    QCOMPARE(finish(all).status, 1);  // not all that were asked for
+    const Outcome outcome = finish(some);
+    QCOMPARE(outcome.status, 0);
+    QVERIFY(QJsonDocument::fromJson(outcome.out).object()["frames"].toInt() > 0);
+    QVERIFY(!outcome.err.isEmpty());
+}
+
+void ReceiveTest::timesOut()
+{
+    // Something listens, but it is no sender.
+    const SilentListener silent;
+    port = silent.port();
+    const Outcome outcome = receive({"-t", "1", address()});
+    QCOMPARE(outcome.status, 1);
+    QVERIFY2(outcome.err.contains("no frame for 1 s"), outcome.err);
+}
+
+void ReceiveTest::completesFilesWhenInterrupted_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::newRow("SIGINT") << SIGINT;
+    QTest::newRow("SIGTERM") << SIGTERM;
+}
+
+void ReceiveTest::completesFilesWhenInterrupted()
+{
+    QFETCH(int, signal);
+    send();
+    const QString mkv = folder->filePath("v.mkv");
+    const QString json = folder->filePath("s.json");
+    QProcess process;
+    process.start(VISTREL_RECEIVE, {"-r", mkv, "-j", json, address()});
+    QVERIFY(process.waitForReadyRead(60000));  // a status line: frames have come
+    ::kill(static_cast<pid_t>(process.processId()), signal);
+    const Outcome outcome = finish(process);
+    QVERIFY2(outcome.status == 0, outcome.err);
+    QVERIFY(QJsonDocument::fromJson(contents(json)).object()["frames"].toInt() > 0);
+    if (QStandardPaths::findExecutable("ffprobe").isEmpty())
+        QSKIP("ffprobe is not installed");
+    QProcess probe;
+    probe.start("ffprobe", {"-v", "error", "-count_packets", "-show_entries",
+                            "format=duration:stream=nb_read_packets,width", "-of", "csv", mkv});
+    const Outcome content = finish(probe);
+    QCOMPARE(content.status, 0);
+    // The duration is written when the file is completed.
+    QVERIFY2(content.out.contains("stream,320,") && !content.out.contains("format,N/A"),
+             content.out);
+    QVERIFY2(content.err.isEmpty(), content.err);
+}
+
+void ReceiveTest::reportsUnwritableFile_data()
+{
+    QTest::addColumn<QString>("option");
+    for (const char* option : {"--snapshot", "--record", "--imu", "--json"})
+        QTest::newRow(option) << option;
+}
+
+void ReceiveTest::reportsUnwritableFile()
+{
+    QFETCH(QString, option);
+    send();
+    const QString path = folder->filePath("absent/file");
+    const Outcome outcome = receive({"-q", "-n", "5", option, path, address()});
+    QCOMPARE(outcome.status, 3);
+    QVERIFY2(outcome.err.contains(path.toLocal8Bit()), outcome.err);
+}
+
+void ReceiveTest::hidesThePassword()
+{
+    send({}, R"({"user": "viewer", "password": "se-cret"})");
+    const Outcome right = receive({"-n", "10", "-q", "-j", "-", address("viewer:se-cret@")});
+    QVERIFY2(right.status == 0, right.err);
+    QVERIFY(!right.out.contains("se-cret") && !right.err.contains("se-cret"));
+    const Outcome wrong = receive({"-n", "10", "-q", "-j", "-", address("viewer:mistaken@")});
+    QCOMPARE(wrong.status, 1);
+    QVERIFY(!wrong.out.contains("mistaken") && !wrong.err.contains("mistaken"));
+}
+
+QTEST_GUILESS_MAIN(ReceiveTest)
+#include "receive_test.moc"
