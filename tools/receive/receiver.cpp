@@ -53,7 +53,8 @@ void loadDecoders()
     for (const char* encoding : {"H264", "H265"}) {
         if (const char* decoder = decoderFor(encoding)) {
             const ObjectPtr<GstElementFactory> factory(gst_element_factory_find(decoder));
-            if (GstPluginFeature* loaded = gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory.get())))
+            if (GstPluginFeature* loaded =
+                    gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory.get())))
                 gst_object_unref(loaded);
         }
     }
