@@ -5,7 +5,6 @@
 #include <gio/gio.h>
 
 #include <algorithm>
-#include <future>
 #include <utility>
 
 #include "sdk/core/log.h"
@@ -43,29 +42,6 @@ std::string addressOf(GstRTSPClient* client)
 std::string describe(GstRTSPClient* client)
 {
     return "client " + addressOf(client);
-}
-
-/// Runs a function on the context's thread and waits for it.
-template <typename Function>
-void runOn(GMainContext* context, Function function)
-{
-    std::promise<void> done;
-    auto task = [&] {
-        function();
-        done.set_value();
-    };
-    GSource* source = g_idle_source_new();
-    g_source_set_priority(source, G_PRIORITY_HIGH);
-    g_source_set_callback(
-        source,
-        [](gpointer data) -> gboolean {
-            (*static_cast<decltype(task)*>(data))();
-            return G_SOURCE_REMOVE;
-        },
-        &task, nullptr);
-    g_source_attach(source, context);
-    done.get_future().wait();
-    g_source_unref(source);
 }
 
 }  // namespace
@@ -115,8 +91,16 @@ ErrorCode StreamServer::start(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory
 void StreamServer::stop()
 {
     if (thread.joinable()) {
-        runOn(context, [this] { closeAll(); });
-        g_main_loop_quit(loop);
+        const GSourcePtr task(g_idle_source_new());
+        g_source_set_priority(task.get(), G_PRIORITY_HIGH);
+        g_source_set_callback(
+            task.get(),
+            [](gpointer self) -> gboolean {
+                static_cast<StreamServer*>(self)->closeAll();
+                return G_SOURCE_REMOVE;
+            },
+            this, nullptr);
+        g_source_attach(task.get(), context);
         thread.join();
     }
     listener.reset();
@@ -274,6 +258,7 @@ void StreamServer::closeAll()
         nullptr);
     while (g_main_context_iteration(context, FALSE)) {
     }
+    g_main_loop_quit(loop);
 }
 
 void StreamServer::log(const std::string& text) const

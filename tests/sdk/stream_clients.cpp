@@ -120,7 +120,7 @@ void StreamClientsTest::servesFfprobe()
     serve();
     const Outcome outcome = runProgram(
         "ffprobe", {"-v", "warning", "-rtsp_transport", transport, "-select_streams", "v:0",
-                    "-read_intervals", "%+4", "-show_entries",
+                    "-read_intervals", "%+6", "-show_entries",
                     "format_tags=title:stream=codec_name,width,height,r_frame_rate,color_range:"
                     "frame=key_frame,pts",
                     "-of", "json", address()});
@@ -135,7 +135,7 @@ void StreamClientsTest::servesFfprobe()
     QCOMPARE(result["format"].toObject()["tags"].toObject()["title"].toString(),
              QString("KOR stereo 100000001"));
     const QJsonArray frames = result["frames"].toArray();
-    QVERIFY2(frames.size() >= 60, qPrintable(QString::number(frames.size())));
+    QVERIFY2(frames.size() >= 45, qPrintable(QString::number(frames.size())));
     int keys = 0;
     for (const QJsonValue& frame : frames)
         keys += frame.toObject()["key_frame"].toInt();
