@@ -2,6 +2,7 @@
 // Preview panel of one camera, and the conversion of YUYV frames on the processor.
 #include "ui/camerawidget.h"
 
+#include <QColor>
 #include <QImage>
 #include <QMutexLocker>
 #include <QPixmap>
@@ -77,6 +78,8 @@ CameraWidget::CameraWidget(QWidget* parent)
 
     view = std::make_unique<GLWidget>(ui->imageLabel);
     view->setForMono(true);
+    // The window's ground: the view is higher than its picture, and the rest is no part of that.
+    view->setClearColor(QColor(25, 25, 25));
     rgbaImage = std::make_unique<tq::Mat>();
     view->keepRatio(true);
     view->show();

@@ -514,6 +514,7 @@ QString messageBoxSheet(const QString& text, const QString& buttonFont)
     return rule("QMessageBox", "background-color:" + clr::tq_steel +
                                    ";messagebox-warning-icon:url(:/images/warning.png);"
                                    "messagebox-information-icon:url(:/images/info.png);"
+                                   "messagebox-question-icon:url(:/images/info.png);"
                                    "messagebox-critical-icon:url(:/images/fail.png);") +
            rule("QMessageBox QDialogButtonBox", "dialogbuttonbox-buttons-have-icons:0;") +
            rule("QMessageBox QLabel",

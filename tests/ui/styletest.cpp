@@ -646,6 +646,19 @@ void StyleTest::messageBoxShowsOurSigns()
     QVERIFY(pixelsOfColor(image, QColor(45, 45, 45), 0) > image.width() * image.height() / 2);
     QVERIFY(pixelsOfColor(image, kLime, 10) > 20);  // the button that Return presses
     QVERIFY(box.button(QMessageBox::Ok)->icon().isNull());
+
+    // The set has no sign of its own for questions.
+    QMessageBox question(QMessageBox::Question, "Information", "?", QMessageBox::Yes, &window);
+    QMessageBox information(QMessageBox::Information, "Information", "!", QMessageBox::Yes,
+                            &window);
+    for (QMessageBox* const shown : {&question, &information}) {
+        shown->show();
+    }
+    const auto sign = [](QMessageBox& from) {
+        return from.findChild<QLabel*>("qt_msgboxex_icon_label")->grab().toImage();
+    };
+    QVERIFY(!sign(question).isNull());
+    QCOMPARE(sign(question), sign(information));
 }
 
 // Not QTEST_MAIN: fonts that a widget does not show would be measured at another resolution there
