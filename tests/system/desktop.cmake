@@ -12,3 +12,9 @@ vistrel_add_gui_test(NAME system_desktop
     LIBRARIES vistrel_ui vistrel_sandbox Qt5::Network TqKor::TqKor)
 target_compile_definitions(test_system_desktop PRIVATE KOR_VISTREL="$<TARGET_FILE:kor_vistrel>")
 add_dependencies(test_system_desktop kor_vistrel)
+
+# For scripts/screenshots.
+add_executable(vistrel_screenshots EXCLUDE_FROM_ALL screenshots.cpp)
+vistrel_target(vistrel_screenshots)
+target_link_libraries(vistrel_screenshots PRIVATE
+    vistrel_desktop Qt5::Test Qt5::Network TqKor::TqKor)

@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: Apache-2.0
+// Takes the pictures of the operator's guide: the real controller and window on simulated cameras.
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPixmap>
+#include <QPushButton>
+#include <QScreen>
+#include <QSpinBox>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <memory>
+
+#include "app/AppGUI.h"
+#include "app/virtualcameraconfig.h"
+#include "capture/sdk.h"
+#include "ui/mainwindow.h"
+#include "ui/virtualcamhandler.h"
+
+namespace {
+
+constexpr int kPreviewMs = 2500;  // in which every preview has shown pictures
+constexpr int kSettleMs = 400;    // in which the window manager and the style are done
+
+/// What one picture needs: cameras, then something that the operator does.
+struct Scene {
+    const char* name;
+    QStringList models;  // "GS" or "UHD" per camera
+    std::function<void(MainWindow&)> action;
+    bool boxAtStart = false;
+};
+
+QByteArray rig(const QStringList& models)
+{
+    QJsonArray cameras;
+    for (int i = 0; i < models.size(); ++i) {
+        const bool uhd = models[i] == "UHD";
+        cameras.append(QJsonObject{
+            {"serial", (uhd ? 31123456 : 30123456) + i},
+            {"model", uhd ? "KOR T Solo UHD" : "KOR T Solo GS"},
+            {"source", QJsonObject{{"type", "simulated"}, {"eye", i % 2 == 0 ? "left" : "right"}}},
+            {"imu", QJsonObject{{"type", "simulated"}}}});
+    }
+    return QJsonDocument(QJsonObject{{"cameras", cameras}}).toJson();
+}
+
+template <typename Widget>
+Widget* control(QWidget& parent, const char* name)
+{
+    return parent.findChild<Widget*>(QString::fromLatin1(name));
+}
+
+VirtualCamHandler* addRow(MainWindow& window, int left, int right, unsigned int virtualSerial)
+{
+    const QList<VirtualCamHandler*> before = window.findChildren<VirtualCamHandler*>();
+    control<QPushButton>(window, "addVCamButton")->click();
+    for (VirtualCamHandler* const row : window.findChildren<VirtualCamHandler*>()) {
+        if (!before.contains(row)) {
+            control<QComboBox>(*row, "LeftSensorSNChoice")->setCurrentIndex(left);
+            control<QComboBox>(*row, "RightSensorSNChoice")->setCurrentIndex(right);
+            if (virtualSerial != 0) {
+                row->setVirtualSN(virtualSerial);
+            }
+            return row;
+        }
+    }
+    return nullptr;
+}
+
+void pressStream(VirtualCamHandler* row)
+{
+    control<QPushButton>(*row, "TestButton")->click();
+}
+
+void save(MainWindow& window)
+{
+    control<QPushButton>(window, "ApplyButton")->click();
+}
+
+QList<Scene> scenes()
+{
+    const QStringList two{"GS", "GS"};
+    return {
+        {"start", two, [](MainWindow&) {}},
+        {"two-cameras-streaming", two,
+         [](MainWindow& window) { pressStream(addRow(window, 0, 1, 104711823)); }},
+        {"four-cameras",
+         {"GS", "GS", "GS", "GS"},
+         [](MainWindow& window) {
+             pressStream(addRow(window, 0, 1, 104711823));
+             addRow(window, 2, 3, 108150946);
+         }},
+        {"no-camera", {}, [](MainWindow&) {}},
+        {"same-camera-twice", two, [](MainWindow& window) { addRow(window, 0, 0, 104711823); }},
+        {"mixed-sensors", two,
+         [](MainWindow& window) {
+             VirtualCameraInfos record;
+             record.virtualSerialNumber = 104711823;
+             record.leftSerialNumber = 30123456;
+             record.rightSerialNumber = 31123457;
+             record.port = 34000;
+             window.addVirtualCamHandlerFromConfig(record);
+         }},
+        {"incompatible-models", {"GS", "UHD"}, [](MainWindow&) {}, true},
+        {"empty-configuration", two, save},
+        {"saved", two,
+         [](MainWindow& window) {
+             addRow(window, 0, 1, 104711823);
+             save(window);
+         }},
+        {"unable-to-stream", two,
+         [](MainWindow& window) {
+             VirtualCamHandler* const row = addRow(window, 0, 1, 104711823);
+             QTcpServer occupant;
+             occupant.listen(QHostAddress::Any, 34000);
+             row->setPort(34000);
+             pressStream(row);
+         }},
+        {"hdr-modes",
+         {"UHD", "UHD"},
+         [](MainWindow& window) {
+             addRow(window, 0, 1, 104711823);
+             control<QComboBox>(window, "ResolutionComboBox")->showPopup();
+         }},
+    };
+}
+
+MainWindow* mainWindow()
+{
+    for (QWidget* const widget : QApplication::topLevelWidgets()) {
+        if (auto* const window = qobject_cast<MainWindow*>(widget)) {
+            return window;
+        }
+    }
+    return nullptr;
+}
+
+/// Saves what the screen shows where the window is, boxes in front of it included.
+bool take(const QString& path)
+{
+    const MainWindow* const window = mainWindow();
+    const QRect area(window->mapToGlobal(QPoint(0, 0)), window->size());
+    return QGuiApplication::primaryScreen()
+        ->grabWindow(0, area.x(), area.y(), area.width(), area.height())
+        .save(path);
+}
+
+/// As soon as a box or list is open, takes the picture and closes it.
+void takeWithPopup(const QString& path, bool& taken)
+{
+    auto* const timer = new QTimer(qApp);
+    auto since = std::make_shared<QElapsedTimer>();
+    QObject::connect(timer, &QTimer::timeout, qApp, [=, &taken] {
+        QWidget* popup = QApplication::activePopupWidget();
+        popup = popup != nullptr ? popup : QApplication::activeModalWidget();
+        if (popup == nullptr) {
+            return;
+        }
+        if (!since->isValid()) {
+            since->start();
+        } else if (since->elapsed() > kSettleMs) {
+            timer->deleteLater();
+            taken = take(path);
+            auto* const box = qobject_cast<QMessageBox*>(popup);
+            if (box != nullptr && box->button(QMessageBox::No) != nullptr) {
+                box->button(QMessageBox::No)->click();
+            } else {
+                popup->close();
+            }
+        }
+    });
+    timer->start(20);
+}
+
+int usage(const char* program)
+{
+    std::fprintf(stderr, "usage: %s WxH FOLDER SCENE\n", program);
+    for (const Scene& scene : scenes()) {
+        std::fprintf(stderr, "  %s\n", scene.name);
+    }
+    return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    const QTemporaryDir folder;
+    qputenv("KOR_RIG", folder.filePath("rig.json").toLocal8Bit());
+    const QList<Scene> all = scenes();
+    const auto scene = std::find_if(all.begin(), all.end(), [&](const Scene& candidate) {
+        return argc == 4 && qstrcmp(candidate.name, argv[3]) == 0;
+    });
+    if (scene == all.end()) {
+        return usage(argv[0]);
+    }
+    QFile file(folder.filePath("rig.json"));
+    if (!file.open(QIODevice::WriteOnly) || file.write(rig(scene->models)) < 0) {
+        return 1;
+    }
+    file.close();
+    int width = 0;
+    int height = 0;
+    std::sscanf(argv[1], "%dx%d", &width, &height);
+    const QString path =
+        QDir(QString::fromLocal8Bit(argv[2])).filePath(scene->name + QStringLiteral(".png"));
+
+    const QApplication application(argc, argv);
+    sdk::registerMetaTypes();
+    bool taken = false;
+    if (scene->boxAtStart) {
+        QTimer::singleShot(0, qApp, [&] { mainWindow()->resize(width, height); });
+        takeWithPopup(path, taken);
+    }
+    const AppGui controller;
+    if (!scene->boxAtStart) {
+        MainWindow& window = *mainWindow();
+        window.resize(width, height);
+        QTest::qWait(kPreviewMs);
+        takeWithPopup(path, taken);
+        scene->action(window);
+        QTest::qWait(kPreviewMs);
+        if (!taken) {
+            taken = take(path);
+        }
+    }
+    return taken ? 0 : 1;
+}
