@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <cstring>
 #include <iostream>
 #include <thread>
 
@@ -30,8 +29,7 @@ std::int64_t captureTimeUs(const tq::Mat& image)
 /// Fills the sender's configuration; the constants are the SDK's own.
 tq::UDPOutConfig senderConfig(const VirtualCameraInfos& infos)
 {
-    tq::UDPOutConfig config;
-    std::memset(&config, 0, sizeof config);
+    tq::UDPOutConfig config{};
     config.layout = 1;
     config.port = static_cast<std::uint16_t>(infos.port);
     config.bitrate = 20000;
@@ -313,8 +311,7 @@ void VirtualCameraStreamer::processQueues(tq::Mat& frame)
     if (!udp || createSBS(frame, ts) != 0) {
         return;
     }
-    tq::kvfrw::kvfSampleMetadata metadata;
-    std::memset(&metadata, 0, sizeof metadata);
+    tq::kvfrw::kvfSampleMetadata metadata{};
     if (config.imuRate > 0) {
         const std::lock_guard<std::mutex> imuLock(imuMutex);
         tq::kvfrw::convertMetadataFromMCUData(metadata, lastIMU);

@@ -53,7 +53,7 @@ constexpr std::size_t kMatTimestampOffset = 120;
 /// Capture time carried by an image, nanoseconds.
 inline tq::Timestamp captureTime(const tq::Mat& image)
 {
-    tq::Timestamp time;
+    tq::Timestamp time = 0;
     std::memcpy(&time, reinterpret_cast<const unsigned char*>(&image) + kMatTimestampOffset,
                 sizeof time);
     return time;

@@ -331,10 +331,16 @@ void MainWindow::insertEditor(const QString& identity, VirtualCamHandler* editor
 
 void MainWindow::removeVirtualCamHandler(QString uuid_)
 {
-    VirtualCamHandler* const editor = editors.take(uuid_);
+    VirtualCamHandler* const editor = editors.value(uuid_);
     if (editor == nullptr) {
         return;
     }
+    // Without its row nobody could stop the stream any more. While the row is still there, because
+    // the controller asks for its record.
+    if (editor->isStreaming()) {
+        emit disableStream(static_cast<uint64_t>(editor->shownSerial()));
+    }
+    editors.remove(uuid_);
     loadedRecords.remove(uuid_);
     ui->scrollAreaWidgetContentsVerticalLayout->removeWidget(editor);
     // The editor's own button brought us here: it must outlive the click.

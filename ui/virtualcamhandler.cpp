@@ -185,6 +185,7 @@ void VirtualCamHandler::alignStreamButton()
 
 void VirtualCamHandler::UpdateStreamingStatus(bool enable)
 {
+    streaming = enable;
     ui->TestButton->setStyleSheet(enable ? style->streamButtonActive : style->streamButtonIdle);
     ui->TestButton->setText(enable ? tr(kActiveText) : tr(kIdleText));
     ui->TestButton->setToolTip(enable ? tr("Stop the streaming of the virtual camera.")

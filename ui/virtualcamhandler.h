@@ -63,6 +63,9 @@ public:
     /// The number in the serial field as a decimal int, 0 when it is none.
     int shownSerial() const;
 
+    /// Whether the stream button shows a running stream.
+    bool isStreaming() const { return streaming; }
+
     /// Puts the stream button back to idle and unchecked.
     void resetStreamButton();
 
@@ -108,5 +111,6 @@ private:
     // Set by generateVirtualSN() alone: it stays 0 in a row loaded from the configuration, and
     // disableStream carries it rather than the text shown. Deliberate.
     std::uint64_t virtualSerial = 0;
+    bool streaming = false;
     std::unique_ptr<Style> style;
 };

@@ -170,6 +170,7 @@ private slots:
     void rowFromConfigurationWithOneCameraTwice();
     void rowsForwardTheirSignals();
     void rowIsRemovedByItsButton();
+    void removingARowStopsItsStream();
     void unknownRowIsNotRemoved();
     void serialListClearsChoices();
     void choicesAreRestoredSilently();
@@ -759,6 +760,22 @@ void MainWindowTest::rowIsRemovedByItsButton()
     // The next row's port follows from how many rows there are, not from their ports.
     window.addVirtualCamHandler();
     QCOMPARE(rowPart<QSpinBox>(window.rows().last(), "RTPPortChoice")->value(), 34010);
+}
+
+void MainWindowTest::removingARowStopsItsStream()
+{
+    Window window;
+    QSignalSpy disabled(&window, SIGNAL(disableStream(uint64_t)));
+    for (const bool streams : {false, true}) {
+        window.addVirtualCamHandler();
+        VirtualCamHandler* const row = window.rows().first();
+        row->setVirtualSN(101234567);
+        row->UpdateStreamingStatus(streams);
+        row->triggerRemove();
+        QCOMPARE(window.rows().size(), 0);
+        QCOMPARE(disabled.count(), streams ? 1 : 0);
+    }
+    QCOMPARE(disabled.first().first().toULongLong(), qulonglong(101234567));
 }
 
 void MainWindowTest::unknownRowIsNotRemoved()

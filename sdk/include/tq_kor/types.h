@@ -16,13 +16,13 @@ using Timestamp = std::uint64_t;
 class String {
 public:
     String() = default;
-    explicit String(std::string text) : text_(std::move(text)) {}
+    explicit String(std::string content) : text(std::move(content)) {}
 
     /// Zero-terminated text; valid while this object lives.
-    const char* c_str() const noexcept { return text_.c_str(); }
+    const char* c_str() const noexcept { return text.c_str(); }
 
 private:
-    std::string text_;
+    std::string text;
 };
 
 /// Image size in pixels.
