@@ -7,6 +7,7 @@
 #include <QGLShaderProgram>
 #include <QMouseEvent>
 #include <QMutexLocker>
+#include <QOpenGLContext>
 #include <array>
 #include <iostream>
 #include <string>

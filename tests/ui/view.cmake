@@ -11,23 +11,23 @@ set(view_libraries vistrel_view TqKor::TqKor OpenGL::GL ${CMAKE_DL_LIBS})
 
 vistrel_add_gui_test(NAME glwidget_pixels
     SOURCES glwidget_pixels_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
-    LIBRARIES ${view_libraries})
+    LIBRARIES ${view_libraries} TIMEOUT 300)
 vistrel_add_gui_run(NAME glwidget_pixels_dense TARGET test_glwidget_pixels
-    ENVIRONMENT QT_SCALE_FACTOR=2)
+    ENVIRONMENT QT_SCALE_FACTOR=2 TIMEOUT 300)
 
 vistrel_add_gui_test(NAME glwidget_geometry
     SOURCES glwidget_geometry_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
-    LIBRARIES ${view_libraries})
+    LIBRARIES ${view_libraries} TIMEOUT 300)
 vistrel_add_gui_run(NAME glwidget_geometry_dense TARGET test_glwidget_geometry
-    ENVIRONMENT QT_SCALE_FACTOR=2)
+    ENVIRONMENT QT_SCALE_FACTOR=2 TIMEOUT 300)
 
 vistrel_add_gui_test(NAME glwidget_shaders
     SOURCES glwidget_shaders_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
-    LIBRARIES ${view_libraries})
+    LIBRARIES ${view_libraries} TIMEOUT 300)
 
 vistrel_add_gui_test(NAME glwidget_lifetime
     SOURCES glwidget_lifetime_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
-    LIBRARIES ${view_libraries})
+    LIBRARIES ${view_libraries} TIMEOUT 300)
 
 # Qt's offscreen platform has no OpenGL without an X server, so this run has no display.
 add_executable(test_glwidget_without_gl
@@ -42,13 +42,13 @@ set_tests_properties(glwidget_without_gl PROPERTIES TIMEOUT 120 LABELS gui)
 
 vistrel_add_gui_test(NAME camerawidget
     SOURCES camerawidget_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
-    LIBRARIES ${view_libraries})
+    LIBRARIES ${view_libraries} TIMEOUT 300)
 # The form's header is the one that the panel's own target made.
 set_target_properties(test_camerawidget PROPERTIES AUTOUIC OFF)
 target_include_directories(test_camerawidget PRIVATE
     "$<TARGET_PROPERTY:vistrel_view,BINARY_DIR>/vistrel_view_autogen/include")
 vistrel_add_gui_run(NAME camerawidget_dense TARGET test_camerawidget
-    ENVIRONMENT QT_SCALE_FACTOR=2)
+    ENVIRONMENT QT_SCALE_FACTOR=2 TIMEOUT 300)
 
 # Not a test: what showing a frame costs. Run it under cmake/with-display.
 add_executable(view_cost glwidget_cost.cpp $<TARGET_OBJECTS:vistrel_view_testing>)
