@@ -20,7 +20,7 @@ function(vistrel_add_gui_run)
         list(APPEND options --wm "${ARG_WM}")
     endif()
     if(NOT ARG_TIMEOUT)
-        set(ARG_TIMEOUT 120)
+        set(ARG_TIMEOUT ${VISTREL_TEST_TIMEOUT})
     endif()
     add_test(NAME ${ARG_NAME}
              COMMAND "${VISTREL_WITH_DISPLAY}" ${options} --

@@ -2,6 +2,16 @@
 # vistrel_add_test(NAME <name> SOURCES <files> [LIBRARIES <targets>] [LABELS <labels>]
 #                  [TIMEOUT <seconds>] [PROPERTIES <ctest properties>])
 # builds tests' executable test_<name> and registers it with ctest under <name>.
+#
+# Tests with the label "timing" depend on the speed of what they test; the sanitizers' presets leave
+# them out.
+
+# Seconds after which a test that names no limit of its own has failed.
+set(VISTREL_TEST_TIMEOUT 120)
+if(VISTREL_SANITIZE)
+    set(VISTREL_TEST_TIMEOUT 400)
+endif()
+
 function(vistrel_add_test)
     cmake_parse_arguments(ARG "" "NAME;TIMEOUT" "SOURCES;LIBRARIES;LABELS;PROPERTIES" ${ARGN})
     set(target "test_${ARG_NAME}")
@@ -11,7 +21,7 @@ function(vistrel_add_test)
     target_link_libraries(${target} PRIVATE Qt5::Test ${ARG_LIBRARIES})
     add_test(NAME ${ARG_NAME} COMMAND ${target})
     if(NOT ARG_TIMEOUT)
-        set(ARG_TIMEOUT 120)
+        set(ARG_TIMEOUT ${VISTREL_TEST_TIMEOUT})
     endif()
     set_tests_properties(${ARG_NAME} PROPERTIES
         TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}" ${ARG_PROPERTIES})

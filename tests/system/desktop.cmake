@@ -7,7 +7,7 @@ include(VistrelGuiTest)
 find_package(Qt5 5.15 REQUIRED COMPONENTS Network)
 
 vistrel_add_gui_test(NAME system_desktop
-    SCREEN 1600x1000x24 WM openbox LABELS system TIMEOUT 400
+    SCREEN 1600x1000x24 WM openbox LABELS system timing TIMEOUT 400
     SOURCES desktoptest.cpp remotewindow.cpp remotewindow.h
     LIBRARIES vistrel_ui vistrel_sandbox Qt5::Network TqKor::TqKor)
 target_compile_definitions(test_system_desktop PRIVATE KOR_VISTREL="$<TARGET_FILE:kor_vistrel>")

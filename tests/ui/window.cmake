@@ -9,5 +9,5 @@ vistrel_add_gui_test(NAME virtualcamhandler LABELS ui
 vistrel_add_gui_test(NAME mainwindow LABELS ui SCREEN 2000x1200x24 TIMEOUT 300
     SOURCES mainwindow_test.cpp LIBRARIES vistrel_ui vistrel_sandbox TqKor::TqKor)
 # It measures time, so it runs alone.
-vistrel_add_gui_test(NAME mainwindow_overload LABELS ui TIMEOUT 300 PROPERTIES RUN_SERIAL ON
+vistrel_add_gui_test(NAME mainwindow_overload LABELS ui timing TIMEOUT 300 PROPERTIES RUN_SERIAL ON
     SOURCES mainwindow_overload_test.cpp LIBRARIES vistrel_ui vistrel_sandbox TqKor::TqKor)
