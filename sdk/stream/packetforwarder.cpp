@@ -16,12 +16,16 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr guint kBlockPackets = 16;
-constexpr auto kPacketInterval = std::chrono::nanoseconds(15625);
-constexpr auto kBurst = 32 * kPacketInterval;
+constexpr int kBurstPackets = 32;
 
 /// Used on the payloader's thread only.
 class Forwarder {
 public:
+    explicit Forwarder(unsigned packetsPerMillisecond)
+        : interval(std::chrono::nanoseconds(1000000u / packetsPerMillisecond))
+    {
+    }
+
     /// The probe runs for the packets that are pushed from within it, too.
     bool isForwarding() const { return forwarding; }
 
@@ -65,12 +69,13 @@ private:
     void waitFor(guint packets)
     {
         const auto now = Clock::now();
-        due = std::max(due, now - kBurst);
+        due = std::max(due, now - kBurstPackets * interval);
         if (due > now)
             std::this_thread::sleep_until(due);
-        due += packets * kPacketInterval;
+        due += packets * interval;
     }
 
+    const std::chrono::nanoseconds interval;
     Clock::time_point due{};  // when the packets sent so far would have left at the paced rate
     bool forwarding = false;
 };
@@ -91,13 +96,14 @@ GstPadProbeReturn onPackets(GstPad* pad, GstPadProbeInfo* info, gpointer data)
 
 }  // namespace
 
-void forwardPackets(GstPad* pad)
+void forwardPackets(GstPad* pad, unsigned packetsPerMillisecond)
 {
     const auto types =
         static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST);
-    gst_pad_add_probe(pad, types, onPackets,
-                      SharedData<Forwarder>::make(std::make_shared<Forwarder>()),
-                      SharedData<Forwarder>::release);
+    gst_pad_add_probe(
+        pad, types, onPackets,
+        SharedData<Forwarder>::make(std::make_shared<Forwarder>(packetsPerMillisecond)),
+        SharedData<Forwarder>::release);
 }
 
 }  // namespace tq::stream

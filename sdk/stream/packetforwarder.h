@@ -11,9 +11,10 @@ namespace tq::stream {
 /// Packets that no client has asked for are dropped: the server library leaves such a stream
 /// unlinked, which else would end the whole media.
 ///
-/// A large frame is spread over some milliseconds, so that it does not overflow the socket buffers
-/// on its way: up to 32 packets leave at once, more follow at 64 per millisecond.
-/// @param pad source pad of a payloader with a thread of its own
-void forwardPackets(GstPad* pad);
+/// Many packets at once, of a large frame or a batch of records, are spread over some
+/// milliseconds, so that they do not overflow the socket buffers on their way.
+/// @param pad                   source pad of a payloader with a thread of its own
+/// @param packetsPerMillisecond rate at which packets follow when 32 have left at once
+void forwardPackets(GstPad* pad, unsigned packetsPerMillisecond);
 
 }  // namespace tq::stream

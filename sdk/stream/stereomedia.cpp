@@ -21,6 +21,9 @@ namespace {
 constexpr const char* kIdentityKey = "kor-identity";
 constexpr GstClockTime kNtpEpochOffset = G_GUINT64_CONSTANT(2208988800) * GST_SECOND;
 constexpr guint kNtpExtensionId = 1;
+constexpr guint kMostTcpBacklog = 8u << 20;  // bytes; some seconds of video
+constexpr unsigned kVideoPacketsPerMillisecond = 64;
+constexpr unsigned kDataPacketsPerMillisecond = 16;
 constexpr const char* kNtpExtensionElement = "rtphdrextntp64";  // GStreamer 1.22
 
 /// What a factory needs to set up a media.
@@ -170,6 +173,19 @@ void keepUnsynchronised(GObject* sink, GParamSpec*, gpointer)
         g_object_set(sink, "sync", FALSE, nullptr);
 }
 
+// Clients that take their media by TCP have a branch of their own. When it comes to a standstill
+// because none of them reads, it loses packets rather than hold up those who take them by UDP.
+void makeLeaky(GstPad*, GstPad* peer, gpointer)
+{
+    const GObjectPtr<GstElement> before(gst_pad_get_parent_element(peer));
+    GstElementFactory* factory = before ? gst_element_get_factory(before.get()) : nullptr;
+    if (!factory || std::strcmp(GST_OBJECT_NAME(factory), "queue") != 0)
+        return;
+    gst_util_set_object_arg(G_OBJECT(before.get()), "leaky", "downstream");
+    g_object_set(before.get(), "max-size-buffers", 0u, "max-size-time", guint64{0},
+                 "max-size-bytes", kMostTcpBacklog, nullptr);
+}
+
 void onElementAdded(GstBin*, GstBin*, GstElement* element, gpointer)
 {
     const GstElementFactory* factory = gst_element_get_factory(element);
@@ -180,6 +196,10 @@ void onElementAdded(GstBin*, GstBin*, GstElement* element, gpointer)
     } else if (GST_IS_BASE_SINK(element)) {
         g_signal_connect(element, "notify::sync", G_CALLBACK(keepUnsynchronised), nullptr);
         g_object_set(element, "sync", FALSE, nullptr);
+        if (std::strcmp(name, "appsink") == 0) {
+            const GObjectPtr<GstPad> sink(gst_element_get_static_pad(element, "sink"));
+            g_signal_connect(sink.get(), "linked", G_CALLBACK(makeLeaky), nullptr);
+        }
     }
 }
 
@@ -222,6 +242,13 @@ void watchMedia(GstRTSPMedia* media, const std::shared_ptr<StreamFeed>& feed)
                           SharedData<StreamFeed>::releaseClosure, GConnectFlags(0));
 }
 
+void forwardPacketsOf(GstBin* bin, const char* payloader, unsigned packetsPerMillisecond)
+{
+    const GObjectPtr<GstElement> last(gst_bin_get_by_name(bin, payloader));
+    const GObjectPtr<GstPad> pad(gst_element_get_static_pad(last.get(), "src"));
+    forwardPackets(pad.get(), packetsPerMillisecond);
+}
+
 void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
 {
     const MediaPlan& plan = *SharedData<MediaPlan>::get(data);
@@ -237,11 +264,8 @@ void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
     configureVideoSource(GST_APP_SRC(video.get()), plan.feed);
     const GObjectPtr<GstElement> payloader(gst_bin_get_by_name(bin, "pay0"));
     addNtpExtension(payloader.get());
-    for (const char* name : {"pay0", "pay1"}) {
-        const GObjectPtr<GstElement> last(gst_bin_get_by_name(bin, name));
-        const GObjectPtr<GstPad> packets(gst_element_get_static_pad(last.get(), "src"));
-        forwardPackets(packets.get());
-    }
+    forwardPacketsOf(bin, "pay0", kVideoPacketsPerMillisecond);
+    forwardPacketsOf(bin, "pay1", kDataPacketsPerMillisecond);
     watchMedia(media, plan.feed);
     plan.feed->attach(element.get());
 }

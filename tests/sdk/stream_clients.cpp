@@ -4,6 +4,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTest>
 #include <csignal>
@@ -135,7 +136,7 @@ void StreamClientsTest::servesFfprobe()
     QCOMPARE(result["format"].toObject()["tags"].toObject()["title"].toString(),
              QString("KOR stereo 100000001"));
     const QJsonArray frames = result["frames"].toArray();
-    QVERIFY2(frames.size() >= 45, qPrintable(QString::number(frames.size())));
+    QVERIFY2(frames.size() >= 35, qPrintable(QString::number(frames.size())));
     int keys = 0;
     for (const QJsonValue& frame : frames)
         keys += frame.toObject()["key_frame"].toInt();
@@ -411,15 +412,33 @@ void StreamClientsTest::closesIdleConnection()
     QVERIFY(idle.closedByServer(10000));
 }
 
-// Its socket fills up; the others get their frames all the same.
+// Its socket fills up; those who take their media by UDP get it all the same.
 void StreamClientsTest::survivesClientThatNeverReads()
 {
     serve();
-    RtspClient stuck(config.port);
+    RtspClient stuck(config.port, 2048);
     QVERIFY(stuck.start());
     RtspClient viewer(config.port);
-    QVERIFY(viewer.start());
-    QVERIFY(receivesFrames(viewer, 240));
+    QCOMPARE(viewer.describe().status, 200);
+    const UdpPort media;
+    QCOMPARE(viewer.setupUdp(1, media.port()).status, 200);
+    QCOMPARE(viewer.play().status, 200);
+    // Megabytes of data fill every buffer on the way to the stuck client.
+    std::atomic<bool> done{false};
+    std::thread burst([&] {
+        for (std::uint64_t n = 0; !done; ++n) {
+            output->ingestIMU(imuPacket(realTime(), n));
+            if (n % 8 == 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    const auto finish = qScopeGuard([&] {
+        done = true;
+        burst.join();
+    });
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+    while (std::chrono::steady_clock::now() < end)
+        QVERIFY(media.receives(3000));
 }
 
 QTEST_GUILESS_MAIN(StreamClientsTest)

@@ -215,6 +215,41 @@ struct Packet {
     QByteArray payload() const { return bytes.mid(hasExtension() ? 16 + extension().size() : 12); }
 };
 
+/// A UDP socket that a stream's packets are sent to.
+class UdpPort {
+public:
+    UdpPort() : fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        socklen_t size = sizeof address;
+        bind(fd, reinterpret_cast<sockaddr*>(&address), size);
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+        number = ntohs(address.sin_port);
+    }
+    ~UdpPort() { close(fd); }
+    UdpPort(const UdpPort&) = delete;
+    UdpPort& operator=(const UdpPort&) = delete;
+
+    int port() const { return number; }
+
+    /// Waits for a packet and takes all that are there.
+    bool receives(int milliseconds) const
+    {
+        pollfd ready{fd, POLLIN, 0};
+        if (poll(&ready, 1, milliseconds) <= 0)
+            return false;
+        char bytes[65536];
+        while (recv(fd, bytes, sizeof bytes, MSG_DONTWAIT) > 0) {
+        }
+        return true;
+    }
+
+private:
+    int fd;
+    int number = 0;
+};
+
 struct Response {
     int status = 0;
     QMap<QString, QString> headers;  // names in lower case
@@ -224,9 +259,12 @@ struct Response {
 /// A plain RTSP client; media come through the RTSP connection.
 class RtspClient {
 public:
-    explicit RtspClient(int serverPort) : port(serverPort)
+    /// @param receiveBuffer bytes that the system keeps for this client, 0: as many as it likes
+    explicit RtspClient(int serverPort, int receiveBuffer = 0) : port(serverPort)
     {
         fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (receiveBuffer > 0)
+            setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -270,6 +308,17 @@ public:
         const Response response =
             request("SETUP", url("/stream=" + QByteArray::number(stream)),
                     "Transport: RTP/AVP/TCP;unicast;interleaved=" + channels + "\r\n");
+        session = response.headers.value("session").section(';', 0, 0).toLatin1();
+        return response;
+    }
+
+    /// Media of this stream come by UDP.
+    Response setupUdp(int stream, int clientPort)
+    {
+        const Response response =
+            request("SETUP", url("/stream=" + QByteArray::number(stream)),
+                    "Transport: RTP/AVP;unicast;client_port=" + QByteArray::number(clientPort) +
+                        '-' + QByteArray::number(clientPort + 1) + "\r\n");
         session = response.headers.value("session").section(';', 0, 0).toLatin1();
         return response;
     }
