@@ -32,8 +32,9 @@ public:
     void put(T value)
     {
         static_assert(std::is_unsigned<T>::value, "fields are unsigned");
-        for (std::size_t shift = sizeof(T) * 8; shift != 0; shift -= 8)
+        for (std::size_t shift = sizeof(T) * 8; shift != 0; shift -= 8) {
             bytes.push_back(static_cast<std::uint8_t>(value >> (shift - 8)));
+        }
     }
 
     void put(double value)
@@ -47,8 +48,9 @@ public:
     template <std::size_t N>
     void put(const double (&values)[N])
     {
-        for (double value : values)
+        for (double value : values) {
             put(value);
+        }
     }
 
     std::vector<std::uint8_t> take() { return std::move(bytes); }

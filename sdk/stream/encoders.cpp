@@ -142,12 +142,14 @@ std::string describe(const KnownEncoder& encoder, const VideoFormat& format)
 {
     std::string line = encoder.before + std::string(encoder.element) + " name=encoder";
     const GObjectPtr<GstElement> probe(gst_element_factory_make(encoder.element, nullptr));
-    if (!probe)
+    if (!probe) {
         return {};
+    }
     gst_object_ref_sink(probe.get());
     for (const auto& [name, value] : encoder.settings(format)) {
-        if (g_object_class_find_property(G_OBJECT_GET_CLASS(probe.get()), name.c_str()))
+        if (g_object_class_find_property(G_OBJECT_GET_CLASS(probe.get()), name.c_str())) {
             line += ' ' + name + '=' + value;
+        }
     }
     return line + encoder.after;
 }
@@ -168,8 +170,9 @@ bool encodesAPicture(const EncoderChoice& choice, const VideoFormat& format)
     const GObjectPtr<GstElement> pipeline(
         gst_parse_launch_full(line.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &parseError));
     const GErrorPtr error(parseError);
-    if (!pipeline)
+    if (!pipeline) {
         return false;
+    }
     const GObjectPtr<GstElement> in(gst_bin_get_by_name(GST_BIN(pipeline.get()), "in"));
     const GObjectPtr<GstElement> out(gst_bin_get_by_name(GST_BIN(pipeline.get()), "out"));
 
@@ -197,8 +200,9 @@ bool works(const EncoderChoice& choice, const VideoFormat& format)
     const std::lock_guard<std::mutex> lock(mutex);
     const auto key = std::make_tuple(choice.element, format.width, format.codedHeight());
     const auto known = results.find(key);
-    if (known != results.end())
+    if (known != results.end()) {
         return known->second;
+    }
     return results[key] = encodesAPicture(choice, format);
 }
 
@@ -209,8 +213,9 @@ std::vector<KnownEncoder> candidates(const VideoFormat& format, rig::CodecChoice
     for (const KnownEncoder& encoder : knownEncoders()) {
         const bool codecFits = codec == rig::CodecChoice::AUTO ||
                                (codec == rig::CodecChoice::H264) == (encoder.codec == Codec::H264);
-        if (codecFits && (element.empty() || element == encoder.element))
+        if (codecFits && (element.empty() || element == encoder.element)) {
             list.push_back(encoder);
+        }
     }
     const bool preferH265 = format.width > kWidestH264;
     std::stable_sort(list.begin(), list.end(), [&](const KnownEncoder& a, const KnownEncoder& b) {
@@ -250,8 +255,9 @@ std::optional<EncoderChoice> chooseEncoder(const VideoFormat& format, rig::Codec
         choice.codec = encoder.codec;
         choice.inputFormat = encoder.inputFormat;
         choice.description = describe(encoder, format);
-        if (!choice.description.empty() && works(choice, format))
+        if (!choice.description.empty() && works(choice, format)) {
             return choice;
+        }
         tried += (tried.empty() ? "" : ", ") + choice.element +
                  (choice.description.empty() ? " (not installed)" : " (fails)");
     }

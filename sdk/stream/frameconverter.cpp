@@ -44,12 +44,14 @@ BufferPtr FrameConverter::convert(const std::uint8_t* yuyv)
     GstBufferPoolAcquireParams params{};
     params.flags = GST_BUFFER_POOL_ACQUIRE_FLAG_DONTWAIT;
     GstBuffer* acquired = nullptr;
-    if (gst_buffer_pool_acquire_buffer(pool.get(), &acquired, &params) != GST_FLOW_OK)
+    if (gst_buffer_pool_acquire_buffer(pool.get(), &acquired, &params) != GST_FLOW_OK) {
         return nullptr;
+    }
     BufferPtr buffer(acquired);
     GstVideoFrame frame;
-    if (!gst_video_frame_map(&frame, &info, buffer.get(), GST_MAP_WRITE))
+    if (!gst_video_frame_map(&frame, &info, buffer.get(), GST_MAP_WRITE)) {
         return nullptr;
+    }
     convertInto(frame, yuyv);
     gst_video_frame_unmap(&frame);
     return buffer;

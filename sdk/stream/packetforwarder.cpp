@@ -42,8 +42,9 @@ public:
     {
         GstFlowReturn result = GST_FLOW_OK;
         const guint length = gst_buffer_list_length(list);
-        for (guint first = 0; first < length && result == GST_FLOW_OK; first += kBlockPackets)
+        for (guint first = 0; first < length && result == GST_FLOW_OK; first += kBlockPackets) {
             result = forwardBlock(pad, list, first, std::min(kBlockPackets, length - first));
+        }
         gst_buffer_list_unref(list);
         return result;
     }
@@ -70,8 +71,9 @@ private:
     {
         const auto now = Clock::now();
         due = std::max(due, now - kBurstPackets * interval);
-        if (due > now)
+        if (due > now) {
             std::this_thread::sleep_until(due);
+        }
         due += packets * interval;
     }
 
@@ -83,8 +85,9 @@ private:
 GstPadProbeReturn onPackets(GstPad* pad, GstPadProbeInfo* info, gpointer data)
 {
     Forwarder& forwarder = *SharedData<Forwarder>::get(data);
-    if (forwarder.isForwarding())
+    if (forwarder.isForwarding()) {
         return GST_PAD_PROBE_OK;
+    }
     gpointer packets = info->data;
     info->data = nullptr;
     GST_PAD_PROBE_INFO_FLOW_RETURN(info) =

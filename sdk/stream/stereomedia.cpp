@@ -68,11 +68,13 @@ G_DEFINE_TYPE(StereoMedia, stereo_media, GST_TYPE_RTSP_MEDIA)
 static gboolean setupDescription(GstRTSPMedia* media, GstSDPMessage* sdp, GstSDPInfo* info)
 {
     auto* base = GST_RTSP_MEDIA_CLASS(stereo_media_parent_class);
-    if (!base->setup_sdp(media, sdp, info))
+    if (!base->setup_sdp(media, sdp, info)) {
         return FALSE;
+    }
     if (const auto* identity =
-            static_cast<FrameRecord*>(g_object_get_data(G_OBJECT(media), kIdentityKey)))
+            static_cast<FrameRecord*>(g_object_get_data(G_OBJECT(media), kIdentityKey))) {
         describeStream(sdp, *identity);
+    }
     return TRUE;
 }
 
@@ -169,8 +171,9 @@ void keepUnsynchronised(GObject* sink, GParamSpec*, gpointer)
 {
     gboolean synchronised = FALSE;
     g_object_get(sink, "sync", &synchronised, nullptr);
-    if (synchronised)
+    if (synchronised) {
         g_object_set(sink, "sync", FALSE, nullptr);
+    }
 }
 
 // Clients that take their media by TCP have a branch of their own. When it comes to a standstill
@@ -179,8 +182,9 @@ void makeLeaky(GstPad*, GstPad* peer, gpointer)
 {
     const GObjectPtr<GstElement> before(gst_pad_get_parent_element(peer));
     GstElementFactory* factory = before ? gst_element_get_factory(before.get()) : nullptr;
-    if (!factory || std::strcmp(GST_OBJECT_NAME(factory), "queue") != 0)
+    if (!factory || std::strcmp(GST_OBJECT_NAME(factory), "queue") != 0) {
         return;
+    }
     gst_util_set_object_arg(G_OBJECT(before.get()), "leaky", "downstream");
     g_object_set(before.get(), "max-size-buffers", 0u, "max-size-time", guint64{0},
                  "max-size-bytes", kMostTcpBacklog, nullptr);

@@ -74,8 +74,9 @@ void StreamFeed::ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
         ++counts.framesDropped;
     } else {
         GST_BUFFER_PTS(frame.picture.get()) = timestamp;
-        if (waitingFrames >= mostWaiting)
+        if (waitingFrames >= mostWaiting) {
             dropOldestFrame();
+        }
         waiting.emplace_back(std::move(frame));
         ++waitingFrames;
         pump();
@@ -85,16 +86,19 @@ void StreamFeed::ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
 
 void StreamFeed::ingestIMU(const IMUPacket& packet)
 {
-    if (packet.timestamp == 0)
+    if (packet.timestamp == 0) {
         return;
+    }
     const std::lock_guard<std::mutex> lock(mutex);
     ++counts.imuIngested;
-    if (!media || !playing || ended)
+    if (!media || !playing || ended) {
         return;
-    if (waiting.empty() || waiting.size() >= kMostWaiting)
+    }
+    if (waiting.empty() || waiting.size() >= kMostWaiting) {
         sendIMU(packet);
-    else
+    } else {
         waiting.emplace_back(packet);
+    }
 }
 
 void StreamFeed::attach(GstElement* pipeline)
@@ -110,8 +114,9 @@ void StreamFeed::attach(GstElement* pipeline)
 void StreamFeed::setPlaying(GstElement* pipeline, bool on)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (media.get() != pipeline)
+    if (media.get() != pipeline) {
         return;
+    }
     playing = on;
     if (!on) {
         waiting.clear();
@@ -122,15 +127,17 @@ void StreamFeed::setPlaying(GstElement* pipeline, bool on)
 void StreamFeed::detach(GstElement* pipeline)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (media.get() == pipeline)
+    if (media.get() == pipeline) {
         forget();
+    }
 }
 
 void StreamFeed::encoderReady(GstAppSrc* source)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (video.get() != source)
+    if (video.get() != source) {
         return;
+    }
     ready = true;
     pump();
 }
@@ -140,8 +147,9 @@ void StreamFeed::requestKeyFrame()
     GObjectPtr<GstPad> pad;
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        if (encoder)
+        if (encoder) {
             pad.reset(gst_element_get_static_pad(encoder.get(), "src"));
+        }
     }
     if (pad) {
         gst_pad_send_event(
@@ -155,13 +163,15 @@ void StreamFeed::shutdown()
     {
         const std::lock_guard<std::mutex> lock(mutex);
         ended = true;
-        if (video && !playing)
+        if (video && !playing) {
             last = shareObject(GST_ELEMENT(video.get()));
+        }
         forget();
     }
     // A media without its first frame would keep the server waiting; an error ends that.
-    if (last)
+    if (last) {
         GST_ELEMENT_ERROR(last.get(), RESOURCE, CLOSE, ("The stream is closed"), (nullptr));
+    }
 }
 
 SenderStatistics StreamFeed::statistics() const
@@ -178,8 +188,9 @@ bool StreamFeed::wantsFrame() const
 
 void StreamFeed::pump()
 {
-    if (!ready || waiting.empty())
+    if (!ready || waiting.empty()) {
         return;
+    }
     ready = false;
     WaitingFrame frame = std::get<WaitingFrame>(std::move(waiting.front()));
     waiting.pop_front();
@@ -222,8 +233,9 @@ void StreamFeed::sendRecord(const std::vector<std::uint8_t>& record, Timestamp t
 
 bool StreamFeed::dropOldestFrame()
 {
-    if (waiting.empty())
+    if (waiting.empty()) {
         return false;
+    }
     waiting.pop_front();
     --waitingFrames;
     ++counts.framesDropped;
@@ -234,8 +246,9 @@ bool StreamFeed::dropOldestFrame()
 void StreamFeed::reportDrops()
 {
     const auto now = std::chrono::steady_clock::now();
-    if (counts.framesDropped == reportedDrops || now - lastReport < kReportInterval)
+    if (counts.framesDropped == reportedDrops || now - lastReport < kReportInterval) {
         return;
+    }
     logLine("stream " + std::to_string(identity.serial) + ": the encoder is behind, " +
             std::to_string(counts.framesDropped) + " of " + std::to_string(nextCounter) +
             " frames dropped so far");

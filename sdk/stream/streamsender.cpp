@@ -30,24 +30,33 @@ std::string objection(const UDPOutConfig& config)
         return std::string(what) + " is " + std::to_string(value) + ", must be " +
                std::to_string(least) + " to " + std::to_string(most);
     };
-    if (config.layout != 1)
+    if (config.layout != 1) {
         return outside("layout", config.layout, 1, 1);
-    if (config.eyes != 2)
+    }
+    if (config.eyes != 2) {
         return outside("number of eyes", config.eyes, 2, 2);
-    if (config.port == 0)
+    }
+    if (config.port == 0) {
         return outside("port", config.port, 1, 65535);
-    if (config.width < kSmallestEye || config.width > kLargestEye)
+    }
+    if (config.width < kSmallestEye || config.width > kLargestEye) {
         return outside("eye width", config.width, kSmallestEye, kLargestEye);
-    if (config.height < kSmallestEye || config.height > kLargestEye)
+    }
+    if (config.height < kSmallestEye || config.height > kLargestEye) {
         return outside("eye height", config.height, kSmallestEye, kLargestEye);
-    if (config.fps < 1 || config.fps > kHighestRate)
+    }
+    if (config.fps < 1 || config.fps > kHighestRate) {
         return outside("frame rate", config.fps, 1, kHighestRate);
-    if (config.bitrate < 0 || config.bitrate > 1000000)
+    }
+    if (config.bitrate < 0 || config.bitrate > 1000000) {
         return outside("bit rate", config.bitrate, 0, 1000000);
-    if (config.keyFrameInterval < 0)
+    }
+    if (config.keyFrameInterval < 0) {
         return outside("key-frame interval", config.keyFrameInterval, 0, 2147483647);
-    if (config.imuRate < 0)
+    }
+    if (config.imuRate < 0) {
         return outside("IMU rate", config.imuRate, 0, 2147483647);
+    }
     return {};
 }
 
@@ -89,8 +98,9 @@ std::string missingElement()
     for (const char* element :
          {"appsrc", "queue", "rtpbin", "rtph264pay", "rtph265pay", "rtpklvpay", "udpsink"}) {
         GstElementFactory* factory = gst_element_factory_find(element);
-        if (!factory)
+        if (!factory) {
             return element;
+        }
         gst_object_unref(factory);
     }
     return {};
@@ -125,8 +135,9 @@ ErrorCode StreamSender::open(const UDPOutConfig& config)
 ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
 {
     reason = objection(config);
-    if (!reason.empty())
+    if (!reason.empty()) {
         return ErrorCode::INVALID_CONFIGURATION;
+    }
     const rig::RigResult rig = rig::loadRig();
     if (!rig) {
         reason = rig.error;
@@ -144,15 +155,17 @@ ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
     }
     const VideoFormat format = videoFormat(config, settings);
     const auto encoder = chooseEncoder(format, settings.codec, wantedEncoder(settings), reason);
-    if (!encoder)
+    if (!encoder) {
         return ErrorCode::NO_ENCODER;
+    }
     const FrameRecord identity = identityOf(config);
     auto newFeed = std::make_shared<StreamFeed>(format, encoder->inputFormat, identity);
     auto newServer = std::make_unique<StreamServer>(name, verbose, settings, newFeed);
     const ErrorCode result = newServer->start(
         config.port, makeStereoMediaFactory(*encoder, settings, identity, newFeed), reason);
-    if (result != ErrorCode::SUCCESS)
+    if (result != ErrorCode::SUCCESS) {
         return result;
+    }
     feed = std::move(newFeed);
     server = std::move(newServer);
     if (verbose) {
@@ -167,20 +180,23 @@ ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
 void StreamSender::ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
                                const kvfrw::kvfSampleMetadata& metadata)
 {
-    if (feed && yuyv)
+    if (feed && yuyv) {
         feed->ingestFrame(yuyv, timestamp, metadata);
+    }
 }
 
 void StreamSender::ingestIMU(const IMUPacket& packet)
 {
-    if (feed)
+    if (feed) {
         feed->ingestIMU(packet);
+    }
 }
 
 void StreamSender::close()
 {
-    if (!server)
+    if (!server) {
         return;
+    }
     feed->shutdown();
     server->stop();
     const SenderStatistics total = feed->statistics();

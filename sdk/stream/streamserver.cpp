@@ -108,10 +108,12 @@ void StreamServer::stop()
     connections.clear();
     server.reset();
     sessions.reset();
-    if (loop)
+    if (loop) {
         g_main_loop_unref(std::exchange(loop, nullptr));
-    if (context)
+    }
+    if (context) {
         g_main_context_unref(std::exchange(context, nullptr));
+    }
 }
 
 void StreamServer::configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory> factory)
@@ -127,8 +129,9 @@ void StreamServer::configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory>
     sessions.reset(gst_rtsp_session_pool_new());
     gst_rtsp_session_pool_set_max_sessions(sessions.get(), static_cast<guint>(settings.maxClients));
     gst_rtsp_server_set_session_pool(server.get(), sessions.get());
-    if (!settings.user.empty())
+    if (!settings.user.empty()) {
         requireUser(factory.get());
+    }
     const GObjectPtr<GstRTSPMountPoints> mounts(gst_rtsp_server_get_mount_points(server.get()));
     gst_rtsp_mount_points_add_factory(mounts.get(), kMountPoint, factory.release());
     g_signal_connect(server.get(), "client-connected",
@@ -185,16 +188,18 @@ void StreamServer::clientConnected(GstRTSPClient* client)
                          owner->feed->requestKeyFrame();
                      }),
                      this);
-    if (connections.size() > static_cast<std::size_t>(settings.maxClients) + kSpareConnections)
+    if (connections.size() > static_cast<std::size_t>(settings.maxClients) + kSpareConnections) {
         turnAwayIdleClient();
+    }
 }
 
 void StreamServer::sessionBegun(GstRTSPClient* client, GstRTSPSession* session)
 {
     gst_rtsp_session_set_timeout(session, static_cast<guint>(settings.sessionTimeout));
     const auto connection = find(client);
-    if (connection != connections.end())
+    if (connection != connections.end()) {
         connection->sessions.push_back(shareObject(session));
+    }
 }
 
 // The library takes the media of a closed connection away but keeps its session, which would
@@ -202,10 +207,12 @@ void StreamServer::sessionBegun(GstRTSPClient* client, GstRTSPSession* session)
 void StreamServer::clientClosed(GstRTSPClient* client)
 {
     const auto connection = find(client);
-    if (connection == connections.end())
+    if (connection == connections.end()) {
         return;
-    for (const auto& session : connection->sessions)
+    }
+    for (const auto& session : connection->sessions) {
         gst_rtsp_session_pool_remove(sessions.get(), session.get());
+    }
     log(describe(client) + " is gone");
     connections.erase(connection);
 }
@@ -214,8 +221,9 @@ void StreamServer::turnAwayIdleClient()
 {
     const auto idle = std::find_if(connections.begin(), connections.end(),
                                    [](const Connection& c) { return !hasSession(c.client.get()); });
-    if (idle == connections.end())
+    if (idle == connections.end()) {
         return;
+    }
     log(describe(idle->client.get()) + " is turned away: too many connections");
     const GObjectPtr<GstRTSPClient> victim = shareObject(idle->client.get());
     gst_rtsp_client_close(victim.get());
@@ -234,10 +242,11 @@ void StreamServer::houseKeeping()
     const gint64 now = g_get_monotonic_time();
     std::list<GObjectPtr<GstRTSPClient>> expired;
     for (Connection& connection : connections) {
-        if (hasSession(connection.client.get()))
+        if (hasSession(connection.client.get())) {
             connection.since = now;
-        else if (now - connection.since > settings.sessionTimeout * gint64{G_USEC_PER_SEC})
+        } else if (now - connection.since > settings.sessionTimeout * gint64{G_USEC_PER_SEC}) {
             expired.push_back(shareObject(connection.client.get()));
+        }
     }
     for (const auto& client : expired) {
         log(describe(client.get()) + " is disconnected: no session for " +
@@ -263,8 +272,9 @@ void StreamServer::closeAll()
 
 void StreamServer::log(const std::string& text) const
 {
-    if (verbose)
+    if (verbose) {
         logLine(name + ": " + text);
+    }
 }
 
 }  // namespace tq::stream

@@ -36,8 +36,9 @@ public:
     std::uint64_t number(std::size_t bytes)
     {
         std::uint64_t value = 0;
-        for (std::size_t i = 0; i < bytes; ++i)
+        for (std::size_t i = 0; i < bytes; ++i) {
             value = value << 8 | next[i];
+        }
         skip(bytes);
         return value;
     }
@@ -56,8 +57,9 @@ public:
     template <std::size_t N>
     void reals(double (&values)[N])
     {
-        for (double& value : values)
+        for (double& value : values) {
             value = real();
+        }
     }
 
 private:
@@ -68,14 +70,17 @@ private:
 /// Reads a BER length; nothing when it is malformed.
 std::optional<std::size_t> readLength(Reader& in)
 {
-    if (in.remaining() < 1)
+    if (in.remaining() < 1) {
         return std::nullopt;
+    }
     const auto first = static_cast<std::size_t>(in.number(1));
-    if (first < 0x80)
+    if (first < 0x80) {
         return first;
+    }
     const std::size_t bytes = first - 0x80;
-    if (bytes == 0 || bytes > 4 || bytes > in.remaining())
+    if (bytes == 0 || bytes > 4 || bytes > in.remaining()) {
         return std::nullopt;
+    }
     return static_cast<std::size_t>(in.number(bytes));
 }
 
@@ -116,18 +121,21 @@ bool readRecords(const std::uint8_t* bytes, std::size_t size, const RecordHandle
 {
     Reader in(bytes, size);
     while (in.remaining() > 0) {
-        if (in.remaining() < kLabelBytes)
+        if (in.remaining() < kLabelBytes) {
             return false;
+        }
         const std::uint8_t* label = in.position();
         in.skip(kLabelBytes);
         const auto length = readLength(in);
-        if (!length || *length > in.remaining())
+        if (!length || *length > in.remaining()) {
             return false;
+        }
         if (std::memcmp(label, kLabelStart, kKindOffset) == 0) {
-            if (label[kKindOffset] == kFrameKind && *length >= kFrameBytes)
+            if (label[kKindOffset] == kFrameKind && *length >= kFrameBytes) {
                 handler.frame(readFrame(Reader(in.position(), *length)));
-            else if (label[kKindOffset] == kImuKind && *length >= kImuBytes)
+            } else if (label[kKindOffset] == kImuKind && *length >= kImuBytes) {
                 handler.imu(readImu(Reader(in.position(), *length)));
+            }
         }
         in.skip(*length);
     }

@@ -68,10 +68,12 @@ private:
     bool finished() const
     {
         const auto now = Clock::now();
-        if (options.frames > 0 && frames >= options.frames)
+        if (options.frames > 0 && frames >= options.frames) {
             return true;
-        if (options.duration > 0 && secondsBetween(begin, now) >= options.duration)
+        }
+        if (options.duration > 0 && secondsBetween(begin, now) >= options.duration) {
             return true;
+        }
         if (options.timeout > 0 && secondsBetween(last, now) >= options.timeout) {
             std::fprintf(stderr, "vistrel-receive: no frame for %g s\n", options.timeout);
             return true;
@@ -82,11 +84,13 @@ private:
     void watchFrames()
     {
         const std::uint64_t count = receiver.statistics().frames();
-        if (count == frames)
+        if (count == frames) {
             return;
+        }
         last = Clock::now();
-        if (frames == 0)
+        if (frames == 0) {
             first = last;
+        }
         frames = count;
     }
 
@@ -94,8 +98,9 @@ private:
     {
         const auto now = Clock::now();
         const double seconds = secondsBetween(shown, now);
-        if (seconds < 1)
+        if (seconds < 1) {
             return;
+        }
         shown = now;
         const std::string line = receiver.statistics().statusLine(seconds);
         if (!options.quiet && frames > 0) {
@@ -115,8 +120,9 @@ private:
 
 bool writeStatistics(const std::string& path, const std::string& text)
 {
-    if (path == "-")
+    if (path == "-") {
         return std::puts(text.c_str()) >= 0 && std::fflush(stdout) == 0;
+    }
     receive::FilePtr file(std::fopen(path.c_str(), "we"));
     if (!file || std::fprintf(file.get(), "%s\n", text.c_str()) < 0 ||
         std::fclose(file.release()) != 0) {
@@ -137,15 +143,17 @@ int receiveStream(const Options& options)
     Session session(options, receiver);
     session.run();
     const std::string fileError = receiver.stop();
-    if (!fileError.empty())
+    if (!fileError.empty()) {
         std::fprintf(stderr, "vistrel-receive: %s\n", fileError.c_str());
+    }
     const std::string statistics = receiver.statistics().json(
         receive::withoutCredentials(options.url), session.streamSeconds());
     const bool written =
         options.statistics.empty() || writeStatistics(options.statistics, statistics);
     const std::uint64_t frames = receiver.statistics().frames();
-    if (frames == 0 || frames < options.frames)
+    if (frames == 0 || frames < options.frames) {
         return kNoFrames;
+    }
     return fileError.empty() && written ? kSuccess : kFileError;
 }
 

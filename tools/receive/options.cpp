@@ -81,17 +81,19 @@ bool readNumber(const char* name, const char* text, double least, double most, d
 {
     char* end = nullptr;
     value = std::strtod(text, &end);
-    if (end == text || *end != '\0' || !(value >= least && value <= most))
+    if (end == text || *end != '\0' || !(value >= least && value <= most)) {
         return wrong(std::string("--") + name + ": '" + text + "' is not a number from " +
                      std::to_string(static_cast<long>(least)) + " to " +
                      std::to_string(static_cast<long>(most)));
+    }
     return true;
 }
 
 bool readInteger(const char* name, const char* text, double least, double most, double& value)
 {
-    if (!readNumber(name, text, least, most, value))
+    if (!readNumber(name, text, least, most, value)) {
         return false;
+    }
     return value == std::floor(value) ||
            wrong(std::string("--") + name + ": '" + text + "' is not a whole number");
 }
@@ -101,15 +103,17 @@ bool applyNumber(int code, Options& options)
     double value = 0;
     switch (code) {
         case 'n':
-            if (!readInteger("frames", optarg, 1, 1e9, value))
+            if (!readInteger("frames", optarg, 1, 1e9, value)) {
                 return false;
+            }
             options.frames = static_cast<std::uint64_t>(value);
             return true;
         case 'd': return readNumber("duration", optarg, 0, 1e9, options.duration);
         case 't': return readNumber("timeout", optarg, 0, 1e9, options.timeout);
         default:
-            if (!readInteger("jitter", optarg, 0, 60000, value))
+            if (!readInteger("jitter", optarg, 0, 60000, value)) {
                 return false;
+            }
             options.jitterBuffer = static_cast<int>(value);
             return true;
     }
@@ -136,14 +140,17 @@ bool apply(int code, Options& options)
 
 bool checkUrl(int argc, char** argv, Options& options)
 {
-    if (optind + 1 != argc)
+    if (optind + 1 != argc) {
         return wrong(optind == argc ? "the address of a stream is missing"
                                     : "one address is expected");
+    }
     options.url = argv[optind];
-    if (options.url.rfind("rtsp://", 0) != 0)
+    if (options.url.rfind("rtsp://", 0) != 0) {
         return wrong("'" + withoutCredentials(options.url) + "' does not begin with rtsp://");
-    if (!options.snapshot.empty() && !options.decode)
+    }
+    if (!options.snapshot.empty() && !options.decode) {
         return wrong("--snapshot needs decoding");
+    }
     return true;
 }
 
@@ -161,8 +168,9 @@ ParseResult parseOptions(int argc, char** argv, Options& options)
             std::puts("vistrel-receive " VISTREL_VERSION);
             return ParseResult::EXIT;
         }
-        if (!apply(code, options))
+        if (!apply(code, options)) {
             return ParseResult::USAGE;
+        }
     }
     return checkUrl(argc, argv, options) ? ParseResult::RUN : ParseResult::USAGE;
 }
@@ -173,8 +181,9 @@ std::string withoutCredentials(const std::string& url)
     const std::size_t begin = scheme == std::string::npos ? 0 : scheme + 3;
     const std::size_t host = url.find('/', begin);
     const std::size_t at = url.rfind('@', host);
-    if (at == std::string::npos || at < begin)
+    if (at == std::string::npos || at < begin) {
         return url;
+    }
     return url.substr(0, begin) + url.substr(at + 1);
 }
 

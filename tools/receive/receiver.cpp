@@ -35,8 +35,9 @@ const char* firstInstalled(std::initializer_list<const char*> elements)
 {
     for (const char* element : elements) {
         const ObjectPtr<GstElementFactory> factory(gst_element_factory_find(element));
-        if (factory)
+        if (factory) {
             return element;
+        }
     }
     return nullptr;
 }
@@ -54,8 +55,9 @@ void loadDecoders()
         if (const char* decoder = decoderFor(encoding)) {
             const ObjectPtr<GstElementFactory> factory(gst_element_factory_find(decoder));
             if (GstPluginFeature* loaded =
-                    gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory.get())))
+                    gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory.get()))) {
                 gst_object_unref(loaded);
+            }
         }
     }
 }
@@ -63,8 +65,9 @@ void loadDecoders()
 bool readRtpTime(GstBuffer* packet, std::uint32_t& rtpTime, std::size_t& payloadBytes)
 {
     GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
-    if (!gst_rtp_buffer_map(packet, GST_MAP_READ, &rtp))
+    if (!gst_rtp_buffer_map(packet, GST_MAP_READ, &rtp)) {
         return false;
+    }
     rtpTime = gst_rtp_buffer_get_timestamp(&rtp);
     payloadBytes = gst_rtp_buffer_get_payload_len(&rtp);
     gst_rtp_buffer_unmap(&rtp);
@@ -74,11 +77,13 @@ bool readRtpTime(GstBuffer* packet, std::uint32_t& rtpTime, std::size_t& payload
 void remember(std::map<GstClockTime, std::uint32_t>& times, GstBuffer* packet,
               std::uint32_t rtpTime)
 {
-    if (!GST_BUFFER_PTS_IS_VALID(packet))
+    if (!GST_BUFFER_PTS_IS_VALID(packet)) {
         return;
+    }
     times[GST_BUFFER_PTS(packet)] = rtpTime;
-    if (times.size() > kFramesUnderWay)
+    if (times.size() > kFramesUnderWay) {
         times.erase(times.begin());
+    }
 }
 
 EyeSample sampleEye(const GstVideoFrame& frame, int eye)
@@ -91,8 +96,9 @@ EyeSample sampleEye(const GstVideoFrame& frame, int eye)
     for (int row = 0; row < kEyeGrid; ++row) {
         const auto* line =
             luma + static_cast<std::ptrdiff_t>((2 * row + 1) * height / (2 * kEyeGrid)) * stride;
-        for (int column = 0; column < kEyeGrid; ++column)
+        for (int column = 0; column < kEyeGrid; ++column) {
             sample.luma.push_back(line[eye * width + (2 * column + 1) * width / (2 * kEyeGrid)]);
+        }
     }
     return sample;
 }
@@ -111,8 +117,9 @@ struct ReceiverCallbacks {
         auto* receiver = static_cast<Receiver*>(self);
         if (GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_BUFFER_LIST) {
             GstBufferList* list = GST_PAD_PROBE_INFO_BUFFER_LIST(info);
-            for (guint i = 0; i < gst_buffer_list_length(list); ++i)
+            for (guint i = 0; i < gst_buffer_list_length(list); ++i) {
                 receiver->onVideoPacket(gst_buffer_list_get(list, i));
+            }
         } else {
             receiver->onVideoPacket(GST_PAD_PROBE_INFO_BUFFER(info));
         }
@@ -141,8 +148,9 @@ struct ReceiverCallbacks {
     static GstFlowReturn picture(GstAppSink* sink, gpointer self)
     {
         GstSample* sample = gst_app_sink_pull_sample(sink);
-        if (!sample)
+        if (!sample) {
             return GST_FLOW_EOS;
+        }
         static_cast<Receiver*>(self)->onPicture(sample);
         gst_sample_unref(sample);
         return GST_FLOW_OK;
@@ -151,10 +159,12 @@ struct ReceiverCallbacks {
     static GstFlowReturn data(GstAppSink* sink, gpointer self)
     {
         GstSample* sample = gst_app_sink_pull_sample(sink);
-        if (!sample)
+        if (!sample) {
             return GST_FLOW_EOS;
-        if (GstBuffer* unit = gst_sample_get_buffer(sample))
+        }
+        if (GstBuffer* unit = gst_sample_get_buffer(sample)) {
             static_cast<Receiver*>(self)->onData(unit);
+        }
         gst_sample_unref(sample);
         return GST_FLOW_OK;
     }
@@ -213,8 +223,9 @@ std::string Receiver::start()
 {
     if (!options.imuFile.empty()) {
         imuFile.reset(std::fopen(options.imuFile.c_str(), "we"));
-        if (!imuFile)
+        if (!imuFile) {
             return options.imuFile + ": " + std::strerror(errno);
+        }
         std::fputs(
             "timestamp_ns,sequence,valid_fields,acceleration_x,acceleration_y,"
             "acceleration_z,angular_rate_x,angular_rate_y,angular_rate_z,magnetic_x,"
@@ -224,8 +235,9 @@ std::string Receiver::start()
     }
     for (const std::string& path : {options.snapshot, options.recording}) {
         const FilePtr file(path.empty() ? nullptr : std::fopen(path.c_str(), "we"));
-        if (!path.empty() && !file)
+        if (!path.empty() && !file) {
             return path + ": " + std::strerror(errno);
+        }
     }
     pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("receive"))));
     loadDecoders();
@@ -240,21 +252,24 @@ std::string Receiver::start()
     gst_util_set_object_arg(G_OBJECT(source), "protocols", options.tcp ? "tcp" : "udp+tcp");
     g_signal_connect(source, "pad-added", G_CALLBACK(ReceiverCallbacks::padAdded), this);
     gst_bin_add(GST_BIN(pipeline.get()), source);
-    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
+    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
         fail("the address cannot be used");
+    }
     return {};
 }
 
 bool Receiver::poll(int milliseconds)
 {
-    if (!failure.empty())
+    if (!failure.empty()) {
         return false;
+    }
     const ObjectPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
     GstMessage* message = gst_bus_timed_pop_filtered(
         bus.get(), static_cast<GstClockTime>(milliseconds) * GST_MSECOND,
         static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_EOS));
-    if (!message)
+    if (!message) {
         return true;
+    }
     if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
         fail("the stream has ended");
     } else {
@@ -276,16 +291,18 @@ std::string Receiver::stop()
     }
     const std::lock_guard<std::mutex> lock(mutex);
     recordingInput.reset();
-    if (imuFile && std::fclose(imuFile.release()) != 0 && fileError.empty())
+    if (imuFile && std::fclose(imuFile.release()) != 0 && fileError.empty()) {
         fileError = options.imuFile + ": " + std::strerror(errno);
+    }
     return fileError;
 }
 
 void Receiver::onPad(GstPad* pad)
 {
     GstCaps* caps = gst_pad_get_current_caps(pad);
-    if (!caps)
+    if (!caps) {
         return;
+    }
     const char* name = gst_structure_get_string(gst_caps_get_structure(caps, 0), "encoding-name");
     const std::string encoding = name ? name : "";
     gst_caps_unref(caps);
@@ -295,15 +312,17 @@ void Receiver::onPad(GstPad* pad)
             const std::lock_guard<std::mutex> lock(mutex);
             first = !std::exchange(videoConnected, true);
         }
-        if (first)
+        if (first) {
             connectVideo(pad, encoding);
+        }
     } else if (encoding == "SMPTE336M") {
         {
             const std::lock_guard<std::mutex> lock(mutex);
             first = !std::exchange(dataConnected, true);
         }
-        if (first)
+        if (first) {
             connectData(pad);
+        }
     }
 }
 
@@ -347,8 +366,9 @@ void Receiver::connectVideo(GstPad* pad, const std::string& encoding)
         return;
     }
     GstElement* bin = addBin(videoLine(encoding));
-    if (!bin)
+    if (!bin) {
         return;
+    }
     counts.codecName(encoding == "H265" ? "H.265" : "H.264");
     const ObjectPtr<GstElement> depay(gst_bin_get_by_name(GST_BIN(bin), "depay"));
     probe(depay.get(), "sink", GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST,
@@ -356,8 +376,9 @@ void Receiver::connectVideo(GstPad* pad, const std::string& encoding)
     const ObjectPtr<GstElement> tee(gst_bin_get_by_name(GST_BIN(bin), "t"));
     probe(tee.get(), "sink", GST_PAD_PROBE_TYPE_BUFFER, ReceiverCallbacks::codedFrame, this);
     const ObjectPtr<GstElement> pictures(gst_bin_get_by_name(GST_BIN(bin), "pictures"));
-    if (pictures)
+    if (pictures) {
         ReceiverCallbacks::watchSink(pictures.get(), ReceiverCallbacks::picture, this);
+    }
     const ObjectPtr<GstElement> record(gst_bin_get_by_name(GST_BIN(bin), "record"));
     if (record) {
         const ObjectPtr<GstElement> file(gst_bin_get_by_name(GST_BIN(bin), "file"));
@@ -376,8 +397,9 @@ void Receiver::connectData(GstPad* pad)
 {
     GstElement* bin =
         addBin("rtpklvdepay name=depay ! appsink name=data sync=false enable-last-sample=false");
-    if (!bin)
+    if (!bin) {
         return;
+    }
     const ObjectPtr<GstElement> depay(gst_bin_get_by_name(GST_BIN(bin), "depay"));
     probe(depay.get(), "sink", GST_PAD_PROBE_TYPE_BUFFER, ReceiverCallbacks::dataPacket, this);
     const ObjectPtr<GstElement> data(gst_bin_get_by_name(GST_BIN(bin), "data"));
@@ -391,8 +413,9 @@ void Receiver::onVideoPacket(GstBuffer* packet)
 {
     std::uint32_t rtpTime = 0;
     std::size_t bytes = 0;
-    if (!readRtpTime(packet, rtpTime, bytes))
+    if (!readRtpTime(packet, rtpTime, bytes)) {
         return;
+    }
     counts.videoPacket(bytes);
     const std::lock_guard<std::mutex> lock(mutex);
     remember(rtpTimes, packet, rtpTime);
@@ -402,8 +425,9 @@ void Receiver::onCodedFrame(GstBuffer* frame)
 {
     counts.codedFrame(!GST_BUFFER_FLAG_IS_SET(frame, GST_BUFFER_FLAG_DELTA_UNIT));
     std::uint32_t rtpTime = 0;
-    if (!options.decode && rtpTimeOf(GST_BUFFER_PTS(frame), rtpTime))
+    if (!options.decode && rtpTimeOf(GST_BUFFER_PTS(frame), rtpTime)) {
         counts.finishedFrame(rtpTime, realTime());
+    }
 }
 
 void Receiver::onPicture(GstSample* sample)
@@ -411,8 +435,9 @@ void Receiver::onPicture(GstSample* sample)
     const std::uint64_t now = realTime();
     GstBuffer* buffer = gst_sample_get_buffer(sample);
     std::uint32_t rtpTime = 0;
-    if (!buffer || !rtpTimeOf(GST_BUFFER_PTS(buffer), rtpTime))
+    if (!buffer || !rtpTimeOf(GST_BUFFER_PTS(buffer), rtpTime)) {
         return;
+    }
     GstVideoInfo info;
     GstVideoFrame frame;
     if (gst_video_info_from_caps(&info, gst_sample_get_caps(sample)) &&
@@ -421,8 +446,9 @@ void Receiver::onPicture(GstSample* sample)
         counts.eyes(sampleEye(frame, 0), sampleEye(frame, 1));
         gst_video_frame_unmap(&frame);
     }
-    if (!options.snapshot.empty() && !std::exchange(snapshotWritten, true))
+    if (!options.snapshot.empty() && !std::exchange(snapshotWritten, true)) {
         writeSnapshot(sample);
+    }
     counts.finishedFrame(rtpTime, now);
 }
 
@@ -432,20 +458,23 @@ void Receiver::onData(GstBuffer* unit)
     {
         const std::lock_guard<std::mutex> lock(mutex);
         const auto found = dataRtpTimes.find(GST_BUFFER_PTS(unit));
-        if (found != dataRtpTimes.end())
+        if (found != dataRtpTimes.end()) {
             rtpTime = found->second;
+        }
     }
     GstMapInfo map;
-    if (!gst_buffer_map(unit, &map, GST_MAP_READ))
+    if (!gst_buffer_map(unit, &map, GST_MAP_READ)) {
         return;
+    }
     RecordHandler handler;
     handler.frame = [&](const FrameRecord& record) { counts.frameRecord(record, rtpTime); };
     handler.imu = [&](const ImuRecord& record) {
         counts.imuRecord(record);
         writeImu(record);
     };
-    if (!readRecords(map.data, map.size, handler))
+    if (!readRecords(map.data, map.size, handler)) {
         counts.malformedRecord();
+    }
     gst_buffer_unmap(unit, &map);
 }
 
@@ -463,22 +492,26 @@ void Receiver::writeSnapshot(GstSample* sample)
     } else if (gst_buffer_map(gst_sample_get_buffer(picture), &map, GST_MAP_READ)) {
         FilePtr file(std::fopen(options.snapshot.c_str(), "we"));
         const bool written = file && std::fwrite(map.data, 1, map.size, file.get()) == map.size;
-        if (!written || std::fclose(file.release()) != 0)
+        if (!written || std::fclose(file.release()) != 0) {
             problem = std::strerror(errno);
+        }
         gst_buffer_unmap(gst_sample_get_buffer(picture), &map);
     }
-    if (picture)
+    if (picture) {
         gst_sample_unref(picture);
+    }
     const std::lock_guard<std::mutex> lock(mutex);
-    if (!problem.empty() && fileError.empty())
+    if (!problem.empty() && fileError.empty()) {
         fileError = options.snapshot + ": " + problem;
+    }
 }
 
 void Receiver::writeImu(const ImuRecord& record)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (!imuFile)
+    if (!imuFile) {
         return;
+    }
     std::string line = std::to_string(record.timestamp) + ',' + std::to_string(record.sequence) +
                        ',' + std::to_string(record.validFields);
     const auto add = [&](double value) {
@@ -487,27 +520,33 @@ void Receiver::writeImu(const ImuRecord& record)
         std::snprintf(text, sizeof text, ",%.17g", value);
         line += text;
     };
-    for (const double value : record.acceleration)
+    for (const double value : record.acceleration) {
         add(value);
-    for (const double value : record.angularRate)
+    }
+    for (const double value : record.angularRate) {
         add(value);
-    for (const double value : record.magneticField)
+    }
+    for (const double value : record.magneticField) {
         add(value);
-    for (const double value : record.orientation)
+    }
+    for (const double value : record.orientation) {
         add(value);
+    }
     add(record.temperature);
     add(record.pressure);
     line += '\n';
-    if (std::fputs(line.c_str(), imuFile.get()) < 0 && fileError.empty())
+    if (std::fputs(line.c_str(), imuFile.get()) < 0 && fileError.empty()) {
         fileError = options.imuFile + ": " + std::strerror(errno);
+    }
 }
 
 bool Receiver::rtpTimeOf(GstClockTime pts, std::uint32_t& rtpTime)
 {
     const std::lock_guard<std::mutex> lock(mutex);
     const auto found = rtpTimes.find(pts);
-    if (found == rtpTimes.end())
+    if (found == rtpTimes.end()) {
         return false;
+    }
     rtpTime = found->second;
     return true;
 }
@@ -516,25 +555,29 @@ bool Receiver::rtpTimeOf(GstClockTime pts, std::uint32_t& rtpTime)
 void Receiver::finishRecording()
 {
     std::unique_lock<std::mutex> lock(mutex);
-    if (!recordingInput || recordingDone)
+    if (!recordingInput || recordingDone) {
         return;
+    }
     GstPad* tee = gst_pad_get_peer(recordingInput.get());
     lock.unlock();
-    if (!tee)
+    if (!tee) {
         return;
+    }
     gst_pad_add_probe(tee, GST_PAD_PROBE_TYPE_IDLE, ReceiverCallbacks::cutRecording, nullptr,
                       nullptr);
     gst_object_unref(tee);
     lock.lock();
     if (!recordingChanged.wait_for(lock, kRecordingPatience, [this] { return recordingDone; }) &&
-        fileError.empty())
+        fileError.empty()) {
         fileError = options.recording + ": could not be completed";
+    }
 }
 
 void Receiver::fail(const std::string& reason)
 {
-    if (failure.empty())
+    if (failure.empty()) {
         failure = reason;
+    }
 }
 
 }  // namespace receive

@@ -45,14 +45,16 @@ void LatencyHistogram::add(double milliseconds)
 
 std::optional<double> LatencyHistogram::percentile(double share) const
 {
-    if (count == 0)
+    if (count == 0) {
         return std::nullopt;
+    }
     const auto wanted = static_cast<std::uint64_t>(std::ceil(share * static_cast<double>(count)));
     std::uint64_t seen = 0;
     for (std::size_t i = 0; i < kBuckets; ++i) {
         seen += buckets[i];
-        if (seen >= std::max<std::uint64_t>(wanted, 1))
+        if (seen >= std::max<std::uint64_t>(wanted, 1)) {
             return (static_cast<double>(i) + 1) / kBucketsPerMs;
+        }
     }
     return largest;
 }
@@ -80,8 +82,9 @@ const char* toString(EyeState state)
 
 void Statistics::Eye::update(EyeSample sample)
 {
-    if (sample.luma.empty())
+    if (sample.luma.empty()) {
         return;
+    }
     const auto sum = std::accumulate(sample.luma.begin(), sample.luma.end(), std::uint64_t{0});
     mean = static_cast<double>(sum) / static_cast<double>(sample.luma.size());
     const EyeState state = mean < kDarkLuma           ? EyeState::DARK
@@ -102,8 +105,9 @@ void Statistics::codedFrame(bool keyFrame)
 {
     const std::lock_guard<std::mutex> lock(mutex);
     ++framesReceived;
-    if (keyFrame)
+    if (keyFrame) {
         ++keyFrames;
+    }
 }
 
 void Statistics::finishedFrame(std::uint32_t rtpTime, std::uint64_t now)
@@ -111,8 +115,9 @@ void Statistics::finishedFrame(std::uint32_t rtpTime, std::uint64_t now)
     const std::lock_guard<std::mutex> lock(mutex);
     ++framesFinished;
     ++interval.frames;
-    if (captureTimes.find(rtpTime) == captureTimes.end())
+    if (captureTimes.find(rtpTime) == captureTimes.end()) {
         ++framesWithoutRecord;
+    }
     const std::uint64_t captured = captureTimeOf(rtpTime, now);
     const double milliseconds =
         static_cast<double>(static_cast<std::int64_t>(now - captured)) / 1e6;
@@ -146,8 +151,9 @@ void Statistics::frameRecord(const FrameRecord& record, std::uint32_t rtpTime)
     const std::lock_guard<std::mutex> lock(mutex);
     ++frameRecords;
     // A counter that runs backwards belongs to a sender that was started again.
-    if (lastRecord && record.serial == lastRecord->serial && record.counter > lastRecord->counter)
+    if (lastRecord && record.serial == lastRecord->serial && record.counter > lastRecord->counter) {
         framesLost += record.counter - lastRecord->counter - 1;
+    }
     lastRecord = record;
 
     if (captureOrder.size() < kRememberedFrames) {
@@ -163,11 +169,13 @@ void Statistics::frameRecord(const FrameRecord& record, std::uint32_t rtpTime)
 void Statistics::imuRecord(const ImuRecord& record)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (lastImuSequence && record.sequence > *lastImuSequence)
+    if (lastImuSequence && record.sequence > *lastImuSequence) {
         imuGaps += record.sequence - *lastImuSequence - 1;
+    }
     lastImuSequence = record.sequence;
-    if (imuPackets == 0)
+    if (imuPackets == 0) {
         firstImuTime = record.timestamp;
+    }
     lastImuTime = record.timestamp;
     ++imuPackets;
     ++interval.imuPackets;
@@ -194,8 +202,9 @@ std::uint64_t Statistics::captureTimeOf(std::uint32_t rtpTime, std::uint64_t now
 std::string Statistics::eyeText(const char* name, const Eye& eye) const
 {
     std::string text = std::string(name) + ' ';
-    if (eye.shown == EyeState::NONE)
+    if (eye.shown == EyeState::NONE) {
         return text + "none";
+    }
     const int eyeWidth = lastRecord ? static_cast<int>(lastRecord->eyeWidth) : width / 2;
     const int eyeHeight = lastRecord ? static_cast<int>(lastRecord->eyeHeight) : height;
     return text + std::to_string(eyeWidth) + 'x' + std::to_string(eyeHeight) + ' ' +
@@ -205,8 +214,9 @@ std::string Statistics::eyeText(const char* name, const Eye& eye) const
 std::string Statistics::statusLine(double seconds)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    for (Eye* eye : {&left, &right})
+    for (Eye* eye : {&left, &right}) {
         eye->shown = std::exchange(eye->interval, EyeState::NONE);
+    }
     const Interval done = std::exchange(interval, Interval{});
     std::string line = lastRecord ? std::to_string(lastRecord->serial) : std::string("no serial");
     line += "  " + std::to_string(width) + 'x' + std::to_string(height);
