@@ -135,6 +135,31 @@ struct StreamClient::Private {
         }
     }
 
+    // Links each stream to its branch. A description with two links that wait for pads of one
+    // element would leave that to the library, which tries every pad with every such link, on the
+    // threads of both streams at once; now and then one of them stays without a branch.
+    static void onPad(GstElement* /*source*/, GstPad* pad, gpointer self)
+    {
+        auto* const d = static_cast<Private*>(self);
+        GstCaps* const caps = gst_pad_get_current_caps(pad);
+        const char* const media =
+            caps == nullptr ? nullptr
+                            : gst_structure_get_string(gst_caps_get_structure(caps, 0), "media");
+        const bool video = g_strcmp0(media, "video") == 0;
+        GstElement* const branch =
+            gst_bin_get_by_name(GST_BIN(d->pipeline), video ? "video-branch" : "data-branch");
+        GstPad* const sink = gst_element_get_static_pad(branch, "sink");
+        if (gst_pad_link(pad, sink) != GST_PAD_LINK_OK) {
+            GST_ELEMENT_ERROR(branch, CORE, PAD, ("cannot link the stream of %s", media),
+                              (nullptr));
+        }
+        gst_object_unref(sink);
+        gst_object_unref(branch);
+        if (caps != nullptr) {
+            gst_caps_unref(caps);
+        }
+    }
+
     void listen(const char* name, GstFlowReturn (*callback)(GstAppSink*, gpointer))
     {
         GstElement* const sink = gst_bin_get_by_name(GST_BIN(pipeline), name);
@@ -152,15 +177,17 @@ StreamClient::StreamClient(const QString& url, const QString& protocols)
     const QString description =
         QStringLiteral(
             "rtspsrc name=source location=%1 protocols=%2 latency=500 "
-            "source. ! application/x-rtp,media=video ! decodebin ! videoconvert "
-            "! video/x-raw,format=I420 ! appsink name=video sync=false "
-            "source. ! application/x-rtp,media=application ! rtpklvdepay "
-            "! appsink name=data sync=false")
+            "decodebin name=video-branch ! videoconvert ! video/x-raw,format=I420 "
+            "! appsink name=video sync=false "
+            "rtpklvdepay name=data-branch ! appsink name=data sync=false")
             .arg(url, protocols);
     d->pipeline = gst_parse_launch(description.toUtf8().constData(), nullptr);
     if (d->pipeline != nullptr) {
         d->listen("video", &Private::onPicture);
         d->listen("data", &Private::onData);
+        GstElement* const source = gst_bin_get_by_name(GST_BIN(d->pipeline), "source");
+        g_signal_connect(source, "pad-added", G_CALLBACK(&Private::onPad), d.get());
+        gst_object_unref(source);
         gst_element_set_state(d->pipeline, GST_STATE_PLAYING);
     }
 }
