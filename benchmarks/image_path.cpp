@@ -27,6 +27,17 @@ constexpr std::size_t kFrames = 16;
 
 using Bytes = std::vector<unsigned char>;
 
+/// The joined image, aligned like the one that goes to the sender.
+class JoinedImage {
+public:
+    JoinedImage() { image.alloc(2 * kWidth, kHeight, sdk::kYuyv, sdk::kHostMemory); }
+    unsigned char* data() const { return image.getPtr<unsigned char>(sdk::kHostMemory); }
+    std::size_t size() const { return 2 * kEyeBytes; }
+
+private:
+    tq::Mat image;
+};
+
 std::vector<Bytes> makeFrames(std::size_t bytes)
 {
     std::vector<Bytes> frames(kFrames, Bytes(bytes));
@@ -66,7 +77,7 @@ private:
 void memcpyStereoFrame(benchmark::State& state)
 {
     const std::vector<Bytes> frames = makeFrames(2 * kEyeBytes);
-    Bytes out(2 * kEyeBytes);
+    const JoinedImage out;
     std::size_t next = 0;
     for (auto _ : state) {
         std::memcpy(out.data(), frames[next].data(), out.size());
@@ -80,7 +91,7 @@ void joinStereoFrame(benchmark::State& state)
 {
     const std::vector<tq::Mat> left = makeEyes();
     const std::vector<tq::Mat> right = makeEyes();
-    Bytes out(2 * kEyeBytes);
+    const JoinedImage out;
     std::size_t next = 0;
     const AllocationCounter counter;
     for (auto _ : state) {
@@ -99,7 +110,7 @@ void captureCopyAndJoin(benchmark::State& state)
     const std::vector<Bytes> captured = makeFrames(kEyeBytes);
     FrameRing rings[2] = {{kWidth, kHeight, 30}, {kWidth, kHeight, 30}};
     tq::Mat queued[2];
-    Bytes out(2 * kEyeBytes);
+    const JoinedImage out;
     std::size_t next = 0;
     const auto frame = [&] {
         for (int eye = 0; eye < 2; ++eye) {

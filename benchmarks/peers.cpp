@@ -212,6 +212,7 @@ public:
         for (tq::Mat& image : inputs) {
             image.alloc(kWidth, kHeight, sdk::kYuyv, sdk::kHostMemory);
         }
+        out.alloc(2 * kWidth, kHeight, sdk::kYuyv, sdk::kHostMemory);
     }
 
     void read()
@@ -223,14 +224,15 @@ public:
     {
         forEachFrame([this] {
             for (std::size_t eye = 0; eye < 2; ++eye) {
-                std::memcpy(out.data() + eye * kEyeBytes, pixels(inputs[eye]), kEyeBytes);
+                std::memcpy(pixels(out) + eye * kEyeBytes, pixels(inputs[eye]), kEyeBytes);
             }
         });
     }
 
     void readAndJoin()
     {
-        forEachFrame([this] { joinSideBySide(inputs[0], inputs[1], kWidth, kHeight, out.data()); });
+        forEachFrame(
+            [this] { joinSideBySide(inputs[0], inputs[1], kWidth, kHeight, pixels(out)); });
     }
 
     void readCopyAndJoin()
@@ -243,7 +245,7 @@ public:
                 rings[eye].markInFlight(buffer);
                 rings[eye].release();
             }
-            joinSideBySide(queued[0], queued[1], kWidth, kHeight, out.data());
+            joinSideBySide(queued[0], queued[1], kWidth, kHeight, pixels(out));
         });
     }
 
@@ -268,7 +270,7 @@ private:
     tq::Mat inputs[2];
     tq::Mat queued[2];
     FrameRing rings[2] = {{kWidth, kHeight, 30}, {kWidth, kHeight, 30}};
-    std::vector<unsigned char> out = std::vector<unsigned char>(2 * kEyeBytes);
+    tq::Mat out;  // aligned like the image that goes to the sender
 };
 
 void report(const char* name, const Costs& costs, const Costs& reference)
