@@ -154,6 +154,9 @@ void Statistics::frameRecord(const FrameRecord& record, std::uint32_t rtpTime)
     if (lastRecord && record.serial == lastRecord->serial && record.counter > lastRecord->counter) {
         framesLost += record.counter - lastRecord->counter - 1;
     }
+    if (!lastRecord) {
+        firstCaptureTime = record.captureTime;
+    }
     lastRecord = record;
 
     if (captureOrder.size() < kRememberedFrames) {
@@ -272,6 +275,7 @@ std::string Statistics::json(const std::string& url, double seconds) const
         document["eyeHeight"] = lastRecord->eyeHeight;
         document["nominalFps"] = lastRecord->fps;
         document["framesDroppedBySender"] = lastRecord->framesDropped;
+        document["firstCaptureTime"] = firstCaptureTime;
         document["lastCaptureTime"] = lastRecord->captureTime;
     }
     return document.dump(2);

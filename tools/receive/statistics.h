@@ -108,6 +108,7 @@ private:
     std::uint64_t imuPackets = 0;
     std::uint64_t imuGaps = 0;
     std::optional<FrameRecord> lastRecord;
+    std::uint64_t firstCaptureTime = 0;
     std::optional<std::uint64_t> lastImuSequence;
     std::uint64_t firstImuTime = 0;
     std::uint64_t lastImuTime = 0;
