@@ -56,7 +56,7 @@ std::list<IMUPacket> KORmcu::getIMUPacketBatch(unsigned long from, unsigned long
 
 struct LiveCameraGrabber::Private {
     struct McuDeleter {
-        void operator()(KORmcu* mcu) const { delete mcu; }
+        void operator()(KORmcu* owned) const { delete owned; }
     };
 
     bool isOpen = false;

@@ -39,8 +39,8 @@ private:
 /// The packets of a recording, played in the loop of its pictures.
 class RecordedImu : public ImuSource {
 public:
-    /// @param thinning every how many packets one is delivered
-    RecordedImu(const rig::RecordingSettings& settings, int thinning);
+    /// @param everyNth every how many packets one is delivered
+    RecordedImu(const rig::RecordingSettings& recordingSettings, int everyNth);
 
     /// Reads the recording; called once.
     /// @return false with a reason when it has no usable inertial data

@@ -289,6 +289,7 @@ MODEL readModel(Members& members)
     constexpr std::array<MODEL, 4> kModels{MODEL::KOR_TSOLO_GS, MODEL::KOR_TSOLO_UHD, MODEL::KOR_T,
                                            MODEL::KOR_T_MINI};
     std::vector<std::string> names;
+    names.reserve(kModels.size());
     for (const MODEL& model : kModels) {
         names.emplace_back(toString(model).c_str());
     }

@@ -170,7 +170,7 @@ SourceResult GStreamerSource::open(const FrameRequest& request)
         return {ErrorCode::SOURCE_UNAVAILABLE, reason};
     }
     delivered = {request.width, request.height, request.fps};
-    const SourceResult started = start(describe(settings, request));
+    SourceResult started = start(describe(settings, request));
     if (started.code != ErrorCode::SUCCESS) {
         pipeline.reset();
         return started;

@@ -5,8 +5,6 @@
 #include <libyuv.h>
 #include <png.h>
 
-#include <cstring>
-
 namespace tq {
 
 namespace {
@@ -15,16 +13,12 @@ constexpr unsigned kLargestEdge = 16384;
 
 /// Releases libpng's reader on every way out.
 struct PngReader {
-    PngReader()
-    {
-        std::memset(&image, 0, sizeof image);
-        image.version = PNG_IMAGE_VERSION;
-    }
+    PngReader() { image.version = PNG_IMAGE_VERSION; }
     ~PngReader() { png_image_free(&image); }
     PngReader(const PngReader&) = delete;
     PngReader& operator=(const PngReader&) = delete;
 
-    png_image image;
+    png_image image{};
 };
 
 bool readPixels(PngReader& reader, std::uint8_t* pixels)

@@ -172,7 +172,7 @@ bool Recording::readImu(std::string& reason)
     }
     imuPackets.clear();
     for (const std::vector<std::string>& fields : lines) {
-        IMUPacket packet;
+        IMUPacket packet{};
         if (!parsePacket(fields, packet) ||
             (!imuPackets.empty() && packet.timestamp <= imuPackets.back().timestamp)) {
             reason = list.string() + ": malformed line with timestamp \"" + fields[0] + "\"";

@@ -28,18 +28,18 @@ public:
 
 private:
     struct Rectangle {
-        int x;
-        int y;
-        int width;
-        int height;
+        int x = 0;
+        int y = 0;
+        int width = 0;
+        int height = 0;
     };
     /// A disc that moves on a closed curve.
     struct Object {
-        int radius;
-        int shift;  // of this eye, pixels to the right, even
-        double columnPeriod;
-        double rowPeriod;
-        double phase;
+        int radius = 0;
+        int shift = 0;  // of this eye, pixels to the right, even
+        double columnPeriod = 0;
+        double rowPeriod = 0;
+        double phase = 0;
         std::vector<std::uint8_t> pixels;
         std::vector<std::pair<int, int>> spans;  // first pixel and pixels of every row, even
     };

@@ -148,7 +148,7 @@ std::string describe(const KnownEncoder& encoder, const VideoFormat& format)
     gst_object_ref_sink(probe.get());
     for (const auto& [name, value] : encoder.settings(format)) {
         if (g_object_class_find_property(G_OBJECT_GET_CLASS(probe.get()), name.c_str())) {
-            line += ' ' + name + '=' + value;
+            line.append(1, ' ').append(name).append(1, '=').append(value);
         }
     }
     return line + encoder.after;

@@ -15,8 +15,8 @@ namespace tq::stream {
 /// What stands behind UDPOutput; see there for the rules of threads.
 class StreamSender {
 public:
-    /// @param verbose log clients and totals too; failures and dropped frames are always logged
-    explicit StreamSender(bool verbose);
+    /// @param logStates log clients and totals too; failures and dropped frames are always logged
+    explicit StreamSender(bool logStates);
     ~StreamSender();
     StreamSender(const StreamSender&) = delete;
     StreamSender& operator=(const StreamSender&) = delete;

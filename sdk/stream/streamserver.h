@@ -21,9 +21,9 @@ namespace tq::stream {
 /// start() and stop() belong to one thread at a time.
 class StreamServer {
 public:
-    /// @param name in front of log lines
-    StreamServer(std::string name, bool verbose, rig::StreamSettings settings,
-                 std::shared_ptr<StreamFeed> feed);
+    /// @param serverName in front of log lines
+    StreamServer(std::string serverName, bool logStates, rig::StreamSettings streamSettings,
+                 std::shared_ptr<StreamFeed> streamFeed);
     ~StreamServer();
     StreamServer(const StreamServer&) = delete;
     StreamServer& operator=(const StreamServer&) = delete;

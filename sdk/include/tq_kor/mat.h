@@ -62,8 +62,8 @@ private:
     std::uint64_t height = 0;
     std::uint64_t step = 0;
     MAT_TYPE type = MAT_TYPE::U8_C2;
-    std::int32_t reserved36 = 0;
-    std::uint64_t reserved40[10] = {};
+    [[maybe_unused]] std::int32_t reserved36 = 0;
+    [[maybe_unused]] std::uint64_t reserved40[10] = {};
     // Capture time; users of the library read and write it at byte 120.
     Timestamp timestamp = 0;
 
