@@ -42,11 +42,14 @@ public:
         fillIndex = before & kIndex;
     }
 
+    /// Whether the newest frame has not been taken yet.
+    bool hasUnread() const { return (waiting.load(std::memory_order_relaxed) & kFresh) != 0; }
+
     /// Makes the newest frame the current one. Reader's thread.
     /// @return whether there was one that had not been current before
     bool takeNewest()
     {
-        if ((waiting.load(std::memory_order_relaxed) & kFresh) == 0) {
+        if (!hasUnread()) {
             return false;
         }
         readIndex = waiting.exchange(readIndex, std::memory_order_acq_rel) & kIndex;

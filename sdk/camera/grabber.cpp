@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // Capture of one camera: a thread that fills buffers from the camera's source.
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <string>
@@ -68,6 +70,7 @@ struct LiveCameraGrabber::Private {
     std::shared_ptr<ImuHistory> history;
     std::unique_ptr<KORmcu, McuDeleter> mcu;
     std::vector<unsigned char> unflipped;
+    std::chrono::steady_clock::time_point published;
     std::thread producer;
     std::atomic<bool> failed{false};
     std::uint64_t delivered = 0;
@@ -87,6 +90,7 @@ struct LiveCameraGrabber::Private {
                          IMU_FREQ imuFrequency, std::string& reason);
     void produce();
     void produceInto(FrameSlots::Slot& slot, FrameResult& result);
+    void publish();
     void reset();
 };
 
@@ -145,6 +149,19 @@ void LiveCameraGrabber::Private::produceInto(FrameSlots::Slot& slot, FrameResult
     }
 }
 
+void LiveCameraGrabber::Private::publish()
+{
+    // Frames that a late source makes up for follow each other at once. The reader, late for the
+    // same reason, gets the time to take each of them, but no more than cameras on time give it.
+    constexpr std::chrono::microseconds kPoll{100};
+    const auto period = std::chrono::nanoseconds(std::chrono::seconds(1)) / std::max(1, fps.load());
+    while (slots->hasUnread() && std::chrono::steady_clock::now() < published + period) {
+        std::this_thread::sleep_for(kPoll);
+    }
+    slots->publish();
+    published = std::chrono::steady_clock::now();
+}
+
 void LiveCameraGrabber::Private::produce()
 {
     try {
@@ -154,7 +171,7 @@ void LiveCameraGrabber::Private::produce()
             if (result != FrameResult::FRAME) {
                 break;
             }
-            slots->publish();
+            publish();
         }
         if (result == FrameResult::FAILED) {
             logLine("camera S/N " + std::to_string(serial) + " failed: " + source->failure());

@@ -12,7 +12,6 @@ namespace {
 
 // Recordings up to this size are decoded once; longer ones ahead of every frame.
 constexpr std::size_t kDecodedBytes = 64u << 20;
-constexpr Timestamp kPatienceFrames = 2;
 
 }  // namespace
 

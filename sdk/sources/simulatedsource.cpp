@@ -12,9 +12,6 @@ namespace tq {
 
 namespace {
 
-// A camera that is late by fewer frames catches up; one that is later leaves frames out.
-constexpr std::uint64_t kPatienceFrames = 2;
-
 enum Purpose : std::uint64_t { JITTER = 1, DROP = 2 };
 
 std::uint64_t mixed(std::uint64_t value)

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <thread>
 
+#include "sdk/core/clock.h"
 #include "tests/sdk/patterndecoder.h"
 #include "tests/sdk/sdktesting.h"
 
@@ -40,6 +41,7 @@ private slots:
     void framesTellTheirTimeAndNumber();
     void bothEyesBurnTheSameCounter();
     void skippedFramesAreCounted();
+    void halt_ofTheProcess_losesNoFrame();
     void flippedPicture();
     void imuComesWithTheFrames();
     void imuRateFollowsTheFrequency();
@@ -240,6 +242,32 @@ void GrabberTest::skippedFramesAreCounted()
     const auto match = line.match(log.lines().front());
     QVERIFY2(match.hasMatch(), qPrintable(log.lines().front()));
     QVERIFY(match.captured(1).toUInt() >= skipped);
+}
+
+void GrabberTest::halt_ofTheProcess_losesNoFrame()
+{
+    TemporaryRig rig;
+    rig.add(simulated());
+    Grabber grabber;
+    QCOMPARE(openCamera(grabber, 0, 320, 200, 30), 0);
+    QCOMPARE(waitForFrame(grabber), 1);
+    std::uint32_t last = patternOf(grabber).counter;
+    std::uint64_t longest = 0;
+    tq::Timestamp lastTaken = tq::systemClock().now();
+    for (int halt = 0; halt < 5; ++halt) {
+        // Nothing of this process runs for some three periods.
+        QProcess::startDetached("sh", {"-c", QString("sleep 0.05; kill -STOP %1; sleep 0.09; "
+                                                     "kill -CONT %1")
+                                                 .arg(QCoreApplication::applicationPid())});
+        for (int frame = 0; frame < 10; ++frame) {
+            QCOMPARE(waitForFrame(grabber), 1);
+            QCOMPARE(patternOf(grabber).counter, ++last);
+            const tq::Timestamp taken = tq::systemClock().now();
+            longest = std::max(longest, taken - lastTaken);
+            lastTaken = taken;
+        }
+    }
+    QVERIFY2(longest > 80000000, "the process was not halted");
 }
 
 void GrabberTest::flippedPicture()
