@@ -7,6 +7,7 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QThread>
+#include <algorithm>
 #include <iostream>
 
 #include "app/commands/commandrunners.h"
@@ -96,16 +97,21 @@ void AppGui::connectWindow()
 {
     connect(window, SIGNAL(askCameras()), this, SLOT(reloadCameras()));
     connect(window, SIGNAL(saveConf()), this, SLOT(applyVirtualStreamerConfiguration()));
-    connect(window, &MainWindow::disableStream, this,
-            [this](uint64_t serial) { triggerStream(static_cast<int>(serial), false); });
+    connect(window, &MainWindow::disableStream, this, [this](uint64_t serial) {
+        triggerStream(static_cast<int>(serial), false);
+        // A row from the configuration sends 0 when its cameras change: its stream has none now.
+        stopOrphanedStreamers();
+    });
     connect(window, &MainWindow::activateStream, this,
             [this](int serial) { triggerStream(serial, true); });
+    window->onRowRemoved([this] { stopOrphanedStreamers(); });
 
     settings.open("Vistrel");
     width = settings.archConf.width;
     height = settings.archConf.height;
     fps = settings.archConf.fps;
     hdr = settings.archConf.hdr_mode;
+    chosen = storedSettings();
 
     // One text for all three failures, deliberately: it is what logs are searched for.
     const auto report = [](bool connected) {
@@ -116,29 +122,33 @@ void AppGui::connectWindow()
     report(connect(window, &MainWindow::resolutionChanged, this,
                    [this](const QList<int>& serials, int newWidth, int newHeight, bool newHdr) {
                        // The signal carries no frame rate: the one of all cameras stays.
-                       onResolutionChanged(serials, newWidth, newHeight, currentSettings().fps,
-                                           newHdr);
+                       onResolutionChanged(serials, newWidth, newHeight,
+                                           currentSettings(chosen).fps, newHdr);
                    }));
     report(connect(window, &MainWindow::resolutionAndFPSChanged, this,
                    [this](int newFps, int newWidth, int newHeight, bool newHdr) {
+                       chosen = {newFps, newWidth, newHeight, newHdr};
                        onResolutionChanged(cameras.keys(), newWidth, newHeight, newFps, newHdr);
                    }));
     report(connect(this, &AppGui::StreamEnabled, window, &MainWindow::UpdateStreamingStatus));
 }
 
-AppGui::CaptureSettings AppGui::currentSettings() const
+// What the window's lists say, each value for itself: the frame-rate list may be blank while the
+// other one is not.
+AppGui::CaptureSettings AppGui::currentSettings(const CaptureSettings& fallback) const
 {
-    CaptureSettings current;
+    CaptureSettings current{fallback.fps, 0, 0, false};
     window->getCurrentSettings(current.fps, current.width, current.height, current.hdr);
-    if (current.width == 0 || current.height == 0 || current.fps == 0) {
-        return {fps, width, height, hdr};  // the window has none: those last stored stay
+    if (current.width == 0 || current.height == 0) {
+        // Without a resolution there is no text that could say whether it is HDR.
+        return {current.fps, fallback.width, fallback.height, fallback.hdr};
     }
     return current;
 }
 
 void AppGui::saveCurrentConfiguration()
 {
-    const CaptureSettings current = currentSettings();
+    const CaptureSettings current = currentSettings(chosen);
     width = current.width;
     height = current.height;
     fps = current.fps;
@@ -214,15 +224,13 @@ void AppGui::reloadCameras()
     window->setGlobalCameraConfigurationContent(model);
     window->onGlobalResolutionChanged(QString());
 
-    if (!found.empty()) {
-        chooseGlobalSettings();
-    }
-    const CaptureSettings current = currentSettings();
     QList<int> serials;
+    if (!found.empty()) {
+        chosen = currentSettings(chooseGlobalSettings());
+    }
     for (const tq::DeviceProperties& device : found) {
-        openCamera(device, current);
-        if (cameras.contains(device.serialNumber)) {
-            serials.append(device.serialNumber);
+        if (const int serial = openCamera(device, chosen)) {
+            serials.append(serial);
         }
     }
     offerSerials(serials);
@@ -266,22 +274,28 @@ bool AppGui::findCameras(std::vector<tq::DeviceProperties>& found, tq::MODEL& mo
     return true;
 }
 
-void AppGui::chooseGlobalSettings()
+// Selects the settings of all cameras in the window. Returns what was asked for, which the lists
+// may be unable to show.
+AppGui::CaptureSettings AppGui::chooseGlobalSettings()
 {
+    CaptureSettings asked = storedSettings();
     if (!QFile::exists(configPath())) {
-        window->setCurrentSettings(fps, width, height, hdr);
-        return;
+        window->setCurrentSettings(asked.fps, asked.width, asked.height, asked.hdr);
+        return asked;
     }
     // One setting for all cameras: the last record with a size wins. Deliberate.
     const QList<VirtualCameraInfos> records = readVirtualCameraConfig(configPath());
     for (const VirtualCameraInfos& record : records) {
         if (record.width > 0 && record.height > 0) {
-            window->setCurrentSettings(record.fps, record.width, record.height, record.hdr != 0);
+            asked = {record.fps, record.width, record.height, record.hdr != 0};
+            window->setCurrentSettings(asked.fps, asked.width, asked.height, asked.hdr);
         }
     }
+    return asked;
 }
 
-void AppGui::openCamera(const tq::DeviceProperties& device, const CaptureSettings& wanted)
+// Returns the serial number under which the camera is stored, 0 when it did not open.
+int AppGui::openCamera(const tq::DeviceProperties& device, const CaptureSettings& wanted)
 {
     auto* const camera = new KTCamera();
     qDebug() << "[KORVistrel] Opening camera " << device.id << " at Resolution " << wanted.width
@@ -293,7 +307,7 @@ void AppGui::openCamera(const tq::DeviceProperties& device, const CaptureSetting
                  << wanted.width << "x" << wanted.height << "@" << wanted.fps
                  << " ==> ErrCode=" << result;
         abandon(camera);
-        return;
+        return 0;
     }
     const int serial = static_cast<int>(camera->getSN());
     window->addCameraWidget(serial);
@@ -301,6 +315,7 @@ void AppGui::openCamera(const tq::DeviceProperties& device, const CaptureSetting
     window->updateCameraWidget(serial, cameraInfos[serial]);
     connectPreview(camera);
     cameras.insert(serial, camera);
+    return serial;
 }
 
 void AppGui::connectPreview(const KTCamera* camera) const
@@ -315,7 +330,8 @@ void AppGui::offerSerials(const QList<int>& serials)
     for (const int serial : serials) {
         texts.append(QString::number(serial));
     }
-    // Offering the serials clears every row's choices; a reload must not lose the operator's work.
+    // Offering the serials clears every row's choices; a reload must not lose the operator's work,
+    // not even that on cameras which come back only with a later one.
     const QMap<QString, VirtualCameraInfos> former = window->editorRecords();
     window->updateSerialList(texts);
     window->restoreSerialChoices(former);
@@ -359,12 +375,25 @@ void AppGui::reopenCamera(KTCamera* camera, tq::Resolution resolution, int newFp
     if (result != 0) {
         // Two blanks, deliberately.
         qDebug() << "[KORVistrel] Failed  to reopen the camera ==> ErrCode=" << result;
+        forgetDescription(static_cast<int>(camera->getSN()));
         return;
     }
     const int serial = static_cast<int>(camera->getSN());
     cameraInfos[serial] = camera->getInfos();
     window->updateCameraWidget(serial, cameraInfos[serial]);
     connectPreview(camera);
+}
+
+// The camera is closed: neither its panel nor a stream may go by what it was opened with before.
+void AppGui::forgetDescription(int serial)
+{
+    if (cameraInfos.contains(serial)) {
+        CameraInfos closed = cameraInfos.take(serial);
+        closed.width = 0;
+        closed.height = 0;
+        closed.fps = 0;
+        window->updateCameraWidget(serial, closed);
+    }
 }
 
 // ---- Streams -----------------------------------------------------------------------------------
@@ -381,6 +410,9 @@ void AppGui::triggerStream(int serial, bool enable)
     }
     const VirtualCameraInfos record = window->getVirtualCameraInfo(serial);
     if (record.virtualSerialNumber != static_cast<std::uint64_t>(serial)) {
+        if (enable) {
+            logClosedCameras(serial);
+        }
         return;
     }
     if (streamers.contains(serial)) {
@@ -396,7 +428,29 @@ void AppGui::triggerStream(int serial, bool enable)
             window, QStringLiteral("Invalid configuration. The same camera was selected twice."));
         return;
     }
+    if (!cameraInfos.contains(static_cast<int>(record.leftSerialNumber)) ||
+        !cameraInfos.contains(static_cast<int>(record.rightSerialNumber))) {
+        logClosedCameras(serial);
+        return;
+    }
+    // One that nothing shows any more could hold the port.
+    stopOrphanedStreamers();
     startStreamer(record);
+}
+
+void AppGui::logClosedCameras(int virtualSerial) const
+{
+    const QMap<QString, VirtualCameraInfos> rows = window->editorRecords();
+    for (const VirtualCameraInfos& row : rows) {
+        if (row.virtualSerialNumber != static_cast<std::uint64_t>(virtualSerial)) {
+            continue;
+        }
+        for (const std::uint64_t serial : {row.leftSerialNumber, row.rightSerialNumber}) {
+            if (serial != 0 && !cameraInfos.contains(static_cast<int>(serial))) {
+                qDebug() << "[KORVistrel] Camera S/N" << serial << "is not open";
+            }
+        }
+    }
 }
 
 void AppGui::startStreamer(const VirtualCameraInfos& record)
@@ -434,6 +488,8 @@ void AppGui::startStreamer(const VirtualCameraInfos& record)
     box.exec();
     delete streamers.take(serial);
     streamRecords.remove(serial);
+    // The row may still show a stream that was stopped for this one.
+    window->UpdateStreamingStatus(static_cast<unsigned long>(serial), false);
 }
 
 void AppGui::stopStreamer(int serial)
@@ -441,6 +497,26 @@ void AppGui::stopStreamer(int serial)
     delete streamers.take(serial);
     streamRecords.remove(serial);
     emit StreamEnabled(serial, false);
+}
+
+// A stream loses its row when the row is removed, gets another number or changes its cameras.
+// Nobody could stop it then, and its port stays taken.
+void AppGui::stopOrphanedStreamers()
+{
+    const QMap<QString, VirtualCameraInfos> rows = window->editorRecords();
+    const QList<int> serials = streamers.keys();
+    for (const int serial : serials) {
+        const VirtualCameraInfos stream = streamRecords.value(serial);
+        const bool isShown =
+            std::any_of(rows.begin(), rows.end(), [&stream](const VirtualCameraInfos& row) {
+                return row.virtualSerialNumber == stream.virtualSerialNumber &&
+                       row.leftSerialNumber == stream.leftSerialNumber &&
+                       row.rightSerialNumber == stream.rightSerialNumber;
+            });
+        if (!isShown) {
+            stopStreamer(serial);
+        }
+    }
 }
 
 void AppGui::connectEyes(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record)

@@ -65,21 +65,25 @@ private:
         bool hdr = false;
     };
 
-    CaptureSettings currentSettings() const;
+    CaptureSettings currentSettings(const CaptureSettings& fallback) const;
+    CaptureSettings storedSettings() const { return {fps, width, height, hdr}; }
     void takeCamerasFromService();
     void connectWindow();
     void restartCameraDaemon();
     bool findCameras(std::vector<tq::DeviceProperties>& found, tq::MODEL& model);
-    void chooseGlobalSettings();
-    void openCamera(const tq::DeviceProperties& device, const CaptureSettings& wanted);
+    CaptureSettings chooseGlobalSettings();
+    int openCamera(const tq::DeviceProperties& device, const CaptureSettings& wanted);
     void reopenCamera(KTCamera* camera, tq::Resolution resolution, int fps, bool hdr);
+    void forgetDescription(int serial);
     void offerSerials(const QList<int>& serials);
     void connectPreview(const KTCamera* camera) const;
     void startStreamer(const VirtualCameraInfos& record);
     void stopStreamer(int serial);
+    void stopOrphanedStreamers();
     void refeedStreamers();
     void connectEyes(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record);
     bool canFeed(const VirtualCameraInfos& record) const;
+    void logClosedCameras(int virtualSerial) const;
     void releaseCameras();
     void releaseAll();
     void handOverToService();
@@ -94,4 +98,5 @@ private:
     int fps = 0;
     bool hdr = false;
     QMap<int, VirtualCameraInfos> streamRecords;  // by virtual serial, of the running streamers
+    CaptureSettings chosen;                       // last asked for, by a scan or the operator
 };

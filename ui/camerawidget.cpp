@@ -2,7 +2,6 @@
 // Preview panel of one camera, and the conversion of YUYV frames on the processor.
 #include "ui/camerawidget.h"
 
-#include <QColor>
 #include <QImage>
 #include <QMutexLocker>
 #include <QPixmap>
@@ -51,7 +50,8 @@ void convertPixel(int luma, int u, int v, std::uint8_t* rgba)
 }
 
 // Converts packed groups Y0 U Y1 V to RGBA. The last of an odd number of pixels has no V of its
-// own: it takes that of the group before, so that nothing beyond either buffer is touched.
+// own: it takes that of the group before. Deliberate: the group in full would be read and written
+// beyond the ends of both buffers.
 void convertYuyv(const std::uint8_t* yuyv, std::uint8_t* rgba, int pixelCount)
 {
     int v = kNeutralChroma;
@@ -78,8 +78,6 @@ CameraWidget::CameraWidget(QWidget* parent)
 
     view = std::make_unique<GLWidget>(ui->imageLabel);
     view->setForMono(true);
-    // The window's ground: the view is higher than its picture, and the rest is no part of that.
-    view->setClearColor(QColor(25, 25, 25));
     rgbaImage = std::make_unique<tq::Mat>();
     view->keepRatio(true);
     view->show();
@@ -153,6 +151,7 @@ void CameraWidget::applyStyle()
 
 void CameraWidget::resizeEvent(QResizeEvent* event)
 {
-    // The panel's full size, deliberately, although the view lies in the label below the texts.
+    // The panel's full size, deliberately, although the view lies in the label below the texts; and
+    // without the base class's handler, deliberately: it has nothing to add.
     view->setGeometry(0, 0, event->size().width(), event->size().height());
 }

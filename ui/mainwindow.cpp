@@ -69,6 +69,12 @@ void fillFromCamera(VirtualCameraInfos& record, const CameraInfos& camera)
     record.hdr = camera.hdr ? 1 : 0;
 }
 
+// Whether there is a camera that delivers pictures; one that did not reopen has no size.
+bool isOpen(const CameraWidget* panel)
+{
+    return panel != nullptr && panel->getInfos().width > 0 && panel->getInfos().height > 0;
+}
+
 bool sameSize(const CameraInfos& left, const CameraInfos& right)
 {
     return left.width == right.width && left.height == right.height;
@@ -335,17 +341,15 @@ void MainWindow::removeVirtualCamHandler(QString uuid_)
     if (editor == nullptr) {
         return;
     }
-    // Without its row nobody could stop the stream any more. While the row is still there, because
-    // the controller asks for its record.
-    if (editor->isStreaming()) {
-        emit disableStream(static_cast<uint64_t>(editor->shownSerial()));
-    }
-    editors.remove(uuid_);
-    loadedRecords.remove(uuid_);
     ui->scrollAreaWidgetContentsVerticalLayout->removeWidget(editor);
     // The editor's own button brought us here: it must outlive the click.
     editor->hide();
     editor->deleteLater();
+    editors.remove(uuid_);
+    loadedRecords.remove(uuid_);
+    if (rowRemoved) {
+        rowRemoved();
+    }
 }
 
 void MainWindow::updateSerialList(QStringList serials)
@@ -360,7 +364,7 @@ QMap<QString, VirtualCameraInfos> MainWindow::editorRecords() const
 {
     QMap<QString, VirtualCameraInfos> records;
     for (auto editor = editors.begin(); editor != editors.end(); ++editor) {
-        records.insert(editor.key(), editor.value()->getInfos());
+        records.insert(editor.key(), editor.value()->getCompleteInfos());
     }
     return records;
 }
@@ -378,10 +382,11 @@ QList<VirtualCameraInfos> MainWindow::getVirtualCameras()
 {
     QList<VirtualCameraInfos> records;
     for (auto editor = editors.begin(); editor != editors.end(); ++editor) {
-        VirtualCameraInfos record = editor.value()->getInfos();
+        // Cameras that the row waits for are in it: a reload without them does not spoil the row.
+        VirtualCameraInfos record = editor.value()->getCompleteInfos();
         const CameraWidget* const left = panelOf(record.leftSerialNumber);
         const CameraWidget* const right = panelOf(record.rightSerialNumber);
-        if (left != nullptr && right != nullptr) {
+        if (isOpen(left) && isOpen(right)) {
             if (!sameSize(left->getInfos(), right->getInfos())) {
                 continue;
             }
@@ -405,6 +410,10 @@ void MainWindow::fillFromGlobalSettings(VirtualCameraInfos& record, const QStrin
     int width = loaded.width;
     int height = loaded.height;
     bool hdr = false;
+    // The frame-rate list may be blank; the cameras run with what was asked for.
+    for (const CameraWidget* const panel : qAsConst(cameraPanels)) {
+        fps = isOpen(panel) ? panel->getInfos().fps : fps;
+    }
     getCurrentSettings(fps, width, height, hdr);
     const bool isListed = ui->ResolutionComboBox->currentIndex() >= 0;
     record.imu = loaded.imu;
@@ -539,20 +548,34 @@ void MainWindow::updateCameraFrame(int serial, tq::Mat frame)
     // The lookups create what is missing, also for a serial that has no panel. Deliberate.
     CameraWidget* const panel = cameraPanels[key];
     qint64& lastPreview = lastPreviewTimes[key];
-    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const qint64 now = currentTimeMs();
     if (panel == nullptr || frame.getPtr<unsigned char>(sdk::kHostMemory) == nullptr) {
         return;
     }
     const CameraInfos& camera = panel->getInfos();
     if (frame.getWidth() != static_cast<std::size_t>(camera.width) ||
-        frame.getHeight() != static_cast<std::size_t>(camera.height) ||
-        now - lastPreview < kPreviewIntervalMs || !drawBudget.request(key, clock.nsecsElapsed())) {
+        frame.getHeight() != static_cast<std::size_t>(camera.height)) {
+        return;
+    }
+    // A clock that was set back would stop the preview until it has caught up.
+    const qint64 elapsed = now - lastPreview;
+    if (elapsed >= 0 && elapsed < kPreviewIntervalMs) {
+        return;
+    }
+    // One more reason to drop a frame, deliberate: where drawing is slower than the frames come,
+    // the interval alone would leave the window no time for input.
+    if (!drawBudget.request(key, clock.nsecsElapsed())) {
         return;
     }
     const qint64 start = clock.nsecsElapsed();
     drawPreview(*panel, frame);
     drawBudget.drawn(key, start, clock.nsecsElapsed());
     lastPreview = now;
+}
+
+qint64 MainWindow::currentTimeMs() const
+{
+    return QDateTime::currentMSecsSinceEpoch();
 }
 
 void MainWindow::drawPreview(CameraWidget& panel, const tq::Mat& frame)

@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "capture/Camera.h"
@@ -53,8 +54,8 @@ public:
     void addVirtualCamHandlerFromConfig(VirtualCameraInfos info);
 
     /// The records of all rows, in the order of the rows' identities. Size, frame rate, IMU and HDR
-    /// come from the left camera; where a camera is absent the global settings fill them. A pair
-    /// whose cameras differ in size is left out.
+    /// come from the left camera; where a camera is absent or not open the global settings fill
+    /// them. A pair whose cameras differ in size is left out.
     QList<VirtualCameraInfos> getVirtualCameras();
 
     /// The record of the first row with this virtual serial that can be streamed: both cameras are
@@ -73,12 +74,15 @@ public:
     /// A new identity for an editor: a random UUID in braces that no editor has.
     QString generateUniqueID();
 
-    /// What each row says, by the row's identity.
+    /// What each row says, by the row's identity; with the cameras that it waits for.
     QMap<QString, VirtualCameraInfos> editorRecords() const;
 
     /// Gives rows their cameras back without signals, checks or boxes. A camera that is not in the
-    /// serial list is not chosen.
+    /// serial list is not chosen; the row waits for it.
     void restoreSerialChoices(const QMap<QString, VirtualCameraInfos>& records);
+
+    /// What to call after a row was removed, when its record is gone.
+    void onRowRemoved(std::function<void()> function) { rowRemoved = std::move(function); }
 
     /// Where the window says what it waits for.
     QLabel* waitLabel() const;
@@ -134,11 +138,16 @@ protected:
     /// A candidate for generateUniqueID().
     virtual QString makeIdentity() const;
 
+    /// Connects a new row. False when one of its stream signals could not be connected.
+    virtual bool connectEditor(VirtualCamHandler* editor);
+
+    /// The system's clock, milliseconds.
+    virtual qint64 currentTimeMs() const;
+
 private:
     void connectControls();
     void arrangePanels();
     VirtualCamHandler* createEditor(const QString& identity, const QStringList& serials);
-    bool connectEditor(VirtualCamHandler* editor);
     void insertEditor(const QString& identity, VirtualCamHandler* editor, int position);
     CameraWidget* panelOf(std::uint64_t serial) const;
     void fillFromGlobalSettings(VirtualCameraInfos& record, const QString& identity);
@@ -150,6 +159,7 @@ private:
     QMap<QString, VirtualCamHandler*> editors;  // by identity: walks follow the keys, not the rows
     QStringList serialList;
     QMap<QString, VirtualCameraInfos> loadedRecords;  // by identity, of rows from the configuration
+    std::function<void()> rowRemoved;
     DrawBudget drawBudget;
     QElapsedTimer clock;
 };

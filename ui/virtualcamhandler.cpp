@@ -6,10 +6,13 @@
 #include <QDebug>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QSignalBlocker>
 #include <QSize>
+#include <QStyle>
 #include <QVariant>
 #include <random>
+#include <utility>
 
 #include "capture/Camera.h"
 #include "ui/style.h"
@@ -23,6 +26,7 @@ constexpr unsigned int kFirstPort = 34000;
 constexpr unsigned int kPortStep = 10;
 constexpr int kFamilyDigits = 2;
 constexpr int kStreamButtonColumn = 1;
+constexpr char kWaitingProperty[] = "waiting";
 constexpr char kIdleText[] = "Stream";
 constexpr char kActiveText[] = "Streaming...";
 constexpr std::uint64_t kFirstVirtualSerial = 100000001;
@@ -36,6 +40,15 @@ using VirtualSerialEngine =
 }  // namespace
 
 VirtualCamHandler::VirtualCamHandler(QString identity, QWidget* parent)
+    : VirtualCamHandler(
+          std::move(identity), parent, [](VirtualCamHandler& editor, QPushButton* button) -> bool {
+              return connect(button, SIGNAL(clicked()), &editor, SLOT(requestStreamTest()));
+          })
+{
+}
+
+VirtualCamHandler::VirtualCamHandler(QString identity, QWidget* parent,
+                                     const StreamConnector& connectStream)
     : QWidget(parent), ui(std::make_unique<Ui_Form>()), uuid(std::move(identity))
 {
     // The signal's type by the name under which it is declared, for queued connections and spies.
@@ -44,7 +57,7 @@ VirtualCamHandler::VirtualCamHandler(QString identity, QWidget* parent)
     setAttribute(Qt::WA_StyledBackground);
     connect(ui->RemoveButton, SIGNAL(clicked()), this, SLOT(triggerRemove()));
     connect(ui->VirtualSNGenerateButton, SIGNAL(clicked()), this, SLOT(generateVirtualSN()));
-    if (!connect(ui->TestButton, SIGNAL(clicked()), this, SLOT(requestStreamTest()))) {
+    if (!connectStream(*this, ui->TestButton)) {
         qDebug() << "Failed to connect streaming signal.";
     }
     connect(
@@ -54,10 +67,6 @@ VirtualCamHandler::VirtualCamHandler(QString identity, QWidget* parent)
         ui->RightSensorSNChoice, &QComboBox::currentTextChanged, ui->RightSensorSNChoice,
         [this](const QString& text) { SensorSNChanged(kRight, text); }, Qt::DirectConnection);
     ui->resolutionComboBox->hide();
-    // The title stays in the row; without its list it is shown as what it is, out of use here.
-    ui->resolutionTitle->setEnabled(false);
-    ui->resolutionTitle->setToolTip(
-        tr("One resolution for all cameras is chosen at the top of the window."));
     style = std::make_unique<Style>();
     applyStyle();
 }
@@ -93,6 +102,8 @@ void VirtualCamHandler::updateSerials(QStringList serials)
         choice->addItems(serials);
         choice->setCurrentIndex(-1);
     }
+    waitForCamera(kLeft, 0);
+    waitForCamera(kRight, 0);
 }
 
 void VirtualCamHandler::updatePort(unsigned int index)
@@ -120,12 +131,31 @@ void VirtualCamHandler::setSerial(int side, unsigned int serial)
 
 void VirtualCamHandler::restoreChoices(std::uint64_t leftSerial, std::uint64_t rightSerial)
 {
-    const QSignalBlocker leftBlocker(ui->LeftSensorSNChoice);
-    const QSignalBlocker rightBlocker(ui->RightSensorSNChoice);
-    ui->LeftSensorSNChoice->setCurrentIndex(
-        ui->LeftSensorSNChoice->findText(QString::number(leftSerial)));
-    ui->RightSensorSNChoice->setCurrentIndex(
-        ui->RightSensorSNChoice->findText(QString::number(rightSerial)));
+    for (const auto& [side, serial] :
+         {std::pair(kLeft, leftSerial), std::pair(kRight, rightSerial)}) {
+        QComboBox* const choice = serialChoice(side);
+        const QSignalBlocker blocker(choice);
+        choice->setCurrentIndex(choice->findText(QString::number(serial)));
+        waitForCamera(side, choice->currentIndex() < 0 ? serial : 0);
+    }
+}
+
+void VirtualCamHandler::waitForCamera(int side, std::uint64_t serial)
+{
+    awaited.at(static_cast<std::size_t>(side)) = serial;
+    QComboBox* const choice = serialChoice(side);
+    {
+        // Without a placeholder the toolkit selects the first entry where none is selected.
+        const QSignalBlocker blocker(choice);
+        const int index = choice->currentIndex();
+        choice->setPlaceholderText(serial == 0 ? QString() : QString::number(serial));
+        choice->setCurrentIndex(index);
+    }
+    if (choice->property(kWaitingProperty).toBool() != (serial != 0)) {
+        choice->setProperty(kWaitingProperty, serial != 0);
+        choice->style()->unpolish(choice);  // rules by property are looked up once
+        choice->style()->polish(choice);
+    }
 }
 
 VirtualCameraInfos VirtualCamHandler::getInfos() const
@@ -135,6 +165,18 @@ VirtualCameraInfos VirtualCamHandler::getInfos() const
     infos.leftSerialNumber = ui->LeftSensorSNChoice->currentText().toULongLong();
     infos.rightSerialNumber = ui->RightSensorSNChoice->currentText().toULongLong();
     infos.port = static_cast<std::uint32_t>(ui->RTPPortChoice->value());
+    return infos;
+}
+
+VirtualCameraInfos VirtualCamHandler::getCompleteInfos() const
+{
+    VirtualCameraInfos infos = getInfos();
+    if (infos.leftSerialNumber == 0) {
+        infos.leftSerialNumber = awaited.at(kLeft);
+    }
+    if (infos.rightSerialNumber == 0) {
+        infos.rightSerialNumber = awaited.at(kRight);
+    }
     return infos;
 }
 
@@ -185,7 +227,6 @@ void VirtualCamHandler::alignStreamButton()
 
 void VirtualCamHandler::UpdateStreamingStatus(bool enable)
 {
-    streaming = enable;
     ui->TestButton->setStyleSheet(enable ? style->streamButtonActive : style->streamButtonIdle);
     ui->TestButton->setText(enable ? tr(kActiveText) : tr(kIdleText));
     ui->TestButton->setToolTip(enable ? tr("Stop the streaming of the virtual camera.")
@@ -217,6 +258,9 @@ void VirtualCamHandler::SensorSNChanged(int side, QString text)
 {
     if (text.isEmpty()) {
         return;
+    }
+    if (serialChoice(side) != nullptr) {
+        waitForCamera(side, 0);  // the operator chose another one
     }
     emit disableStream(virtualSerial);
     UpdateStreamingStatus(false);

@@ -6,7 +6,9 @@
 #include <QString>
 #include <QStringList>
 #include <QWidget>
+#include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "capture/VirtualCameraInfos.h"
@@ -14,6 +16,7 @@
 
 QT_BEGIN_NAMESPACE
 class QComboBox;
+class QPushButton;
 QT_END_NAMESPACE
 class Style;
 class Ui_Form;
@@ -52,19 +55,20 @@ public:
     /// @param serial physical serial number; one that is not offered leaves the choice as it is
     void setSerial(int side, unsigned int serial);
 
-    /// Chooses both cameras without a signal, a check or a box; one that is not offered leaves its
-    /// side empty.
+    /// Chooses both cameras without a signal, a check or a box. One that is not offered leaves its
+    /// side empty, and the row waits for it: its serial stands dimmed in the empty list until a
+    /// camera is chosen there or the serials are offered anew.
     void restoreChoices(std::uint64_t leftSerial, std::uint64_t rightSerial);
 
     /// What the row says; texts that are no number read as 0, and nothing is validated. Size, frame
     /// rate and flags are 0.
     VirtualCameraInfos getInfos() const;
 
+    /// The same, with the cameras that the row waits for on sides where none is chosen.
+    VirtualCameraInfos getCompleteInfos() const;
+
     /// The number in the serial field as a decimal int, 0 when it is none.
     int shownSerial() const;
-
-    /// Whether the stream button shows a running stream.
-    bool isStreaming() const { return streaming; }
 
     /// Puts the stream button back to idle and unchecked.
     void resetStreamButton();
@@ -101,8 +105,16 @@ public slots:
     /// all cameras is chosen in the window's header, and the list stays hidden.
     void onResolutionChanged(QString text);
 
+protected:
+    /// Connects the stream button to requestStreamTest().
+    /// @return whether that succeeded
+    using StreamConnector = std::function<bool(VirtualCamHandler&, QPushButton*)>;
+
+    VirtualCamHandler(QString uuid, QWidget* parent, const StreamConnector& connectStream);
+
 private:
     void alignStreamButton();
+    void waitForCamera(int side, std::uint64_t serial);
     QComboBox* serialChoice(int side) const;
     void refuseChoice(int side, const QString& text);
 
@@ -111,6 +123,6 @@ private:
     // Set by generateVirtualSN() alone: it stays 0 in a row loaded from the configuration, and
     // disableStream carries it rather than the text shown. Deliberate.
     std::uint64_t virtualSerial = 0;
-    bool streaming = false;
     std::unique_ptr<Style> style;
+    std::array<std::uint64_t, 2> awaited{};  // absent cameras, left and right; 0 none
 };

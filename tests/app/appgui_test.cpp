@@ -17,9 +17,13 @@
 #include <QSpinBox>
 #include <QTemporaryDir>
 #include <QTest>
+#include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <iostream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/sandbox/sandbox.h"
@@ -70,6 +74,52 @@ void detach(int id, int serial)
     setup.state = tq::DeviceState::NOT_AVAILABLE;
     sdkfake::changeCamera(setup);
 }
+
+// From the next enumeration on the camera is there.
+void attach(int id, int serial)
+{
+    sdkfake::CameraSetup setup;
+    setup.id = id;
+    setup.serial = serial;
+    sdkfake::changeCamera(setup);
+}
+
+// Does something once when a message comes that begins with a text.
+class MessageActions {
+public:
+    MessageActions(QString prefix, std::function<void()> function)
+    {
+        awaited() = std::move(prefix);
+        action() = std::move(function);
+        former() = qInstallMessageHandler(
+            [](QtMsgType type, const QMessageLogContext& context, const QString& text) {
+                if (action() && text.startsWith(awaited())) {
+                    std::exchange(action(), nullptr)();
+                }
+                former()(type, context, text);
+            });
+    }
+    ~MessageActions() { qInstallMessageHandler(former()); }
+    MessageActions(const MessageActions&) = delete;
+    MessageActions& operator=(const MessageActions&) = delete;
+
+private:
+    static QString& awaited()
+    {
+        static QString text;
+        return text;
+    }
+    static std::function<void()>& action()
+    {
+        static std::function<void()> function;
+        return function;
+    }
+    static QtMessageHandler& former()
+    {
+        static QtMessageHandler handler;
+        return handler;
+    }
+};
 
 QByteArray member(int virtualSerial, int left, int right, const QByteArray& size, int port = 34000)
 {
@@ -182,12 +232,17 @@ private slots:
     void waitsAreShown();
     void settingsOfTheLastRun();
     void settingsOfTheConfiguration();
+    void settingsThatTheListsCannotShow();
     void noCamera();
     void settingsSurviveARunWithoutCameras();
     void mixedModels();
     void camerasThatDoNotCount();
     void loadedRows();
+    void serialThatTheCameraTells();
     void reloadKeepsChoices();
+    void choicesComeBackWithALaterReload();
+    void anotherChoiceIsNotUndoneByAReload();
+    void absentCamerasAreSaved();
     void reloadKeepsFedStreams();
     void reloadThatChangesSettingsStopsStreams();
 
@@ -197,11 +252,16 @@ private slots:
     void sameCameraTwice();
     void senderThatDoesNotOpen();
     void lateReportOfAStoppedStream();
+    void removingTheRowStopsItsStream();
+    void removingOneOfTwoEqualRowsStopsNothing();
+    void renumberedStreamGivesItsPortBack();
+    void changedPairStopsItsStream();
 
     void changingTheResolution();
     void changingTheResolutionStopsStreamsWithoutARow();
     void changingThePairsResolution();
     void cameraThatDoesNotReopen();
+    void savingWithACameraThatDidNotReopen();
 
     void saving();
     void savingTwoRowsWithOneSerial();
@@ -389,6 +449,35 @@ void AppGuiTest::settingsOfTheConfiguration()
     QCOMPARE(desktop.part<QComboBox>("FPSComboBox")->currentText(), QStringLiteral("60 frames/s"));
 }
 
+void AppGuiTest::settingsThatTheListsCannotShow()
+{
+    addCamera(0, 31000001, sdk::kSoloUhd);
+    addCamera(1, 31000002, sdk::kSoloUhd);
+    sandbox::writeFile(kConfig, '{' +
+                                    member(kVirtual, 31000001, 31000002,
+                                           "\"Width\":1920,\"Height\":1200,\"FPS\":30,\"HDR\":1") +
+                                    "}\n");
+    {
+        const Desktop desktop;
+        // 30 is the third of three rates before the size is selected, and there is one afterwards.
+        QCOMPARE(desktop.part<QComboBox>("FPSComboBox")->currentIndex(), -1);
+        QCOMPARE(
+            record().filter("setUp"),
+            (QStringList{
+                "LiveCameraGrabber#1.setUp(0, 1920, 1200, 30, 2, false, 2, false, true) = 0",
+                "LiveCameraGrabber#2.setUp(1, 1920, 1200, 30, 2, false, 2, false, true) = 0"}));
+        clearRecord();
+        emit desktop.window->resolutionChanged({31000001}, 1920, 1200, true);
+        QVERIFY(record().contains(
+            "LiveCameraGrabber#1.setUp(0, 1920, 1200, 30, 2, false, 2, false, true) = 0"));
+    }
+    const QSettings store(QStringLiteral("Vellmark"), QStringLiteral("Vistrel"));
+    QCOMPARE(store.value("input/width").toInt(), 1920);
+    QCOMPARE(store.value("input/height").toInt(), 1200);
+    QCOMPARE(store.value("input/fps").toInt(), 30);
+    QCOMPARE(store.value("input/hdr_mode").toInt(), 1);
+}
+
 void AppGuiTest::noCamera()
 {
     const MessageLog log;
@@ -434,9 +523,14 @@ void AppGuiTest::mixedModels()
         "Incompatible camera model: KOR T Solo UHD instead of KOR T Solo GS. You cannot use "
         "different models at the same time with this version.");
     MessageBoxes boxes;
+    boxes.onBox([] { std::cout << "still open" << std::endl; });
     StandardOutput output;
     const Desktop desktop;
-    QVERIFY(output.finish().contains('\n' + text.toLocal8Bit() + '\n'));
+    const QByteArray printed = output.finish();
+    QVERIFY(printed.contains('\n' + text.toLocal8Bit() + '\n'));
+    // Only once the box is closed.
+    QVERIFY(printed.contains("still open"));
+    QVERIFY(printed.indexOf("still open") < printed.indexOf(text.toLocal8Bit()));
     QCOMPARE(boxes.seen.size(), 1);
     QCOMPARE(boxes.seen.first().title, QStringLiteral("Information"));
     QCOMPARE(boxes.seen.first().text, text);
@@ -522,6 +616,25 @@ void AppGuiTest::loadedRows()
     QVERIFY(sdkfake::senders().empty());  // nothing streams until it is asked for
 }
 
+// The number that the camera tells once it is open counts, not the one that was enumerated.
+void AppGuiTest::serialThatTheCameraTells()
+{
+    addCamera(0, kLeft);
+    addCamera(1, kRight);
+    const MessageActions actions(QStringLiteral("[KORVistrel] Found"), [] {
+        sdkfake::CameraSetup unplugged;
+        unplugged.id = 7;
+        unplugged.serial = kRight;
+        sdkfake::changeCamera(unplugged);
+        addCamera(1, kThird);
+    });
+    Desktop desktop;
+    desktop.part<QPushButton>("addVCamButton")->click();
+    const QComboBox* const choice = desktop.choice(0, "LeftSensorSNChoice");
+    QCOMPARE(choice->count(), 2);
+    QCOMPARE(choice->itemText(1), QString::number(kThird));
+}
+
 void AppGuiTest::reloadKeepsChoices()
 {
     addTwoCameras();
@@ -546,9 +659,67 @@ void AppGuiTest::reloadKeepsChoices()
     QCOMPARE(boxes.seen.size(), 0);
     // The settings of the last run are selected anew, which stops by the shown numbers; the choices
     // themselves stop nothing.
-    for (const QVariantList& arguments : disabled) {
-        QVERIFY(arguments.first().toInt() == kVirtual || arguments.first().toInt() == kVirtual + 1);
-    }
+    QCOMPARE(disabled.count(), 2);
+    QList<int> stopped{disabled.at(0).first().toInt(), disabled.at(1).first().toInt()};
+    std::sort(stopped.begin(), stopped.end());  // rows are visited by their random keys
+    QCOMPARE(stopped, (QList<int>{kVirtual, kVirtual + 1}));
+}
+
+void AppGuiTest::choicesComeBackWithALaterReload()
+{
+    addTwoCameras();
+    MessageBoxes boxes;
+    Desktop desktop;
+    desktop.addRow(kVirtual, kLeft, kRight);
+    detach(0, kLeft);
+    detach(1, kRight);
+    desktop.part<QPushButton>("ReloadCamButton")->click();
+    QCOMPARE(desktop.rows().at(0)->getInfos().leftSerialNumber, std::uint64_t(0));
+    QCOMPARE(desktop.rows().at(0)->getInfos().rightSerialNumber, std::uint64_t(0));
+    desktop.part<QPushButton>("ReloadCamButton")->click();  // and once more without
+    attach(1, kRight);
+    desktop.part<QPushButton>("ReloadCamButton")->click();
+    QCOMPARE(desktop.rows().at(0)->getInfos().leftSerialNumber, std::uint64_t(0));
+    QCOMPARE(desktop.rows().at(0)->getInfos().rightSerialNumber, std::uint64_t(kRight));
+    attach(0, kLeft);
+    desktop.part<QPushButton>("ReloadCamButton")->click();
+    QCOMPARE(desktop.rows().at(0)->getInfos().leftSerialNumber, std::uint64_t(kLeft));
+    QCOMPARE(desktop.rows().at(0)->getInfos().rightSerialNumber, std::uint64_t(kRight));
+    QCOMPARE(boxes.seen.size(), 0);
+}
+
+void AppGuiTest::anotherChoiceIsNotUndoneByAReload()
+{
+    addTwoCameras();
+    addCamera(2, kThird);
+    Desktop desktop;
+    VirtualCamHandler* const row = desktop.addRow(kVirtual, kLeft, kRight);
+    detach(1, kRight);
+    desktop.part<QPushButton>("ReloadCamButton")->click();
+    row->setSerial(1, kThird);
+    attach(1, kRight);
+    desktop.part<QPushButton>("ReloadCamButton")->click();
+    QCOMPARE(row->getInfos().leftSerialNumber, std::uint64_t(kLeft));
+    QCOMPARE(row->getInfos().rightSerialNumber, std::uint64_t(kThird));
+}
+
+void AppGuiTest::absentCamerasAreSaved()
+{
+    addTwoCameras();
+    const QByteArray size = "\"Width\":1920,\"Height\":1200,\"FPS\":15,\"HDR\":0";
+    sandbox::writeFile(kConfig, '{' + member(10, kLeft, kThird, size, 34110) + "}\n");
+    MessageBoxes boxes;
+    Desktop desktop;
+    desktop.addRow(9, kLeft, kRight);  // one of its cameras goes
+    detach(1, kRight);
+    desktop.part<QPushButton>("ReloadCamButton")->click();
+    QVERIFY(QFile::remove(kConfig));
+    desktop.part<QPushButton>("ApplyButton")->click();
+    QCOMPARE(written(),
+             QByteArray("{\"10\":{\"FPS\":15,\"HDR\":0,\"Height\":1200,\"IMU\":true,"
+                        "\"Left\":30123456,\"Port\":34110,\"Right\":30123458,\"Width\":1920},"
+                        "\"9\":{\"FPS\":15,\"HDR\":0,\"Height\":1200,\"IMU\":true,"
+                        "\"Left\":30123456,\"Port\":34010,\"Right\":30123457,\"Width\":1920}}\n"));
 }
 
 void AppGuiTest::reloadKeepsFedStreams()
@@ -729,6 +900,79 @@ void AppGuiTest::lateReportOfAStoppedStream()
     QVERIFY(!sdkfake::lastSender().closed);
 }
 
+void AppGuiTest::removingTheRowStopsItsStream()
+{
+    addTwoCameras();
+    Desktop desktop;
+    desktop.addRow(kVirtual, kLeft, kRight);
+    desktop.streamButton()->click();
+    desktop.streams.clear();
+    desktop.rows().first()->triggerRemove();
+    QCOMPARE(desktop.rows().size(), 0);
+    QCOMPARE(desktop.streams.count(), 1);
+    QCOMPARE(desktop.streams.first(), (QVariantList{kVirtual, false}));
+    QVERIFY(sdkfake::lastSender().destroyed);
+}
+
+void AppGuiTest::removingOneOfTwoEqualRowsStopsNothing()
+{
+    addTwoCameras();
+    Desktop desktop;
+    desktop.addRow(kVirtual, kLeft, kRight);
+    desktop.addRow(kVirtual, kLeft, kRight);
+    desktop.streamButton()->click();
+    desktop.rows().last()->triggerRemove();
+    QVERIFY(!sdkfake::lastSender().closed);
+    QCOMPARE(desktop.streamButton()->text(), QStringLiteral("Streaming..."));
+}
+
+void AppGuiTest::renumberedStreamGivesItsPortBack()
+{
+    addTwoCameras();
+    Desktop desktop;
+    VirtualCamHandler* const row = desktop.addRow(kVirtual, kLeft, kRight);
+    desktop.streamButton()->click();
+    row->setVirtualSN(kVirtual + 1);
+    QVERIFY(!sdkfake::lastSender().closed);  // the number alone stops nothing
+    desktop.streams.clear();
+    clearRecord();
+    desktop.streamButton()->click();
+    QCOMPARE(record().mid(0, 2), (QStringList{"UDPOutput#1.close()", "UDPOutput#1.~UDPOutput()"}));
+    QVERIFY(record().last().startsWith("UDPOutput#2.open("));
+    QCOMPARE(desktop.streams.count(), 2);
+    QCOMPARE(desktop.streams.first(), (QVariantList{kVirtual, false}));
+    QCOMPARE(desktop.streams.last(), (QVariantList{kVirtual + 1, true}));
+    // One that cannot be started instead leaves no row that claims to stream.
+    row->setVirtualSN(kVirtual + 2);
+    sdkfake::setSenderResult(21);
+    MessageBoxes boxes;
+    desktop.streamButton()->click();
+    QCOMPARE(boxes.seen.size(), 1);
+    QCOMPARE(desktop.streamButton()->text(), QStringLiteral("Stream"));
+}
+
+// A row from the configuration asks to stop the stream 0 when its cameras change.
+void AppGuiTest::changedPairStopsItsStream()
+{
+    addTwoCameras();
+    addCamera(2, kThird);
+    const QByteArray size = "\"Width\":1920,\"Height\":1200,\"FPS\":15,\"HDR\":0";
+    sandbox::writeFile(kConfig, '{' + member(kVirtual, kLeft, kRight, size) + "}\n");
+    Desktop desktop;
+    QSignalSpy disabled(desktop.window, &MainWindow::disableStream);
+    desktop.streamButton()->click();
+    desktop.streams.clear();
+    desktop.rows().first()->setSerial(1, kThird);
+    QCOMPARE(disabled.count(), 1);
+    QCOMPARE(disabled.first().first().toULongLong(), qulonglong(0));
+    QCOMPARE(desktop.streams.count(), 1);
+    QCOMPARE(desktop.streams.first(), (QVariantList{kVirtual, false}));
+    QVERIFY(sdkfake::lastSender().destroyed);
+    // The next press starts the new pair.
+    desktop.streamButton()->click();
+    QCOMPARE(desktop.streams.last(), (QVariantList{kVirtual, true}));
+}
+
 // ---- Resolution --------------------------------------------------------------------------------
 
 void AppGuiTest::changingTheResolution()
@@ -805,7 +1049,7 @@ void AppGuiTest::changingThePairsResolution()
 void AppGuiTest::cameraThatDoesNotReopen()
 {
     addTwoCameras();
-    const Desktop desktop;
+    Desktop desktop;
     sdkfake::CameraSetup broken;
     broken.id = 0;
     broken.serial = kLeft;
@@ -815,12 +1059,53 @@ void AppGuiTest::cameraThatDoesNotReopen()
     desktop.part<QPushButton>("ApplyResFPSButton")->click();
     QCOMPARE(log.debugMessages(QStringLiteral("[KORVistrel] Failed")),
              QStringList{"[KORVistrel] Failed  to reopen the camera ==> ErrCode= 5"});
+    // It no longer claims to deliver what it did before, and is not streamed.
+    QCOMPARE(desktop.part<QLabel>("resolutionLabel")->text(),
+             QStringLiteral("Resolution: 0x0: 0FPS"));
+    QCOMPARE(desktop.part<QLabel>("cameraTitle")->text(),
+             QStringLiteral("Camera 0 | Serial Number 30123456"));
+    desktop.addRow(kVirtual, kLeft, kRight);
+    desktop.streamButton()->click();
+    QVERIFY(sdkfake::senders().empty());
+    QCOMPARE(log.debugMessages(QStringLiteral("[KORVistrel] Camera")),
+             QStringList{"[KORVistrel] Camera S/N 30123456 is not open"});
+    QCOMPARE(desktop.streamButton()->text(), QStringLiteral("Stream"));
     // It is kept and tried again at the next change.
     broken.setUpResult = 0;
     sdkfake::changeCamera(broken);
     clearRecord();
     desktop.part<QPushButton>("ApplyResFPSButton")->click();
     QCOMPARE(record().filter("setUp").size(), 2);
+    QCOMPARE(desktop.part<QLabel>("resolutionLabel")->text(),
+             QStringLiteral("Resolution: 1920x1200: 30FPS"));
+    desktop.streamButton()->click();
+    QCOMPARE(sdkfake::senders().size(), std::size_t(1));
+}
+
+void AppGuiTest::savingWithACameraThatDidNotReopen()
+{
+    addTwoCameras();
+    MessageBoxes boxes;
+    Desktop desktop;
+    desktop.addRow(kVirtual, kLeft, kRight);
+    for (const int id : {0, 1}) {
+        sdkfake::CameraSetup broken;
+        broken.id = id;
+        broken.serial = kLeft + id;
+        broken.setUpResult = 5;
+        sdkfake::changeCamera(broken);
+        desktop.part<QPushButton>("ApplyResFPSButton")->click();
+        desktop.part<QPushButton>("ApplyButton")->click();
+        QCOMPARE(written(),
+                 QByteArray("{\"101234567\":{\"FPS\":30,\"HDR\":0,\"Height\":1200,\"IMU\":true,"
+                            "\"Left\":30123456,\"Port\":34000,\"Right\":30123457,\"Width\":1920}}"
+                            "\n"));
+    }
+    // Two closed cameras are not streamed either.
+    const MessageLog log;
+    desktop.streamButton()->click();
+    QVERIFY(sdkfake::senders().empty());
+    QCOMPARE(log.debugMessages(QStringLiteral("[KORVistrel] Camera")).size(), 2);
 }
 
 // ---- Saving ------------------------------------------------------------------------------------

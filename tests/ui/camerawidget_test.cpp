@@ -288,6 +288,25 @@ private slots:
                         qRgb(170, 170, 170)) <= 1);
     }
 
+    void groundBesideThePictureIsBlack()
+    {
+        CameraWidget panel(nullptr);
+        QCOMPARE(GLWidgetInspector::clearColor(CameraWidgetInspector::view(panel)),
+                 QColor(Qt::black));
+        panel.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&panel));
+        GLWidget& view = CameraWidgetInspector::view(panel);
+        for (int i = 0; i < 2; ++i) {  // the renderer may learn the window's size late
+            panel.updateImageGL(mat(viewtest::plainFrame(64, 36, 170, 128, 128).bytes, 64, 36));
+        }
+        // The view is higher than its picture: the bar ends where the picture begins.
+        const auto scale = static_cast<int>(panel.devicePixelRatioF());
+        const double top = GLWidgetInspector::displayRectangle(view).y() / scale;
+        QVERIFY(top > 4);
+        const QPoint inBar(view.rect().center().x(), static_cast<int>(top / 2));
+        QTRY_COMPARE(viewtest::grabbed(view).pixel(inBar * scale) | 0xFF000000, qRgb(0, 0, 0));
+    }
+
     // A change of size clears the display before the frame, under the view's mutex.
     void changeOfSizeClearsUnderTheMutex()
     {

@@ -4,6 +4,7 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDateTime>
 #include <QGridLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -20,6 +21,7 @@
 #include "tests/support/messagelog.h"
 #include "tests/ui/messageboxes.h"
 #include "tests/ui/metaobjects.h"
+#include "tests/ui/widgetfonts.h"
 #include "ui/camerawidget.h"
 #include "ui/style.h"
 #include "ui/virtualcamhandler.h"
@@ -36,6 +38,8 @@ class Window : public MainWindow {
 public:
     QStringList drawn;
     mutable QStringList identities;
+    qint64 timeMs = 1'000'000;
+    bool connects = true;
 
     template <typename Widget>
     Widget* part(const char* name) const
@@ -62,6 +66,11 @@ protected:
     QString makeIdentity() const override
     {
         return identities.isEmpty() ? MainWindow::makeIdentity() : identities.takeFirst();
+    }
+    qint64 currentTimeMs() const override { return timeMs; }
+    bool connectEditor(VirtualCamHandler* editor) override
+    {
+        return connects && MainWindow::connectEditor(editor);
     }
 };
 
@@ -169,16 +178,19 @@ private slots:
     void rowFromConfigurationOffersAbsentCameras();
     void rowFromConfigurationWithOneCameraTwice();
     void rowsForwardTheirSignals();
+    void rowsThatCannotBeConnected();
     void rowIsRemovedByItsButton();
-    void removingARowStopsItsStream();
+    void removingARowIsTold();
     void unknownRowIsNotRemoved();
     void serialListClearsChoices();
     void choicesAreRestoredSilently();
+    void awaitedCamerasStayInTheRecords();
     void recordsComeInTheOrderOfTheKeys();
     void recordsTakeTheLeftCamerasSettings();
     void recordsOfDifferentSizesAreLeftOut();
     void recordsWithoutCamerasTakeTheGlobalSettings();
     void recordsWithoutAnythingKeepWhatWasLoaded();
+    void recordsWithABlankFrameRateTakeThatOfTheCameras();
     void recordToStream();
     void recordToStreamNeedsBothCameras_data();
     void recordToStreamNeedsBothCameras();
@@ -187,8 +199,10 @@ private slots:
     void pairsResolution();
 
     void panelPerCamera();
+    void clockIsTheSystems();
     void removedCameraIsForgotten();
     void framesAreGatedPerCamera();
+    void previewGoesOnWhenTheClockIsSetBack();
     void framesThatAreDropped_data();
     void framesThatAreDropped();
     void unknownSerialIsRemembered();
@@ -335,13 +349,15 @@ void MainWindowTest::stylesByRole()
     const Window window;
     const Style style;
     QCOMPARE(window.styleSheet(), style.mainWindow);
+    QVERIFY(hasFont(window.part<QWidget>("noCameraLabel"), style.fontText));
     for (const char* const name : {"ResolutionComboBox", "FPSComboBox"}) {
         QCOMPARE(window.part<QWidget>(name)->styleSheet(), style.comboBox);
-        QCOMPARE(window.part<QWidget>(name)->font().pointSize(), style.fontText.pointSize());
+        QVERIFY2(hasFont(window.part<QWidget>(name), style.fontText), name);
     }
     for (const char* const name : {"ReloadCamButton", "ApplyResFPSButton", "addVCamButton",
                                    "loadVCamButton", "ApplyButton"}) {
         QCOMPARE(window.part<QWidget>(name)->styleSheet(), style.pushButton);
+        QVERIFY2(hasFont(window.part<QWidget>(name), style.fontButton), name);
     }
     for (const char* const name : {"camerasWidgetsScrollArea", "scrollArea"}) {
         const auto* const area = window.part<QScrollArea>(name);
@@ -747,6 +763,24 @@ void MainWindowTest::rowsForwardTheirSignals()
     QCOMPARE(resolution.last().mid(1), (QVariantList{3, 4, true}));
 }
 
+void MainWindowTest::rowsThatCannotBeConnected()
+{
+    Window window;
+    window.connects = false;
+    {
+        const MessageLog log;
+        window.addVirtualCamHandler();
+        QCOMPARE(log.debugMessages(QString()), QStringList{"FAILED TO CONNECT STREAM SIGNAL"});
+    }
+    const MessageLog log;
+    window.addVirtualCamHandlerFromConfig(record(101234567, 0, 0));
+    // Three N, deliberately.
+    QCOMPARE(log.debugMessages(QString()), QStringList{"FAILED TO CONNNECT STREAM SIGNAL"});
+    QCOMPARE(window.rows().size(), 2);  // the rows are kept
+    QCOMPARE(window.getVirtualCameras().size(), 2);
+    QVERIFY(!window.signalsBlocked());
+}
+
 void MainWindowTest::rowIsRemovedByItsButton()
 {
     Window window;
@@ -762,20 +796,22 @@ void MainWindowTest::rowIsRemovedByItsButton()
     QCOMPARE(rowPart<QSpinBox>(window.rows().last(), "RTPPortChoice")->value(), 34010);
 }
 
-void MainWindowTest::removingARowStopsItsStream()
+void MainWindowTest::removingARowIsTold()
 {
     Window window;
+    window.addVirtualCamHandler();
+    window.addVirtualCamHandler();
+    QList<int> rowsWhenTold;
+    window.onRowRemoved([&] { rowsWhenTold.append(window.editorRecords().size()); });
     QSignalSpy disabled(&window, SIGNAL(disableStream(uint64_t)));
-    for (const bool streams : {false, true}) {
-        window.addVirtualCamHandler();
-        VirtualCamHandler* const row = window.rows().first();
-        row->setVirtualSN(101234567);
-        row->UpdateStreamingStatus(streams);
-        row->triggerRemove();
-        QCOMPARE(window.rows().size(), 0);
-        QCOMPARE(disabled.count(), streams ? 1 : 0);
-    }
-    QCOMPARE(disabled.first().first().toULongLong(), qulonglong(101234567));
+    VirtualCamHandler* const row = window.rows().first();
+    row->setVirtualSN(101234567);
+    row->UpdateStreamingStatus(true);
+    row->triggerRemove();
+    QCOMPARE(rowsWhenTold, QList<int>{1});
+    QCOMPARE(disabled.count(), 0);  // stopping its stream is up to who was told
+    window.removeVirtualCamHandler(QStringLiteral("{unknown}"));
+    QCOMPARE(rowsWhenTold.size(), 1);
 }
 
 void MainWindowTest::unknownRowIsNotRemoved()
@@ -814,6 +850,25 @@ void MainWindowTest::choicesAreRestoredSilently()
     QCOMPARE(window.rows().at(1)->getInfos().rightSerialNumber, std::uint64_t(0));
     QCOMPARE(disabled.count(), 0);
     QCOMPARE(boxes.seen.size(), 0);
+}
+
+void MainWindowTest::awaitedCamerasStayInTheRecords()
+{
+    Window window;
+    window.updateSerialList(kSerials);
+    window.addVirtualCamHandlerFromConfig(record(101234567));
+    const QMap<QString, VirtualCameraInfos> former = window.editorRecords();
+    window.updateSerialList({});
+    QCOMPARE(window.getVirtualCameras().first().leftSerialNumber, std::uint64_t(0));
+    window.restoreSerialChoices(former);
+    QCOMPARE(window.rows().first()->getInfos().leftSerialNumber, std::uint64_t(0));
+    QCOMPARE(window.getVirtualCameras().first().leftSerialNumber, std::uint64_t(kLeftCamera));
+    QCOMPARE(window.getVirtualCameras().first().rightSerialNumber, std::uint64_t(kRightCamera));
+    QCOMPARE(window.editorRecords().first().leftSerialNumber, std::uint64_t(kLeftCamera));
+    // It cannot be streamed, not even when the panels are there already.
+    attach(window, camera(kLeftCamera));
+    attach(window, camera(kRightCamera));
+    QCOMPARE(window.getVirtualCameraInfo(101234567).virtualSerialNumber, std::uint64_t(0));
 }
 
 void MainWindowTest::recordsComeInTheOrderOfTheKeys()
@@ -900,6 +955,21 @@ void MainWindowTest::recordsWithoutAnythingKeepWhatWasLoaded()
     QCOMPARE(infos.fps, 60);
     QCOMPARE(infos.hdr, 1);
     QCOMPARE(infos.imu, true);
+}
+
+void MainWindowTest::recordsWithABlankFrameRateTakeThatOfTheCameras()
+{
+    Window window;
+    CameraInfos left = camera(kLeftCamera);
+    left.fps = 25;
+    attach(window, left);
+    window.setGlobalCameraConfigurationContent(sdk::kSoloUhd);
+    window.part<QComboBox>("FPSComboBox")->setCurrentIndex(-1);
+    window.updateSerialList(kSerials);
+    window.addVirtualCamHandlerFromConfig(record(101234567));  // with 60
+    QCOMPARE(window.getVirtualCameras().first().fps, 25);
+    window.removeCameraWidget(kLeftCamera);
+    QCOMPARE(window.getVirtualCameras().first().fps, 60);
 }
 
 void MainWindowTest::recordToStream()
@@ -1029,6 +1099,18 @@ void MainWindowTest::panelPerCamera()
              QStringLiteral("Resolution: 1920x1200: 30FPS"));
 }
 
+void MainWindowTest::clockIsTheSystems()
+{
+    class Clock : public MainWindow {
+    public:
+        using MainWindow::currentTimeMs;
+    };
+    const Clock window;
+    const qint64 before = QDateTime::currentMSecsSinceEpoch();
+    const qint64 now = window.currentTimeMs();
+    QVERIFY(now >= before && now <= QDateTime::currentMSecsSinceEpoch());
+}
+
 void MainWindowTest::removedCameraIsForgotten()
 {
     Window window;
@@ -1056,25 +1138,36 @@ void MainWindowTest::framesAreGatedPerCamera()
     Window window;
     attach(window, camera(kLeftCamera));
     attach(window, camera(kRightCamera));
-    // The clock is the system's; a run that was held up in between is repeated.
-    for (int attempt = 0; attempt < 20; ++attempt) {
-        QTest::qSleep(40);
+    const auto send = [&window](qint64 timeMs) {
+        window.timeMs = timeMs;
         window.drawn.clear();
-        QElapsedTimer time;
-        time.start();
         window.updateCameraFrame(kLeftCamera, frame());
-        window.updateCameraFrame(kRightCamera, frame());
-        QTest::qSleep(20);
+        return window.drawn.size();
+    };
+    const qint64 start = window.timeMs;
+    QCOMPARE(send(start), 1);
+    QCOMPARE(send(start + 20), 0);
+    QCOMPARE(send(start + 30), 0);
+    QCOMPARE(send(start + 31), 1);
+    QCOMPARE(send(start + 61), 0);  // measured from the last frame shown
+    QCOMPARE(send(start + 62), 1);
+    window.drawn.clear();
+    window.updateCameraFrame(kRightCamera, frame());  // another camera has an interval of its own
+    QCOMPARE(window.drawn, QStringList{kSerials.at(1)});
+}
+
+void MainWindowTest::previewGoesOnWhenTheClockIsSetBack()
+{
+    Window window;
+    attach(window, camera(kLeftCamera));
+    const qint64 start = window.timeMs;
+    for (const qint64 step : {0, -3'600'000, -3'599'970, -3'599'969, -3'599'970}) {
+        window.timeMs = start + step;
         window.updateCameraFrame(kLeftCamera, frame());
-        window.updateCameraFrame(kRightCamera, frame());
-        if (time.elapsed() < 30) {
-            break;
-        }
     }
-    QCOMPARE(window.drawn, kSerials);
-    QTest::qSleep(32);
-    window.updateCameraFrame(kLeftCamera, frame());
-    QCOMPARE(window.drawn.size(), 3);
+    // The first, the one an hour earlier, not the one 30 ms after it but the one 31 ms after, and
+    // again one that is earlier.
+    QCOMPARE(window.drawn.size(), 4);
 }
 
 void MainWindowTest::framesThatAreDropped_data()
@@ -1104,16 +1197,17 @@ void MainWindowTest::framesThatAreDropped()
     QCOMPARE(window.drawn, QStringList{kSerials.at(0)});
 }
 
+// The lookup of a frame's panel creates an entry also when there is none; a reload removes it like
+// any other, and with it the serial from the list for later rows.
 void MainWindowTest::unknownSerialIsRemembered()
 {
     Window window;
     window.updateCameraFrame(991, frame());
-    QSignalSpy asked(&window, &MainWindow::askCameras);
     window.updateSerialList({"991", "992"});
-    window.addVirtualCamHandlerFromConfig(record(5, 991, 992));
-    QCOMPARE(window.getVirtualCameraInfo(5).virtualSerialNumber, std::uint64_t(0));
-    window.requestCameras();  // the entry without a panel is no obstacle
-    QCOMPARE(asked.count(), 1);
+    window.requestCameras();
+    window.addVirtualCamHandler();
+    QCOMPARE(texts(rowPart<QComboBox>(window.rows().first(), "LeftSensorSNChoice")),
+             QStringList{"992"});
 }
 
 void MainWindowTest::reloadRemovesThePanels()

@@ -15,6 +15,7 @@
 #include "tests/support/messagelog.h"
 #include "tests/ui/messageboxes.h"
 #include "tests/ui/metaobjects.h"
+#include "tests/ui/widgetfonts.h"
 #include "ui/style.h"
 
 namespace {
@@ -79,7 +80,10 @@ private slots:
     void choiceStopsTheStream();
     void refusedChoiceIsClearedWithTheEditorsSignalsBlocked();
     void restoredChoicesAreSilent();
+    void absentCamerasAreAwaited();
+    void streamButtonThatCannotBeConnected();
     void generatedSerials();
+    void generatedSerialsMayRepeat();
     void generateSetsTheNumberThatSignalsCarry();
     void loadedSerialLeavesThatNumberAlone();
     void streamButtonAsks();
@@ -175,17 +179,23 @@ void VirtualCamHandlerTest::stylesByRole()
     const Style style;
     for (const char* const name :
          {"VTCamSNTitle", "LeftSensorTitle", "RightSensorTitle", "resolutionTitle"}) {
-        QCOMPARE(row.part<QLabel>(name)->font().family(), style.fontText.family());
-        QCOMPARE(row.part<QLabel>(name)->font().pointSize(), style.fontText.pointSize());
+        QVERIFY2(hasFont(row.part<QLabel>(name), style.fontText), name);
         QCOMPARE(row.part<QLabel>(name)->styleSheet(), QString());
     }
+    QVERIFY(row.part<QLabel>("resolutionTitle")->isEnabled());
+    QCOMPARE(row.part<QLabel>("resolutionTitle")->toolTip(), QString());
     QCOMPARE(row.serial->styleSheet(), style.lineEdit);
+    QVERIFY(hasFont(row.serial, style.fontText));
     QCOMPARE(row.generate->styleSheet(), style.pushButton);
+    QVERIFY(hasFont(row.generate, style.fontButton));
     for (const QComboBox* const list : {row.left, row.right, row.resolutions}) {
         QCOMPARE(list->styleSheet(), style.comboBox);
+        QVERIFY(hasFont(list, style.fontText));
     }
     QCOMPARE(row.remove->styleSheet(), style.removeButton);
+    QVERIFY(hasFont(row.remove, QPushButton().font()));  // unchanged
     QCOMPARE(row.stream->styleSheet(), style.streamButtonIdle);
+    QVERIFY(hasFont(row.stream, style.fontButton));
     QCOMPARE(row.part<QLabel>("label")->styleSheet(), QString());
     QCOMPARE(row.port->styleSheet(), QString());
 }
@@ -429,6 +439,50 @@ void VirtualCamHandlerTest::restoredChoicesAreSilent()
     QCOMPARE(row.stream->text(), QStringLiteral("Streaming..."));
 }
 
+void VirtualCamHandlerTest::absentCamerasAreAwaited()
+{
+    MessageBoxes boxes;
+    Row row;
+    row.editor.restoreChoices(30123456, 30999999);
+    QCOMPARE(row.right->currentIndex(), -1);
+    QCOMPARE(row.right->currentText(), QString());
+    QCOMPARE(row.right->placeholderText(), QStringLiteral("30999999"));  // what the row shows
+    QCOMPARE(row.left->placeholderText(), QString());
+    QCOMPARE(row.editor.getInfos().rightSerialNumber, std::uint64_t(0));
+    QCOMPARE(row.editor.getCompleteInfos().leftSerialNumber, std::uint64_t(30123456));
+    QCOMPARE(row.editor.getCompleteInfos().rightSerialNumber, std::uint64_t(30999999));
+
+    row.editor.restoreChoices(30888888, 30999999);
+    row.editor.setSerial(0, 30123457);  // another one instead of the left camera
+    QCOMPARE(row.editor.getCompleteInfos().leftSerialNumber, std::uint64_t(30123457));
+    row.editor.setSerial(1, 30123457);  // refused: none is chosen or awaited then
+    QCOMPARE(boxes.seen.size(), 1);
+    QCOMPARE(row.editor.getCompleteInfos().rightSerialNumber, std::uint64_t(0));
+    QCOMPARE(row.right->placeholderText(), QString());
+
+    row.editor.restoreChoices(30888888, 30999999);
+    row.editor.updateSerials(kSerials);  // clears everything
+    QCOMPARE(row.editor.getCompleteInfos().leftSerialNumber, std::uint64_t(0));
+    QCOMPARE(row.editor.getCompleteInfos().rightSerialNumber, std::uint64_t(0));
+    QCOMPARE(row.left->placeholderText(), QString());
+}
+
+void VirtualCamHandlerTest::streamButtonThatCannotBeConnected()
+{
+    class Unconnected : public VirtualCamHandler {
+    public:
+        Unconnected()
+            : VirtualCamHandler(QStringLiteral("{row}"), nullptr,
+                                [](VirtualCamHandler&, QPushButton*) { return false; })
+        {
+        }
+    };
+    const MessageLog log;
+    const Unconnected editor;
+    QCOMPARE(log.debugMessages(QString()), QStringList{"Failed to connect streaming signal."});
+    QVERIFY(editor.findChild<QComboBox*>("resolutionComboBox")->isHidden());  // it went on
+}
+
 void VirtualCamHandlerTest::generatedSerials()
 {
     Row row;
@@ -446,6 +500,20 @@ void VirtualCamHandlerTest::generatedSerials()
     // Uniform over almost ten million numbers: more than a few repetitions in 500 draws means a
     // broken seed.
     QVERIFY(drawn.size() > 490);
+}
+
+// Deliberate: nothing keeps a number from being drawn again. Of 20000 draws some are equal but for
+// one time in hundreds of millions.
+void VirtualCamHandlerTest::generatedSerialsMayRepeat()
+{
+    Row row;
+    QSet<QString> drawn;
+    constexpr int kDraws = 20000;
+    for (int i = 0; i < kDraws; ++i) {
+        row.editor.generateVirtualSN();
+        drawn.insert(row.serial->text());
+    }
+    QVERIFY(drawn.size() < kDraws);
 }
 
 void VirtualCamHandlerTest::generateSetsTheNumberThatSignalsCarry()
