@@ -36,21 +36,11 @@ constexpr int kDesignReferenceWidth = 28;
 constexpr qreal kTextSpacing = 102;     // percent
 constexpr qreal kCaptionSpacing = 106;  // percent
 
-void registerFonts()
+// Registrations of instances that are gone.
+QList<int>& staleFontIds()
 {
-    for (const char* file :
-         {":/font/Roboto-Medium.ttf", ":/font/Roboto-Bold.ttf", ":/font/Roboto-Regular.ttf",
-          ":/font/Helvetica-Neue.ttf", ":/font/NBAkademiePro-Regular.ttf",
-          ":/font/NBAkademiePro-Medium.ttf", ":/font/NBAkademieMonoPro-Regular.ttf",
-          ":/font/NBAkademieMonoPro-Medium.ttf"}) {
-        QFontDatabase::addApplicationFont(QString::fromLatin1(file));
-    }
-    // The files shipped under these names hold open typefaces with their own family names. Where
-    // the real families are present they are found first.
-    QFont::insertSubstitution(kRegular, QStringLiteral("Geist"));
-    QFont::insertSubstitution(kMedium, QStringLiteral("Geist"));
-    QFont::insertSubstitution(kMonoRegular, QStringLiteral("Martian Mono"));
-    QFont::insertSubstitution(kMonoMedium, QStringLiteral("Martian Mono"));
+    static QList<int> ids;
+    return ids;
 }
 
 int measureReferenceWidth()
@@ -326,6 +316,8 @@ QString comboBoxSheet(const QString& font, const Look& look, const Look& hover,
     return rule("QComboBox", font + declarations(look) +
                                  "border-width:1px;border-style:solid;border-radius:4px;"
                                  "padding:2px 4px 2px 8px;outline:none;combobox-popup:0;") +
+           // A camera that a row waits for stands there like a choice, but is none.
+           rule("QComboBox[waiting=\"true\"]", "color:" + clr::tq_ash + ";") +
            rule("QComboBox:hover", declarations(hover)) +
            rule("QComboBox:focus", "border-color:" + clr::company_clr + ";") +
            rule("QComboBox:on", "border-color:" + clr::company_clr + ";") +
@@ -577,7 +569,36 @@ Style::Style()
     mainWindow = mainWindowSheet(*this, description(fontText));
 }
 
-Style::~Style() = default;
+Style::~Style()
+{
+    staleFontIds() += fontIds;
+}
+
+// Every instance registers the same files again, deliberately. The registrations of those that are
+// gone are taken back here, together: the toolkit sets all fonts up anew after a change.
+void Style::registerFonts()
+{
+    for (const int id : qAsConst(staleFontIds())) {
+        QFontDatabase::removeApplicationFont(id);
+    }
+    staleFontIds().clear();
+    for (const char* file :
+         {":/font/Roboto-Medium.ttf", ":/font/Roboto-Bold.ttf", ":/font/Roboto-Regular.ttf",
+          ":/font/Helvetica-Neue.ttf", ":/font/NBAkademiePro-Regular.ttf",
+          ":/font/NBAkademiePro-Medium.ttf", ":/font/NBAkademieMonoPro-Regular.ttf",
+          ":/font/NBAkademieMonoPro-Medium.ttf"}) {
+        const int id = QFontDatabase::addApplicationFont(QString::fromLatin1(file));
+        if (id >= 0) {
+            fontIds.append(id);
+        }
+    }
+    // The files shipped under these names hold open typefaces with their own family names. Where
+    // the real families are present they are found first.
+    QFont::insertSubstitution(kRegular, QStringLiteral("Geist"));
+    QFont::insertSubstitution(kMedium, QStringLiteral("Geist"));
+    QFont::insertSubstitution(kMonoRegular, QStringLiteral("Martian Mono"));
+    QFont::insertSubstitution(kMonoMedium, QStringLiteral("Martian Mono"));
+}
 
 void Style::buildFonts()
 {
@@ -627,7 +648,8 @@ void Style::buildButtonSheets()
     removal.normal.text = clr::red;
     removal.hover = {clr::red, clr::tq_soil, clr::red};
     removal.pressed = {clr::red_h, clr::tq_soil, clr::red_h};
-    removeButton = button(font, removal, 1, padding) + squareSigns();
+    // The remove button keeps the font that it has.
+    removeButton = button(QString(), removal, 1, padding) + squareSigns();
 
     // Both texts of the stream button get the same width, so that a row does not move when a
     // stream starts.

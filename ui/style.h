@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QFont>
+#include <QList>
 #include <QString>
 
 /// The look of the interface: every panel creates its own instance, reads the members below and
@@ -96,9 +97,12 @@ public:
     int referenceWidth;  ///< width of "123" in the reference font, pixels; all sizes follow from it
 
 private:
+    void registerFonts();
     void buildFonts();
     void buildButtonSheets();
     void buildIconSheets();
     void buildInputSheets();
     void buildTextSheets();
+
+    QList<int> fontIds;  // of the files that this instance registered
 };

@@ -184,6 +184,8 @@ private slots:
     void shippedTypefacesStandIn();
     void eightFontsAreRegistered();
     void instancesAreEqual();
+    void registrationsStayBounded();
+    void removeButtonHasNoFontOfItsOwn();
 
     void sheetIsAccepted_data();
     void sheetIsAccepted();
@@ -322,6 +324,45 @@ void StyleTest::instancesAreEqual()
     QCOMPARE(other.referenceWidth, style->referenceWidth);
     QCOMPARE(other.fontPreview, style->fontPreview);
     QCOMPARE(other.fontDisplay, style->fontDisplay);
+}
+
+// Every instance registers the files anew; those of instances that are gone are taken back.
+void StyleTest::registrationsStayBounded()
+{
+    const auto nextId = [] {
+        const int id = QFontDatabase::addApplicationFont(":/font/Roboto-Bold.ttf");
+        QFontDatabase::removeApplicationFont(id);
+        return id;
+    };
+    QLabel label("Serial number 30123456");
+    label.setFont(style->fontText);
+    const QImage before = label.grab().toImage();
+    {
+        const Style first;
+        const Style second;
+    }
+    const int bound = nextId();
+    for (int i = 0; i < 50; ++i) {
+        const Style passing;
+        QVERIFY(passing.referenceWidth == style->referenceWidth);
+        const int id = nextId();
+        QVERIFY2(id <= bound, qPrintable(QStringLiteral("%1, not %2").arg(id).arg(bound)));
+    }
+    // What others show stays as it is.
+    QCOMPARE(label.grab().toImage(), before);
+    QVERIFY(QStringList({style->fontText.family(), "Geist"})
+                .contains(QFontInfo(style->fontText).family()));
+    {
+        const Style first;
+        const Style second;
+        QVERIFY(nextId() >= 3 * 8);  // each with its own: the one of this test, and these two
+    }
+}
+
+void StyleTest::removeButtonHasNoFontOfItsOwn()
+{
+    QVERIFY(!style->removeButton.contains("font"));
+    QVERIFY(style->pushButton.contains("font-family"));
 }
 
 void StyleTest::sheetIsAccepted_data()
