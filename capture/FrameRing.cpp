@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxBytes = 250u << 20;
+constexpr std::size_t kMaxBytes = 240'000'000;
 constexpr int kToleratedDelayMs = 300;
 constexpr int kSpareBuffers = 3;
 
@@ -16,6 +16,14 @@ FrameRing::FrameRing(int widthPixels, int heightPixels, int fps)
     : width(widthPixels), height(heightPixels), limit(depth(widthPixels, heightPixels, fps))
 {
     idle.reserve(limit);
+    inFlight.resize(limit);
+}
+
+FrameRing::~FrameRing()
+{
+    for (tq::Mat& buffer : buffers) {
+        buffer.free(sdk::kAllMemory);
+    }
 }
 
 std::size_t FrameRing::depth(int width, int height, int fps)
@@ -48,15 +56,17 @@ tq::Mat* FrameRing::acquire()
 void FrameRing::markInFlight(tq::Mat* buffer)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    inFlight.push_back(buffer);
+    inFlight[(oldestInFlight + inFlightCount) % limit] = buffer;
+    ++inFlightCount;
 }
 
 void FrameRing::release()
 {
     delivered = true;
     const std::lock_guard<std::mutex> lock(mutex);
-    if (!inFlight.empty()) {
-        idle.push_back(inFlight.front());
-        inFlight.pop_front();
+    if (inFlightCount > 0) {
+        idle.push_back(inFlight[oldestInFlight]);
+        oldestInFlight = (oldestInFlight + 1) % limit;
+        --inFlightCount;
     }
 }

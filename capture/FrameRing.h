@@ -24,7 +24,14 @@ public:
     /// @param fps          frames per second; sets how many buffers there may be
     FrameRing(int width, int height, int fps);
 
-    /// How many buffers there may be: enough for a receiver that is 300 ms late, bounded in memory.
+    /// Frees the buffers; images that were emitted keep their pixels until their receivers are
+    /// done.
+    ~FrameRing();
+    FrameRing(const FrameRing&) = delete;
+    FrameRing& operator=(const FrameRing&) = delete;
+
+    /// How many buffers there may be: enough for a receiver that is 300 ms late, and at most 240 MB
+    /// unless two buffers take more.
     static std::size_t depth(int width, int height, int fps);
 
     /// A buffer that nobody uses, or null when all are in flight. Capture thread.
@@ -46,7 +53,10 @@ private:
 
     std::atomic<bool> delivered{false};
     std::mutex mutex;
-    std::deque<tq::Mat> buffers;    // addresses stay valid as it grows
-    std::vector<tq::Mat*> idle;     // the one used last at the back: it is still cached
-    std::deque<tq::Mat*> inFlight;  // oldest first
+    std::deque<tq::Mat> buffers;  // addresses stay valid as it grows
+    std::vector<tq::Mat*> idle;   // the one used last at the back: it is still cached
+    // A ring of limit entries, so that nothing is allocated per frame.
+    std::vector<tq::Mat*> inFlight;
+    std::size_t oldestInFlight = 0;
+    std::size_t inFlightCount = 0;
 };

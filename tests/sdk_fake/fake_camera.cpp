@@ -259,7 +259,6 @@ bool LiveCameraGrabber::Private::takeFreeRunning()
         if (number <= camera->lastDelivered) {
             return false;
         }
-        camera->skipped += static_cast<std::uint64_t>(number - camera->lastDelivered - 1);
         camera->lastDelivered = number;
     }
     const auto n = static_cast<std::uint64_t>(number);

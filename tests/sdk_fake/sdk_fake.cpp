@@ -144,19 +144,12 @@ void startFreeRun(int serial, const FreeRun& run)
     camera->freeRun = run;
     camera->freeRunStart = std::chrono::steady_clock::now();
     camera->lastDelivered = -1;
-    camera->skipped = 0;
 }
 
 void stopFreeRun(int serial)
 {
     const std::lock_guard<std::mutex> lock(world().mutex);
     requireCamera(serial)->freeRun.reset();
-}
-
-std::uint64_t skippedFrames(int serial)
-{
-    const std::lock_guard<std::mutex> lock(world().mutex);
-    return requireCamera(serial)->skipped;
 }
 
 void blockFrameStatus(int serial, bool block)

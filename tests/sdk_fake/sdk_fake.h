@@ -45,6 +45,7 @@ enum Kind : unsigned {
     Query = 2,    ///< descriptions of a camera: size, rate, serial, model, hasMCU, getMCU
     Frame = 4,    ///< frames and IMU packets, in and out; getFrameStatus only when it returned 1
     Everything = 7,
+    Image = 8,  ///< Mat.alloc and Mat.free of all images, also the test's own: not in Everything
 };
 
 /// One call to the SDK.
@@ -135,9 +136,6 @@ struct FreeRun {
 };
 void startFreeRun(int serial, const FreeRun& run);
 void stopFreeRun(int serial);
-
-/// Frames that a free running camera produced and no reader took.
-std::uint64_t skippedFrames(int serial);
 
 /// Holds every call of getFrameStatus of a camera until it is called with false. The thread inside
 /// can be cancelled.

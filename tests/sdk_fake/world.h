@@ -28,7 +28,6 @@ struct CameraState {
     std::optional<FreeRun> freeRun;
     std::chrono::steady_clock::time_point freeRunStart;
     std::int64_t lastDelivered = -1;
-    std::uint64_t skipped = 0;
     std::atomic<bool> blocked{false};
 };
 

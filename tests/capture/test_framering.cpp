@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: Apache-2.0
+// The frame buffers of a capture worker: how many there are, in which order they come back, and
+// that they are freed.
+#include <QtTest>
+#include <set>
+#include <vector>
+
+#include "capture/FrameRing.h"
+#include "tests/sdk_fake/sdk_fake.h"
+#include "tests/support/comparisons.h"
+
+namespace {
+
+constexpr std::size_t kMegabyte = 1'000'000;
+constexpr std::size_t kMemoryLimit = 256 * kMegabyte;
+
+std::size_t frameBytes(int width, int height)
+{
+    return static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 2;
+}
+
+}  // namespace
+
+class FrameRingTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void init() { sdkfake::reset(); }
+
+    void depth_data()
+    {
+        QTest::addColumn<int>("width");
+        QTest::addColumn<int>("height");
+        QTest::addColumn<int>("fps");
+        QTest::addColumn<int>("depth");
+        QTest::newRow("300 ms and three more") << 960 << 600 << 30 << 12;
+        QTest::newRow("rounded up") << 960 << 600 << 25 << 11;
+        QTest::newRow("no rate") << 960 << 600 << 0 << 4;
+        QTest::newRow("GS") << 1920 << 1200 << 60 << 21;
+        QTest::newRow("UHD is bounded by memory") << 3840 << 2160 << 60 << 14;
+        QTest::newRow("at least two") << 20000 << 10000 << 30 << 2;
+    }
+    void depth()
+    {
+        QFETCH(int, width);
+        QFETCH(int, height);
+        QFETCH(int, fps);
+        QFETCH(int, depth);
+        QCOMPARE(FrameRing::depth(width, height, fps), static_cast<std::size_t>(depth));
+    }
+
+    void memoryIsBounded()
+    {
+        for (int width = 100; width <= 8000; width += 100) {
+            const int height = width / 2;
+            const std::size_t bytes =
+                FrameRing::depth(width, height, 1000) * frameBytes(width, height);
+            QVERIFY2(
+                bytes < kMemoryLimit,
+                qPrintable(QString("%1 MB at a width of %2").arg(bytes / kMegabyte).arg(width)));
+        }
+    }
+
+    // Buffers come back in the order in which they were emitted, around the ring several times.
+    void oldestComesBackFirst()
+    {
+        FrameRing ring(4, 2, 10);
+        const std::size_t depth = FrameRing::depth(4, 2, 10);
+        std::vector<tq::Mat*> emitted;
+        for (std::size_t n = 0; n < depth; ++n) {
+            emitted.push_back(ring.acquire());
+            QVERIFY(emitted.back() != nullptr);
+            ring.markInFlight(emitted.back());
+        }
+        QCOMPARE(std::set<tq::Mat*>(emitted.begin(), emitted.end()).size(), depth);
+        QVERIFY(ring.acquire() == nullptr);
+        QVERIFY(!ring.hasDelivered());
+        for (std::size_t n = 0; n < 5 * depth + 1; ++n) {
+            ring.release();
+            QVERIFY(ring.hasDelivered());
+            tq::Mat* const buffer = ring.acquire();
+            QCOMPARE(buffer, emitted[n % depth]);
+            QVERIFY(ring.acquire() == nullptr);
+            ring.markInFlight(buffer);
+        }
+    }
+
+    void releaseWithNothingInFlight()
+    {
+        FrameRing ring(4, 2, 30);
+        ring.release();
+        tq::Mat* const buffer = ring.acquire();
+        QVERIFY(buffer != nullptr);
+        QVERIFY(ring.acquire() != buffer);
+    }
+
+    void buffersAreAllocatedAndFreed()
+    {
+        tq::Mat emitted;
+        {
+            FrameRing ring(6, 4, 30);
+            tq::Mat* const first = ring.acquire();
+            first->getPtr<unsigned char>(tq::MEM(1))[47] = 9;
+            emitted = *first;
+            ring.markInFlight(first);
+            QVERIFY(ring.acquire() != nullptr);
+            QCOMPARE(toList(sdkfake::callTexts(sdkfake::Image)),
+                     QStringList({"Mat.alloc(6, 4, 5, 1)", "Mat.alloc(6, 4, 5, 1)"}));
+        }
+        QCOMPARE(toList(sdkfake::callTexts(sdkfake::Image)).mid(2),
+                 QStringList({"Mat.free(3)", "Mat.free(3)"}));
+        // A receiver that still holds an image keeps its pixels.
+        QCOMPARE(int(emitted.getPtr<unsigned char>(tq::MEM(1))[47]), 9);
+    }
+};
+
+QTEST_GUILESS_MAIN(FrameRingTest)
+#include "test_framering.moc"
