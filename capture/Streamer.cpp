@@ -21,6 +21,8 @@ constexpr std::int64_t kMaxPairDistanceUs = 5000;
 constexpr std::size_t kMaxSpareImages = 8;
 constexpr int kNoPair = 1;
 
+// Each time is cut to whole microseconds by itself before two are compared, so that 5000.999 µs may
+// still pair and 5000.001 µs may not. Deliberate: it is how pairs have always been chosen.
 std::int64_t captureTimeUs(const tq::Mat& image)
 {
     return static_cast<std::int64_t>(sdk::captureTime(image) / kNsPerUs);
@@ -61,8 +63,12 @@ VirtualCameraStreamer::~VirtualCameraStreamer()
 int VirtualCameraStreamer::open(VirtualCameraInfos infos)
 {
     int result = 0;
+    // A running thread may search long queues for minutes; it must let go of the sender first.
+    searchInterrupted = true;
     {
         const std::unique_lock<std::shared_mutex> lock(senderMutex);
+        // The sender that is replaced is not closed but destroyed at once. Deliberate: its
+        // destruction ends the stream.
         udp.reset();
         udp = std::make_unique<tq::UDPOutput>(sdk::kStreamingMode, true);
         config = senderConfig(infos);
@@ -79,7 +85,7 @@ int VirtualCameraStreamer::open(VirtualCameraInfos infos)
         std::cout << "Streaming Error " << result << std::endl;
         return -1;
     }
-    stopRequested = false;
+    searchInterrupted = false;
     running = true;
     qDebug() << "[VirtualCameraStreamer] Creating Streamer for " << infos.width << "x"
              << infos.height << "@" << infos.fps;
@@ -95,6 +101,10 @@ void VirtualCameraStreamer::close()
         udp->close();
     }
     clearImageQueues();
+    {
+        const std::lock_guard<std::mutex> spareLock(spareMutex);
+        spareImages.clear();
+    }
     udp.reset();
     running = false;
 }
@@ -104,7 +114,7 @@ void VirtualCameraStreamer::stopThread()
     if (!running) {
         return;
     }
-    stopRequested = true;
+    searchInterrupted = true;
     running = false;
     if (!wait(kStopTimeoutMs)) {
         terminate();
@@ -168,7 +178,7 @@ void VirtualCameraStreamer::enqueue(const tq::Mat& image, ImageQueue& queue, std
     }
     copy->clone(image);
     const std::lock_guard<std::mutex> lock(mutex);
-    queue.push_back(std::move(copy));
+    queue.push(std::move(copy));
 }
 
 int VirtualCameraStreamer::createSBS(tq::Mat& out, tq::Timestamp& ts)
@@ -194,7 +204,7 @@ bool VirtualCameraStreamer::findPair(Pair& pair)
         if (queue.size() <= index) {
             return false;
         }
-        time = captureTimeUs(*queue[index]);
+        time = captureTimeUs(queue[index]);
         return true;
     };
 
@@ -207,7 +217,7 @@ bool VirtualCameraStreamer::findPair(Pair& pair)
         }
         for (std::size_t j = rightCount; j-- > 0;) {
             std::int64_t rightTime = 0;
-            if (stopRequested || !timeOf(rightImages, rightMutex, j, rightTime)) {
+            if (searchInterrupted || !timeOf(rightImages, rightMutex, j, rightTime)) {
                 return false;
             }
             const std::int64_t distance = rightTime - leftTime;
@@ -228,8 +238,8 @@ bool VirtualCameraStreamer::joinPair(const Pair& pair, tq::Mat& out, tq::Timesta
     if (leftImages.size() <= pair.left || rightImages.size() <= pair.right || !fitFrame(out)) {
         return false;
     }
-    const tq::Mat& left = *leftImages[pair.left];
-    const tq::Mat& right = *rightImages[pair.right];
+    const tq::Mat& left = leftImages[pair.left];
+    const tq::Mat& right = rightImages[pair.right];
     ts = sdk::captureTime(left);
     warnAboutSize(left, right);
     joinSideBySide(left, right, sbsWidth, sbsHeight, out.getPtr<unsigned char>(sdk::kHostMemory));
@@ -248,10 +258,10 @@ void VirtualCameraStreamer::recycle(ImageQueue& queue, std::mutex& mutex, std::s
     const std::lock_guard<std::mutex> lock(mutex);
     const std::lock_guard<std::mutex> spareLock(spareMutex);
     for (std::size_t n = std::min(count, queue.size()); n > 0; --n) {
+        std::unique_ptr<tq::Mat> image = queue.pop();
         if (spareImages.size() < kMaxSpareImages) {
-            spareImages.push_back(std::move(queue.front()));
+            spareImages.push_back(std::move(image));
         }
-        queue.pop_front();
     }
 }
 
@@ -313,6 +323,8 @@ void VirtualCameraStreamer::processQueues(tq::Mat& frame)
     }
     tq::kvfrw::kvfSampleMetadata metadata{};
     if (config.imuRate > 0) {
+        // The packet received last with any left image, which may be newer than this frame when the
+        // thread is late. Deliberate: receivers get the newest measurement there is.
         const std::lock_guard<std::mutex> imuLock(imuMutex);
         tq::kvfrw::convertMetadataFromMCUData(metadata, lastIMU);
     }

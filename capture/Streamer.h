@@ -4,12 +4,12 @@
 
 #include <QThread>
 #include <atomic>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
 #include <vector>
 
+#include "capture/ImageQueue.h"
 #include "capture/VirtualCameraInfos.h"
 #include "capture/sdk.h"
 
@@ -22,8 +22,9 @@ public:
     VirtualCameraStreamer();
     ~VirtualCameraStreamer() override;
 
-    /// Opens the sender and starts the thread. On an open streamer the sender is replaced.
-    /// @return 0, or -1 when the sender cannot be opened
+    /// Opens the sender and starts the thread. On an open streamer the sender is replaced and the
+    /// thread goes on.
+    /// @return 0, or -1 when the sender cannot be opened; the streamer is closed then
     int open(VirtualCameraInfos infos);
 
     /// Stops the thread (waits 2000 ms, then terminates it) and releases the sender.
@@ -42,7 +43,7 @@ public:
     void run() override;
 
 signals:
-    /// The thread's loop has ended: virtual serial number and false.
+    /// The thread's loop has ended: virtual serial number, as configured last, and false.
     void StreamUpdated(int serial, bool streaming);
 
 public slots:
@@ -59,8 +60,6 @@ public slots:
                           std::vector<tq::IMUPacket> imus);
 
 private:
-    using ImageQueue = std::deque<std::unique_ptr<tq::Mat>>;
-
     struct Pair {
         std::size_t left;
         std::size_t right;
@@ -93,6 +92,6 @@ private:
     std::mutex imuMutex;  // guards lastIMU
     std::mutex spareMutex;
     std::vector<std::unique_ptr<tq::Mat>> spareImages;  // consumed images, for the next to arrive
-    std::atomic<bool> stopRequested{false};             // ends a long search for a pair
+    std::atomic<bool> searchInterrupted{false};         // ends a long search for a pair
     bool sizeWarned = false;
 };

@@ -272,6 +272,40 @@ private slots:
         QCOMPARE(streamer.createSBS(out, timestamp), 1);
     }
 
+    // The queues have no bound: the oldest image still finds its partner behind all the newer ones.
+    void longBacklog_data()
+    {
+        QTest::addColumn<bool>("left");
+        QTest::newRow("of left images") << true;
+        QTest::newRow("of right images") << false;
+    }
+    void longBacklog()
+    {
+        constexpr std::uint32_t kImages = 2000;
+        QFETCH(bool, left);
+        QuietStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        const auto ingest = [&streamer](bool leftEye, const tq::Mat& image) {
+            leftEye ? streamer.left(image) : streamer.right(image);
+        };
+        for (std::uint32_t n = 0; n < kImages; ++n) {
+            ingest(left, images::numbered(2, 1, (100 + n * 10) * kMillisecond, 1 + n));
+        }
+        ingest(!left, images::numbered(2, 1, 97 * kMillisecond, 7777));
+        tq::Mat out = images::joined(2, 1);
+        tq::Timestamp timestamp = 0;
+        QCOMPARE(streamer.createSBS(out, timestamp), 0);
+        QCOMPARE(numberAt(out, left ? 0 : 4), 1u);
+        QCOMPARE(numberAt(out, left ? 4 : 0), 7777u);
+        // Only the pair went: the second oldest and the newest are there, in their places.
+        for (const std::uint32_t n : {1u, kImages - 1}) {
+            ingest(!left, images::numbered(2, 1, (103 + n * 10) * kMillisecond, 8000 + n));
+            QCOMPARE(streamer.createSBS(out, timestamp), 0);
+            QCOMPARE(numberAt(out, left ? 0 : 4), 1u + n);
+            QCOMPARE(numberAt(out, left ? 4 : 0), 8000 + n);
+        }
+    }
+
     // The search gives way to the slots after each failed comparison.
     void searchPausesBetweenComparisons()
     {

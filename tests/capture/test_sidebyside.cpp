@@ -121,6 +121,62 @@ private slots:
         }
     }
 
+    // What a smaller image does not cover is black: luma 0, chroma 128.
+    void smallerImagesArePadded_data()
+    {
+        QTest::addColumn<int>("leftWidth");
+        QTest::addColumn<int>("leftHeight");
+        QTest::addColumn<int>("rightWidth");
+        QTest::addColumn<int>("rightHeight");
+        QTest::newRow("left narrower") << 3 << 4 << 5 << 4;
+        QTest::newRow("left lower") << 5 << 1 << 5 << 4;
+        QTest::newRow("right narrower and lower") << 5 << 4 << 2 << 3;
+        QTest::newRow("both") << 1 << 1 << 4 << 2;
+        QTest::newRow("one wider and lower, one narrower and higher") << 9 << 2 << 2 << 9;
+    }
+    void smallerImagesArePadded()
+    {
+        constexpr std::size_t kEyeWidth = 5;
+        constexpr std::size_t kEyeHeight = 4;
+        QFETCH(int, leftWidth);
+        QFETCH(int, leftHeight);
+        QFETCH(int, rightWidth);
+        QFETCH(int, rightHeight);
+        const auto eye = [](int width, int height, std::uint64_t seed) {
+            return randomBytes(static_cast<std::size_t>(width * height) * 2, seed);
+        };
+        // One eye as it must appear, pixel by pixel.
+        const auto shown = [](const std::vector<std::uint8_t>& bytes, int width, int height) {
+            std::vector<std::uint8_t> fitted;
+            for (std::size_t y = 0; y < kEyeHeight; ++y) {
+                for (std::size_t x = 0; x < kEyeWidth; ++x) {
+                    const auto w = static_cast<std::size_t>(width);
+                    const bool covered = x < w && y < static_cast<std::size_t>(height);
+                    fitted.push_back(covered ? bytes[(y * w + x) * 2] : 0);
+                    fitted.push_back(covered ? bytes[(y * w + x) * 2 + 1] : 128);
+                }
+            }
+            return fitted;
+        };
+        const std::vector<std::uint8_t> left = eye(leftWidth, leftHeight, 5);
+        const std::vector<std::uint8_t> right = eye(rightWidth, rightHeight, 6);
+        QuietStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(kEyeWidth, kEyeHeight)), 0);
+        streamer.left(imageOf(leftWidth, leftHeight, left));
+        streamer.right(imageOf(rightWidth, rightHeight, right));
+        tq::Mat out = images::joined(kEyeWidth, kEyeHeight);
+        tq::Timestamp timestamp = 0;
+        QCOMPARE(streamer.createSBS(out, timestamp), 0);
+        const std::vector<std::uint8_t> expected =
+            joinByPixels(shown(left, leftWidth, leftHeight), shown(right, rightWidth, rightHeight),
+                         kEyeWidth, kEyeHeight);
+        QCOMPARE(QByteArray(out.getPtr<char>(images::kHost), static_cast<int>(expected.size()))
+                     .toHex(' '),
+                 QByteArray(reinterpret_cast<const char*>(expected.data()),
+                            static_cast<int>(expected.size()))
+                     .toHex(' '));
+    }
+
     // The emitted image shares the camera's buffer, so the queue must hold a copy of its own.
     void queuedImagesAreDeepCopies()
     {

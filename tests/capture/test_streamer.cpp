@@ -2,6 +2,7 @@
 // The streamer on a scripted sender: configuration, life cycle, IMU data and threads.
 #include <QtTest>
 #include <array>
+#include <set>
 #include <thread>
 
 #include "tests/capture/images.h"
@@ -52,6 +53,24 @@ QStringList senderCalls()
 }
 
 const QString kOpened = "open(port 30000, serial 101234567, 2x1@30, imu 2000) = 0";
+
+/// The serial numbers with which a streamer reports the end of its loop.
+class Ends {
+public:
+    explicit Ends(VirtualCameraStreamer& streamer)
+    {
+        QObject::connect(
+            &streamer, &VirtualCameraStreamer::StreamUpdated, &streamer,
+            [to = reported](int serial, bool) { to->push_back(serial); }, Qt::DirectConnection);
+    }
+
+    /// Only while the streamer's thread stands still, or before it has ended.
+    const std::vector<int>& serials() const { return *reported; }
+
+private:
+    // Shared with the connection, which may outlive this object.
+    std::shared_ptr<std::vector<int>> reported = std::make_shared<std::vector<int>>();
+};
 
 /// Sends one left and one right image that belong together.
 void sendPair(VirtualCameraStreamer& streamer, tq::Timestamp timestamp,
@@ -244,6 +263,173 @@ private slots:
         QCOMPARE(streamer.open(second), -1);
         QCOMPARE(output.finish(), QByteArray("Streaming Error 5\n"));
         QCOMPARE(senderCalls().filter("~UDPOutput").size(), 3);
+    }
+
+    // On a running thread: the thread goes on, with frames of the new size for the new sender. The
+    // former sender is destroyed without being closed; deliberate.
+    void reopeningWhileStreaming()
+    {
+        VirtualCameraStreamer streamer;
+        const Ends ends(streamer);
+        const MessageLog log;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        sendPair(streamer, kMillisecond);
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        const std::thread::id thread = sdkfake::lastSender().frames[0]->thread;
+
+        VirtualCameraInfos second = images::infos(4, 2);
+        second.port = 30002;
+        second.virtualSerialNumber = 109999999;
+        QCOMPARE(streamer.open(second), 0);
+        QVERIFY(streamer.isRunning());
+        QCOMPARE(senderCalls().mid(2),
+                 QStringList({"UDPOutput#1.~UDPOutput()", "UDPOutput#2.UDPOutput(0, true)",
+                              "UDPOutput#2.open(port 30002, serial 109999999, 4x2@30, imu 2000)"
+                              " = 0"}));
+        streamer.ingestLeftImage(1, images::filled(4, 2, 2 * kMillisecond, 3), {}, {});
+        streamer.ingestRightImage(2, images::filled(4, 2, 2 * kMillisecond, 4), {}, {});
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        const auto frame = sdkfake::lastSender().frames[0];
+        QCOMPARE(hex(frame->pixels.data(), static_cast<int>(frame->pixels.size())),
+                 QByteArray("03 03 03 03 03 03 03 03 04 04 04 04 04 04 04 04 "
+                            "03 03 03 03 03 03 03 03 04 04 04 04 04 04 04 04"));
+        QVERIFY(frame->thread == thread);
+        QCOMPARE(log.debugMessages("[VirtualCameraStreamer] -->"),
+                 QStringList("[VirtualCameraStreamer] --> Enter <--"));
+        QVERIFY(ends.serials().empty());
+
+        // The end is reported under the serial number that was configured last.
+        streamer.close();
+        QCOMPARE(ends.serials(), std::vector<int>{109999999});
+    }
+
+    void failedReopeningEndsTheStream()
+    {
+        VirtualCameraStreamer streamer;
+        const Ends ends(streamer);
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        sendPair(streamer, kMillisecond);
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+
+        sdkfake::setSenderResult(21);
+        VirtualCameraInfos second = images::infos(4, 2);
+        second.virtualSerialNumber = 109999999;
+        const MessageLog log;  // the thread's last line goes there
+        StandardOutput output;
+        const int result = streamer.open(second);
+        QCOMPARE(output.finish(), QByteArray("Streaming Error 21\n"));
+        QCOMPARE(result, -1);
+        QVERIFY(!streamer.isRunning());
+        QCOMPARE(ends.serials(), std::vector<int>{109999999});
+        QCOMPARE(senderCalls().filter("close").size(), 0);
+        QCOMPARE(senderCalls().filter("~UDPOutput").size(), 2);
+
+        // It is closed: images are dropped, closing does nothing more, and it can be opened again.
+        sendPair(streamer, 2 * kMillisecond);
+        streamer.close();
+        QCOMPARE(senderCalls().size(), 6);
+        sdkfake::setSenderResult(0);
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        sendPair(streamer, 3 * kMillisecond);
+        QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        QCOMPARE(sdkfake::lastSender().frames[0]->timestamp, 3 * kMillisecond);
+    }
+
+    // A thread that searches for a pair among images without partners takes minutes; it must let
+    // go of the sender that is to be replaced or closed.
+    void longSearchHoldsUpNobody_data()
+    {
+        QTest::addColumn<bool>("reopen");
+        QTest::newRow("reopening") << true;
+        QTest::newRow("closing") << false;
+    }
+    void longSearchHoldsUpNobody()
+    {
+        constexpr int kImages = 2000;  // 10 µs and more for each of 4 million comparisons
+        constexpr int kLimit = 15000;  // ms
+        QFETCH(bool, reopen);
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        const tq::Mat left = images::filled(2, 1, kMillisecond, 1);
+        const tq::Mat right = images::filled(2, 1, 500 * kMillisecond, 2);
+        for (int n = 0; n < kImages; ++n) {
+            streamer.ingestLeftImage(1, left, {}, {});
+            streamer.ingestRightImage(2, right, {}, {});
+        }
+        QThread::msleep(100);  // the search runs
+        QElapsedTimer timer;
+        timer.start();
+        if (reopen) {
+            QCOMPARE(streamer.open(images::infos(4, 2)), 0);
+        } else {
+            streamer.close();
+        }
+        QVERIFY2(timer.elapsed() < kLimit, qPrintable(QString::number(timer.elapsed())));
+        if (reopen) {
+            // The thread searches on, so what is there now must be found once the rest is gone.
+            streamer.clearImageQueues();
+            streamer.ingestLeftImage(1, images::filled(4, 2, kMillisecond, 1), {}, {});
+            streamer.ingestRightImage(2, images::filled(4, 2, kMillisecond, 2), {}, {});
+            QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+        }
+    }
+
+    // Consumed images wait for the next ones to arrive; a closed streamer keeps none of them.
+    void closeGivesSpareImagesBack()
+    {
+        constexpr int kWidth = 37;  // a size that nothing else has
+        constexpr int kImages = 40;
+        const auto allocated = [] {
+            std::set<const void*> addresses;
+            std::vector<tq::Mat> held;
+            for (int n = 0; n < kImages; ++n) {
+                held.push_back(images::filled(kWidth, 5, kMillisecond, n));
+                addresses.insert(held.back().getPtr<void>(images::kHost));
+            }
+            return addresses;
+        };
+        // All memory of this size that there is, back in the pool of the images.
+        const std::set<const void*> before = allocated();
+        QuietStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(kWidth, 5)), 0);
+        for (int n = 0; n < 10; ++n) {
+            streamer.left(images::filled(kWidth, 5, kMillisecond, 1));
+            streamer.right(images::filled(kWidth, 5, kMillisecond, 2));
+        }
+        tq::Mat out = images::joined(kWidth, 5);
+        tq::Timestamp timestamp = 0;
+        QCOMPARE(streamer.createSBS(out, timestamp), 0);
+        streamer.close();
+        QVERIFY(allocated() == before);
+    }
+
+    // Cameras that deliver another size than configured are reported once per opening.
+    void sizeIsWarnedAboutOncePerOpening()
+    {
+        const auto warnings = [](const MessageLog& log) {
+            return log.messages().filter("is configured for eyes of").size();
+        };
+        const MessageLog log;
+        QuietStreamer streamer;
+        tq::Mat out = images::joined(4, 2);
+        tq::Timestamp timestamp = 0;
+        for (int opening = 1; opening <= 2; ++opening) {
+            QCOMPARE(streamer.open(images::infos(4, 2)), 0);
+            streamer.left(images::filled(4, 2, kMillisecond, 1));
+            streamer.right(images::filled(4, 2, kMillisecond, 2));
+            QCOMPARE(streamer.createSBS(out, timestamp), 0);
+            QCOMPARE(warnings(log), opening - 1);
+            for (int pair = 0; pair < 3; ++pair) {
+                streamer.left(images::filled(4, 2, kMillisecond, 1));
+                streamer.right(images::filled(2, 1, kMillisecond, 2));
+                QCOMPARE(streamer.createSBS(out, timestamp), 0);
+                QCOMPARE(warnings(log), opening);
+            }
+        }
+        QCOMPARE(log.messages().filter("is configured for eyes of").constFirst(),
+                 QString("[VirtualCameraStreamer] Virtual camera 101234567 is configured for eyes "
+                         "of 4 x 2 but its cameras deliver 4 x 2 and 2 x 1 : the pictures are "
+                         "cropped or padded"));
     }
 
     void imagesWithoutSenderAreDropped()
