@@ -20,6 +20,7 @@
 
 #include "tests/sandbox/sandbox.h"
 #include "tests/sdk/patterndecoder.h"
+#include "tests/support/sanitizers.h"
 #include "tests/system/remotewindow.h"
 #include "ui/camerawidget.h"
 #include "ui/mainwindow.h"
@@ -27,9 +28,10 @@
 
 namespace {
 
-constexpr int kLimitMs = 60000;
+constexpr int kLimitMs = kSanitized ? 300000 : 60000;
 constexpr int kLeft = 30100001;
 constexpr int kRight = 30100002;
+constexpr int kOther = 30100003;
 constexpr int kFirstVirtualSerial = 100000001;
 constexpr int kLastVirtualSerial = 109999999;
 constexpr char kConfigName[] = "/virtual_tsolo_config.json";
@@ -58,7 +60,7 @@ bool serves(quint16 port)
     return socket.waitForConnected(1000);
 }
 
-QByteArray rig()
+QByteArray rig(int left = kLeft, int right = kRight)
 {
     const auto camera = [](int serial, const char* eye) {
         return QJsonObject{{"serial", serial},
@@ -67,7 +69,7 @@ QByteArray rig()
                            {"imu", QJsonObject{{"type", "simulated"}}}};
     };
     return QJsonDocument(
-               QJsonObject{{"cameras", QJsonArray{camera(kLeft, "left"), camera(kRight, "right")}}})
+               QJsonObject{{"cameras", QJsonArray{camera(left, "left"), camera(right, "right")}}})
         .toJson();
 }
 
@@ -195,6 +197,7 @@ private slots:
     void cleanup();
     void operatorsSession();
     void missingCameraIsKept();
+    void cameraOfAnotherProcessIsLeftOut();
 
 private:
     void startDesktop();
@@ -542,6 +545,41 @@ void DesktopTest::missingCameraIsKept()
     QVERIFY(closeWindow());
     QCOMPARE(serviceCalls().last(), QString("systemctl is-enabled kor_vistrel_cli.service"));
     QVERIFY2(log.contains("[WARNING]"), log);
+}
+
+// The headless program streams with one of the two cameras; the window works with the other one.
+void DesktopTest::cameraOfAnotherProcessIsLeftOut()
+{
+    sandbox::Options others = options;
+    others.settings = folder->filePath("others");
+    QVERIFY(QDir().mkdir(others.settings));
+    QVERIFY(sandbox::writeFile(folder->filePath("others.json"), rig(kLeft, kOther)));
+    others.environment.insert("KOR_RIG", folder->filePath("others.json"));
+    const QString configuration = QStringLiteral(
+                                      "{\"101234567\":{\"FPS\":15,\"HDR\":0,\"Height\":600,"
+                                      "\"IMU\":true,\"Left\":%1,\"Port\":%2,\"Right\":%3,"
+                                      "\"Width\":960}}\n")
+                                      .arg(kLeft)
+                                      .arg(port)
+                                      .arg(kOther);
+    QVERIFY(sandbox::writeFile(others.settings + kConfigName, configuration.toLatin1()));
+    QProcess service;
+    service.setStandardErrorFile(QProcess::nullDevice());
+    sandbox::prepare(service, others, QStringLiteral(KOR_VISTREL), {"--cli"});
+    service.start();
+    QVERIFY(service.waitForStarted());
+    QTRY_VERIFY_WITH_TIMEOUT(serves(port), kLimitMs);
+
+    startDesktop();
+    if (!QTest::currentTestFailed()) {
+        QVERIFY2(log.contains("[KORVistrel] Camera S/N 30100001 is not available"), log);
+        QVERIFY2(log.contains("[KORVistrel] Found :  1  available cameras"), log);
+        QVERIFY2(!log.contains("[KORVistrel] Opening camera  0"), log);
+        QVERIFY(closeWindow());
+        QVERIFY(serves(port));  // it was left alone
+    }
+    service.kill();
+    service.waitForFinished();
 }
 
 QTEST_MAIN(DesktopTest)

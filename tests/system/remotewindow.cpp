@@ -10,9 +10,11 @@
 #include <QTest>
 #include <cstdlib>
 
+#include "tests/support/sanitizers.h"
+
 namespace {
 
-constexpr int kLimitMs = 30000;
+constexpr int kLimitMs = kSanitized ? 300000 : 30000;
 constexpr char kProgramClass[] = "kor_vistrel";
 
 QSet<QString> visibleWindows()

@@ -14,6 +14,7 @@
 #include <QPixmap>
 #include <QPushButton>
 #include <QScreen>
+#include <QSignalBlocker>
 #include <QSpinBox>
 #include <QTcpServer>
 #include <QTemporaryDir>
@@ -113,6 +114,17 @@ QList<Scene> scenes()
              record.rightSerialNumber = 31123457;
              record.port = 34000;
              window.addVirtualCamHandlerFromConfig(record);
+         }},
+        {"invalid-configuration", two,
+         [](MainWindow& window) {
+             VirtualCamHandler* const row = addRow(window, 0, 1, 104711823);
+             auto* const right = control<QComboBox>(*row, "RightSensorSNChoice");
+             {
+                 // As a file says that was written by hand: no choice, so no check.
+                 const QSignalBlocker blocker(right);
+                 right->setCurrentIndex(0);
+             }
+             pressStream(row);
          }},
         {"incompatible-models", {"GS", "UHD"}, [](MainWindow&) {}, true},
         {"empty-configuration", two, save},
