@@ -19,6 +19,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -36,6 +37,16 @@ constexpr int kAnswerLimitMs = 20000;
 constexpr auto kPauseBetweenMoves = std::chrono::milliseconds(90);
 constexpr auto kPauseBetweenProbes = std::chrono::milliseconds(20);
 
+// The goals.
+constexpr double kAnswerGoalMs = 200;      // with up to two cameras
+constexpr double kAnswerGoalManyMs = 500;  // with more
+constexpr int kFewCameras = 2;
+constexpr double kPreviewGoal = 33;  // per second
+// What piles up grows from third to third of the time. Frames that wait come and go with what else
+// the machine does, and the allocator keeps a few frames more or less.
+constexpr double kBacklogGrowthGoal = 10;  // frames
+constexpr double kMemoryGrowthGoal = 0.05;
+
 struct Arguments {
     int cameras = 2;
     int seconds = 120;
@@ -44,12 +55,24 @@ struct Arguments {
     int height = 1200;
 };
 
+[[noreturn]] void usage(const char* program, std::FILE* stream, int status)
+{
+    std::fprintf(stream, "usage: %s [--cameras N] [--seconds N] [--fps N]\n", program);
+    std::exit(status);
+}
+
 Arguments parse(int argc, char** argv)
 {
     Arguments arguments;
-    for (int i = 1; i + 1 < argc; i += 2) {
+    for (int i = 1; i < argc; i += 2) {
         const QByteArray name = argv[i];
-        const int value = std::atoi(argv[i + 1]);
+        if (name == "--help" || name == "-h") {
+            usage(argv[0], stdout, 0);
+        }
+        const int value = i + 1 < argc ? std::atoi(argv[i + 1]) : 0;
+        if (value < 1) {
+            usage(argv[0], stderr, 2);
+        }
         if (name == "--cameras") {
             arguments.cameras = value;
         } else if (name == "--seconds") {
@@ -57,8 +80,7 @@ Arguments parse(int argc, char** argv)
         } else if (name == "--fps") {
             arguments.fps = value;
         } else {
-            std::fprintf(stderr, "usage: %s [--cameras N] [--seconds N] [--fps N]\n", argv[0]);
-            std::exit(2);
+            usage(argv[0], stderr, 2);
         }
     }
     return arguments;
@@ -227,8 +249,10 @@ void probeBacklog(Observer& observer, QObject* window, std::vector<double>& back
     }
 }
 
-void reportPreviews(const Observer& observer, double seconds)
+/// Reports the previews' rates; returns the highest of any second.
+double reportPreviews(const Observer& observer, double seconds)
 {
+    double busiestOfAll = 0;
     for (const auto& [view, times] : observer.previews) {
         double busiest = 0;
         for (std::size_t first = 0, last = 0; last < times.size(); ++last) {
@@ -239,7 +263,51 @@ void reportPreviews(const Observer& observer, double seconds)
         }
         std::printf("%-34s %.1f per second, %.0f in the busiest second\n", "preview",
                     static_cast<double>(times.size()) / seconds, busiest);
+        busiestOfAll = std::max(busiestOfAll, busiest);
     }
+    return busiestOfAll;
+}
+
+double mean(std::vector<double>::const_iterator first, std::vector<double>::const_iterator last)
+{
+    return first == last ? 0
+                         : std::accumulate(first, last, 0.0) / static_cast<double>(last - first);
+}
+
+/// How much larger the last third is on average than the first.
+double growth(const std::vector<double>& values)
+{
+    const auto third = static_cast<std::ptrdiff_t>(values.size() / 3);
+    return mean(values.end() - third, values.end()) - mean(values.begin(), values.begin() + third);
+}
+
+/// Prints a line when a goal is missed.
+bool check(bool reached, const char* what, double value, double goal)
+{
+    if (!reached) {
+        std::printf("MISSED: %s: %.2f, goal %.2f\n", what, value, goal);
+    }
+    return reached;
+}
+
+/// Judges a run by the goals.
+bool reachesGoals(int cameras, const Observer& observer, const std::vector<double>& backlogs,
+                  const std::vector<double>& memory, double previews)
+{
+    const double answerGoal = cameras <= kFewCameras ? kAnswerGoalMs : kAnswerGoalManyMs;
+    const double slowest =
+        std::max(percentile(observer.arrivals, 1), percentile(observer.reactions, 1));
+    const double backlogGrowth = growth(backlogs);
+    const double memoryGrowth = growth(memory) / memory.front();
+    bool good = check(observer.unanswered == 0, "moves without an answer", observer.unanswered, 0);
+    good &= check(slowest >= 0 && slowest <= answerGoal, "slowest answer, ms", slowest, answerGoal);
+    good &= check(previews > 0 && previews <= kPreviewGoal, "previews in the busiest second",
+                  previews, kPreviewGoal);
+    good &= check(backlogGrowth <= kBacklogGrowthGoal, "growth of the frames that wait",
+                  backlogGrowth, kBacklogGrowthGoal);
+    good &= check(memoryGrowth <= kMemoryGrowthGoal, "growth of the memory", memoryGrowth,
+                  kMemoryGrowthGoal);
+    return good;
 }
 
 /// Runs the event loop for a while.
@@ -316,9 +384,9 @@ int main(int argc, char** argv)
     report("frames waiting for the window", backlogs, "");
     std::printf("%-34s %.1f per second and camera\n", "frames delivered to the window",
                 static_cast<double>(frames) / seconds / arguments.cameras);
-    reportPreviews(observer, seconds);
+    const double previews = reportPreviews(observer, seconds);
     const auto [least, most] = std::minmax_element(memory.begin(), memory.end());
     std::printf("%-34s first %.0f, least %.0f, most %.0f, last %.0f MB\n", "resident memory",
                 memory.front(), *least, *most, memory.back());
-    return 0;
+    return reachesGoals(arguments.cameras, observer, backlogs, memory, previews) ? 0 : 1;
 }

@@ -50,8 +50,3 @@ target_include_directories(test_camerawidget PRIVATE
     "$<TARGET_PROPERTY:vistrel_view,BINARY_DIR>/vistrel_view_autogen/include")
 vistrel_add_gui_run(NAME camerawidget_dense TARGET test_camerawidget
     ENVIRONMENT QT_SCALE_FACTOR=2 TIMEOUT 300)
-
-# Not a test: what showing a frame costs. Run it under cmake/with-display.
-add_executable(view_cost glwidget_cost.cpp $<TARGET_OBJECTS:vistrel_view_testing>)
-vistrel_target(view_cost)
-target_link_libraries(view_cost PRIVATE Qt5::Test ${view_libraries})
