@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::size_t kLineBufferBytes = 10000;
 constexpr int kCommandTimeoutMs = 30000;
+constexpr int kKillTimeoutMs = 1000;
 
 }  // namespace
 
@@ -49,6 +50,8 @@ void startBlockingProcess(QString workingDirectory, QString command, bool verbos
                  << " Process " << command << "outputs " << text;
     }
     process.kill();
+    // A command that ran too long is gone when this returns; one that has ended costs nothing here.
+    process.waitForFinished(kKillTimeoutMs);
 }
 
 bool ServiceHandler::getDaemonServiceEnableStatus(std::string service)

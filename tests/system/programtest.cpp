@@ -174,6 +174,29 @@ private slots:
         QCOMPARE(listing(*settings), QStringList(kConfigName));
     }
 
+    // Nothing is reported when rm cannot even be started.
+    void clearingWithoutRm_data()
+    {
+        QTest::addColumn<QString>("option");
+        QTest::addColumn<QByteArray>("line");
+        QTest::newRow("configuration") << "--clear-config" << QByteArray("** Clear config file **");
+        QTest::newRow("memory") << "--clear-memory" << QByteArray("** Clear memory handler **");
+    }
+    void clearingWithoutRm()
+    {
+        QFETCH(QString, option);
+        QFETCH(QByteArray, line);
+        sandbox::writeFile(configPath(), "{}");
+        sandbox::writeFile(sharedMemory->filePath("tq_local_*"), "x");
+        const sandbox::Result result =
+            sandbox::run(options, "/usr/bin/env", {"PATH=/nowhere", KOR_VISTREL, option});
+        QCOMPARE(result.status, 0);
+        QCOMPARE(result.output, QByteArray());
+        QCOMPARE(result.error, kVersionLine + line + '\n');
+        QCOMPARE(listing(*settings), QStringList(kConfigName));
+        QCOMPARE(listing(*sharedMemory), QStringList("tq_local_*"));
+    }
+
     void clearMemory_data()
     {
         QTest::addColumn<QStringList>("files");
