@@ -1,23 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
-// Costs of the image path beside one memcpy of the same bytes, and the allocations it makes.
+// Costs of the image path beside one memcpy of the same bytes, and the allocations it makes, with
+// the sender left out.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <new>
 #include <vector>
 
 #include "capture/FrameRing.h"
+#include "capture/Streamer.h"
 #include "capture/sdk.h"
 #include "capture/sidebyside.h"
+#include "tests/support/allocations.h"
 
 namespace {
-
-std::atomic<std::uint64_t> allocations{0};
 
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1200;
@@ -62,11 +59,12 @@ std::vector<tq::Mat> makeEyes()
 /// Reports allocations per iteration between construction and report().
 class AllocationCounter {
 public:
-    AllocationCounter() : before(allocations.load()) {}
+    AllocationCounter() : before(allocations::ofThisThread()) {}
     void report(benchmark::State& state) const
     {
-        state.counters["allocs_per_frame"] = static_cast<double>(allocations.load() - before) /
-                                             static_cast<double>(state.iterations());
+        state.counters["allocs_per_frame"] =
+            static_cast<double>(allocations::ofThisThread() - before) /
+            static_cast<double>(state.iterations());
     }
 
 private:
@@ -103,32 +101,61 @@ void joinStereoFrame(benchmark::State& state)
     state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * out.size()));
 }
 
+/// A streamer whose thread does nothing, so that the benchmark itself takes the frames out.
+class SteppedStreamer : public VirtualCameraStreamer {
+public:
+    SteppedStreamer()
+    {
+        VirtualCameraInfos infos;
+        infos.width = kWidth;
+        infos.height = kHeight;
+        infos.fps = 30;
+        open(infos);
+    }
+    // A thread that starts late must still find this class's run().
+    ~SteppedStreamer() override { wait(); }
+
+    void run() override {}
+};
+
 /// All that a stereo frame goes through before the sender: the copy out of the SDK into a ring
-/// buffer, the deep copy on arrival and the join, both eyes.
+/// buffer, the deep copy into the streamer's queue, the search for the pair and the join.
 void captureCopyAndJoin(benchmark::State& state)
 {
     const std::vector<Bytes> captured = makeFrames(kEyeBytes);
     FrameRing rings[2] = {{kWidth, kHeight, 30}, {kWidth, kHeight, 30}};
-    tq::Mat queued[2];
-    const JoinedImage out;
+    SteppedStreamer streamer;
+    tq::Mat joined;
+    joined.alloc(2 * kWidth, kHeight, sdk::kYuyv, sdk::kHostMemory);
+    tq::Timestamp now = 0;
     std::size_t next = 0;
+    const auto capture = [&](FrameRing& ring) {
+        tq::Mat* const buffer = ring.acquire();
+        std::memcpy(buffer->getPtr<unsigned char>(sdk::kHostMemory), captured[next].data(),
+                    kEyeBytes);
+        sdk::setCaptureTime(*buffer, now);
+        next = (next + 1) % kFrames;
+        ring.markInFlight(buffer);
+        return tq::Mat(*buffer);
+    };
     const auto frame = [&] {
-        for (int eye = 0; eye < 2; ++eye) {
-            tq::Mat* const buffer = rings[eye].acquire();
-            std::memcpy(buffer->getPtr<unsigned char>(sdk::kHostMemory), captured[next].data(),
-                        kEyeBytes);
-            queued[eye].clone(*buffer);
-            rings[eye].markInFlight(buffer);
-            rings[eye].release();
-            next = (next + 1) % kFrames;
-        }
-        joinSideBySide(queued[0], queued[1], kWidth, kHeight, out.data());
+        now += 33'333'333;
+        streamer.ingestLeftImage(1, capture(rings[0]), {}, {});
+        rings[0].release();
+        streamer.ingestRightImage(2, capture(rings[1]), {}, {});
+        rings[1].release();
+        tq::Timestamp sent = 0;
+        const bool paired = streamer.createSBS(joined, sent) == 0 && sent == now;
         benchmark::ClobberMemory();
+        return paired;
     };
     frame();  // the first frame fills the pools
     const AllocationCounter counter;
     for (auto _ : state) {
-        frame();
+        if (!frame()) {
+            state.SkipWithError("a pair was not found");
+            break;
+        }
     }
     counter.report(state);
 }
@@ -138,24 +165,5 @@ BENCHMARK(joinStereoFrame)->Unit(benchmark::kMicrosecond);
 BENCHMARK(captureCopyAndJoin)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
-
-void* operator new(std::size_t bytes)
-{
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* const memory = std::malloc(bytes != 0 ? bytes : 1)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
 
 BENCHMARK_MAIN();
