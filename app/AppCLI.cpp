@@ -55,10 +55,13 @@ AppCLI::AppCLI(QString path)
         endProcess();
     }
 
+    // Without ".service", which the desktop mode adds. Deliberate: the rules for sudo that are
+    // installed list both commands word for word.
     startBlockingProcess(QStringLiteral("./"),
                          QStringLiteral("sudo systemctl restart nvargus-daemon"), true);
     QThread::msleep(kDaemonPauseMs);  // the daemon needs time to come up
 
+    // An error in the file is not caught: it ends the process. Deliberate.
     const QList<VirtualCameraInfos> records = readVirtualCameraConfig(configPath);
     // All cameras are opened with the values of the record read last. Deliberate.
     const VirtualCameraInfos settings = records.isEmpty() ? VirtualCameraInfos() : records.last();

@@ -44,6 +44,8 @@ int runHeadless(int& argc, char** argv, const QString& path)
     return QCoreApplication::exec();
 }
 
+// Both clearing modes end with status 0 whatever rm said, also when it could not be started.
+// Deliberate: scripts clear before anything was ever stored, and that is no failure.
 int clearConfiguration(int& argc, char** argv)
 {
     qDebug() << "** Clear config file **";
@@ -91,8 +93,8 @@ int main(int argc, char** argv)
     sdk::registerMetaTypes();
 
     if (argc != 1) {
-        // The chosen mode builds its own application object while this one still exists, because
-        // the parser and the options live as long as the mode runs.
+        // The chosen mode builds a second application object while this one still exists, and this
+        // one goes last. Deliberate: the parser and the options live as long as the mode runs.
         const QCoreApplication application(argc, argv);
         QCommandLineParser parser;
         parser.setApplicationDescription(QStringLiteral("KOR Vistrel help"));

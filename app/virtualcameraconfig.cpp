@@ -46,6 +46,8 @@ VirtualCameraInfos parseConfig(const nlohmann::json::const_iterator& member)
     return record;
 }
 
+// Errors of the JSON library are not caught, here or by the callers: they end the process with
+// their text, which names the place. Deliberate.
 QList<VirtualCameraInfos> readVirtualCameraConfig(const QString& path)
 {
     std::ifstream file(path.toStdString());

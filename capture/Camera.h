@@ -33,6 +33,8 @@ struct CameraResolutionDefinition {
 
 /// Captures one camera on a thread of its own and emits every frame with its IMU packets.
 ///
+/// getWith() and graceFullyExit() are spelt as they always were. Deliberate: callers know them so.
+///
 /// All functions belong to the thread that owns the object; only run() executes on the capture
 /// thread. Frames are written into a ring of buffers and a buffer is written again only after the
 /// owner's event loop has delivered the signal that carried it, so that a receiver living on the

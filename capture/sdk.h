@@ -27,6 +27,29 @@ static_assert(sizeof(tq::DeviceProperties) == 144, "device records are 144 bytes
 static_assert(sizeof(tq::kvfrw::kvfSampleMetadata) == 256, "frame metadata is 256 bytes");
 static_assert(sizeof(tq::UDPOutConfig) == 96, "sender configurations are 96 bytes");
 
+// So are these places, and the widths of the fields there.
+#define VISTREL_PIN_FIELD(record, field, type, offset)                                          \
+    static_assert(                                                                              \
+        offsetof(record, field) == (offset) && sizeof(decltype(record::field)) == sizeof(type), \
+        #record "::" #field " is " #type " at byte " #offset)
+VISTREL_PIN_FIELD(tq::DeviceProperties, id, std::int32_t, 4);
+VISTREL_PIN_FIELD(tq::DeviceProperties, model, std::int32_t, 24);
+VISTREL_PIN_FIELD(tq::DeviceProperties, serialNumber, std::int32_t, 28);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, layout, std::int32_t, 0);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, port, std::uint16_t, 4);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, bitrate, std::int32_t, 8);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, keyFrameInterval, std::int32_t, 16);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, chunkSize, std::uint16_t, 22);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, width, std::int32_t, 24);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, height, std::int32_t, 28);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, fps, std::int32_t, 40);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, serialNumber, std::int32_t, 44);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, deviceVersion, std::int32_t, 48);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, imuRate, std::int32_t, 52);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, modelCode, std::int32_t, 56);
+VISTREL_PIN_FIELD(tq::UDPOutConfig, eyes, std::int32_t, 92);
+#undef VISTREL_PIN_FIELD
+
 namespace sdk {
 
 /// Arguments whose meaning is the SDK's own; passed as stated by the maker.
@@ -49,6 +72,8 @@ constexpr tq::MODEL kNoModel = tq::MODEL(32);
 
 /// Where an image object keeps its capture time; the SDK has no accessor for it.
 constexpr std::size_t kMatTimestampOffset = 120;
+static_assert(kMatTimestampOffset + sizeof(tq::Timestamp) == sizeof(tq::Mat),
+              "the capture time is an image object's last field");
 
 /// Capture time carried by an image, nanoseconds.
 inline tq::Timestamp captureTime(const tq::Mat& image)
