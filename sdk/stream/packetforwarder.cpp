@@ -84,7 +84,8 @@ private:
 
 GstPadProbeReturn onPackets(GstPad* pad, GstPadProbeInfo* info, gpointer data)
 {
-    Forwarder& forwarder = *SharedData<Forwarder>::get(data);
+    const std::shared_ptr<Forwarder> shared = SharedData<Forwarder>::get(data);
+    Forwarder& forwarder = *shared;
     if (forwarder.isForwarding()) {
         return GST_PAD_PROBE_OK;
     }

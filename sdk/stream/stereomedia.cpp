@@ -255,7 +255,8 @@ void forwardPacketsOf(GstBin* bin, const char* payloader, unsigned packetsPerMil
 
 void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
 {
-    const MediaPlan& plan = *SharedData<MediaPlan>::get(data);
+    const std::shared_ptr<MediaPlan> shared = SharedData<MediaPlan>::get(data);
+    const MediaPlan& plan = *shared;
     const GObjectPtr<GstElement> element(gst_rtsp_media_get_element(media));
     g_object_set_data_full(G_OBJECT(media), kIdentityKey,
                            std::make_unique<FrameRecord>(plan.identity).release(), releaseIdentity);
