@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the program relies on of a camera SDK. Runs against any implementation of it, with the
-// cameras that it finds; at least one mono camera must be attached and free.
+// cameras that it finds; at least one mono camera must be attached and free. The sender is opened
+// on ports that are free.
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -106,6 +110,70 @@ struct Camera {
     int id = 0;
 };
 
+constexpr int kSenderWidth = 320;  // of one eye
+constexpr int kSenderHeight = 240;
+
+/// Binds a socket to a port, 0 for any; returns the port, or 0 when it is taken.
+int bindPort(int type, int port)
+{
+    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    const bool bound = bind(fd, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
+                       getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0;
+    ::close(fd);
+    return bound ? ntohs(address.sin_port) : 0;
+}
+
+/// A port that is free for whatever transport the sender has.
+int freePort()
+{
+    int port = 0;
+    for (int attempt = 0; attempt < 100 && port == 0; ++attempt) {
+        port = bindPort(SOCK_DGRAM, bindPort(SOCK_STREAM, 0));
+    }
+    return port;
+}
+
+/// The sender's configuration as the program fills it.
+tq::UDPOutConfig senderConfig(int port, int imuRate = 2000)
+{
+    tq::UDPOutConfig config;
+    std::memset(&config, 0, sizeof config);
+    config.layout = 1;
+    config.port = static_cast<std::uint16_t>(port);
+    config.bitrate = 20000;
+    config.keyFrameInterval = 120;
+    config.chunkSize = 16000;
+    config.width = kSenderWidth;
+    config.height = kSenderHeight;
+    config.fps = kRate;
+    config.serialNumber = 101234567;
+    config.deviceVersion = 1523;
+    config.imuRate = imuRate;
+    config.modelCode = 11;
+    config.eyes = 2;
+    return config;
+}
+
+/// Gives a sender some frames at the pace of a camera, each with an IMU packet before it.
+void ingest(tq::UDPOutput& sender, int frames)
+{
+    std::vector<unsigned char> pixels(std::size_t{2} * kSenderWidth * kSenderHeight * 2, 128);
+    tq::kvfrw::kvfSampleMetadata metadata;
+    std::memset(&metadata, 0, sizeof metadata);
+    tq::IMUPacket packet;
+    std::memset(&packet, 0, sizeof packet);
+    for (int n = 0; n < frames; ++n) {
+        std::fill(pixels.begin(), pixels.begin() + 1000, static_cast<unsigned char>(n));
+        sender.ingestIMU(packet);
+        sender.ingestYUVFrame(pixels.data(), realTime(), metadata);
+        QThread::msleep(1000 / kRate);
+    }
+}
+
 /// The second process of the test of busy cameras: holds a camera until its input ends.
 int holdCamera(int id)
 {
@@ -159,6 +227,14 @@ private slots:
     void imagesCarryTheirCaptureTime();
     void imagesAreAllocatedPacked();
     void imagesCanBeReleasedOnAnyThread();
+    void imagesKnowTheirSize();
+    void metadataFollowsThePacket();
+    void senderTakesFramesAndPackets();
+    void senderWithoutImuRate();
+    void senderRefusesATakenPort();
+    void closedSenderFreesItsPort();
+    void senderCanBeReopened();
+    void destructionEndsTheStream();
 
 private:
     std::vector<Device> cameras;
@@ -502,6 +578,128 @@ void Conformance::imagesCanBeReleasedOnAnyThread()
         QVERIFY(thread->wait(10000));
     }
     QCOMPARE(wrong.loadAcquire(), 0);
+}
+
+void Conformance::imagesKnowTheirSize()
+{
+    tq::Mat image;
+    QCOMPARE(image.getWidth(), std::size_t{0});
+    QCOMPARE(image.getHeight(), std::size_t{0});
+    image.alloc(64, 8, sdk::kYuyv, sdk::kHostMemory);
+    const tq::Mat shared(image);
+    tq::Mat deep;
+    deep.clone(image);
+    for (const tq::Mat* each : std::initializer_list<const tq::Mat*>{&image, &shared, &deep}) {
+        QCOMPARE(each->getWidth(), std::size_t{64});
+        QCOMPARE(each->getHeight(), std::size_t{8});
+    }
+    // Allocating again changes the size of this object alone.
+    image.alloc(32, 16, sdk::kYuyv, sdk::kHostMemory);
+    QCOMPARE(image.getWidth(), std::size_t{32});
+    QCOMPARE(image.getHeight(), std::size_t{16});
+    QCOMPARE(shared.getWidth(), std::size_t{64});
+}
+
+// The records are compared as bytes: the program never looks into them.
+void Conformance::metadataFollowsThePacket()
+{
+    const auto metadataOf = [](const tq::IMUPacket& packet) {
+        tq::kvfrw::kvfSampleMetadata metadata;
+        std::memset(&metadata, 0, sizeof metadata);
+        tq::kvfrw::convertMetadataFromMCUData(metadata, packet);
+        return QByteArray(reinterpret_cast<const char*>(&metadata), sizeof metadata);
+    };
+    Camera camera;
+    QCOMPARE(camera.open(cameras.front()), 0);
+    if (!camera.grabber.hasMCU()) {
+        QSKIP("the camera has no inertial unit");
+    }
+    std::vector<tq::IMUPacket> packets;
+    for (int i = 0; i < 30; ++i) {
+        QVERIFY(camera.waitForFrame());
+        packets.push_back(camera.grabber.getIMUPacket());
+    }
+    QSet<QByteArray> different;
+    for (const tq::IMUPacket& packet : packets) {
+        const QByteArray metadata = metadataOf(packet);
+        QCOMPARE(metadata.toHex(), metadataOf(packet).toHex());
+        different << metadata;
+    }
+    QVERIFY2(different.size() > 15, "the metadata of different packets differs");
+    QVERIFY(!different.contains(QByteArray(sizeof(tq::kvfrw::kvfSampleMetadata), 0)));
+}
+
+// Nobody receives: a sender must neither fail nor hold up the program then.
+void Conformance::senderTakesFramesAndPackets()
+{
+    constexpr int kFrames = 30;
+    tq::UDPOutput sender(sdk::kStreamingMode, true);
+    QCOMPARE(sender.open(senderConfig(freePort())), 0);
+    QElapsedTimer timer;
+    timer.start();
+    ingest(sender, kFrames);
+    QVERIFY2(timer.elapsed() < 10000, qPrintable(QString("%1 ms").arg(timer.elapsed())));
+    sender.close();
+}
+
+void Conformance::senderWithoutImuRate()
+{
+    tq::UDPOutput sender(sdk::kStreamingMode, true);
+    QCOMPARE(sender.open(senderConfig(freePort(), 0)), 0);
+    ingest(sender, 3);
+    sender.close();
+}
+
+void Conformance::senderRefusesATakenPort()
+{
+    const int port = freePort();
+    tq::UDPOutput first(sdk::kStreamingMode, true);
+    QCOMPARE(first.open(senderConfig(port)), 0);
+    {
+        tq::UDPOutput second(sdk::kStreamingMode, true);
+        QVERIFY2(second.open(senderConfig(port)) != 0, "the port is in use");
+    }
+    // The one that had it first is not disturbed, and another port is still to be had.
+    ingest(first, 3);
+    tq::UDPOutput other(sdk::kStreamingMode, true);
+    QCOMPARE(other.open(senderConfig(freePort())), 0);
+}
+
+void Conformance::closedSenderFreesItsPort()
+{
+    const int port = freePort();
+    tq::UDPOutput first(sdk::kStreamingMode, true);
+    QCOMPARE(first.open(senderConfig(port)), 0);
+    ingest(first, 3);
+    first.close();
+    tq::UDPOutput second(sdk::kStreamingMode, true);
+    QCOMPARE(second.open(senderConfig(port)), 0);
+    ingest(second, 3);
+}
+
+void Conformance::senderCanBeReopened()
+{
+    const int ports[] = {freePort(), freePort()};
+    tq::UDPOutput sender(sdk::kStreamingMode, true);
+    for (const int port : {ports[0], ports[0], ports[1]}) {
+        QCOMPARE(sender.open(senderConfig(port)), 0);
+        ingest(sender, 3);
+        sender.close();
+    }
+}
+
+// The program replaces a sender by destroying it, without closing it first.
+void Conformance::destructionEndsTheStream()
+{
+    const int port = freePort();
+    for (int round = 0; round < 3; ++round) {
+        auto sender = std::make_unique<tq::UDPOutput>(sdk::kStreamingMode, true);
+        QCOMPARE(sender->open(senderConfig(port)), 0);
+        ingest(*sender, 3);
+        sender.reset();
+    }
+    // One that was never opened goes as well.
+    const tq::UDPOutput unopened(sdk::kStreamingMode, true);
 }
 
 int main(int argc, char** argv)
