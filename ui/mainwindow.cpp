@@ -7,6 +7,7 @@
 #include <QScrollBar>
 #include <QSignalBlocker>
 #include <QSize>
+#include <QStyledItemDelegate>
 #include <QUuid>
 #include <QVariant>
 
@@ -126,6 +127,8 @@ void MainWindow::applyStyle()
     for (QComboBox* const list : {ui->ResolutionComboBox, ui->FPSComboBox}) {
         list->setStyleSheet(style->comboBox);
         list->setFont(style->fontText);
+        // The list's own delegate does not look at the sheet's rules for entries.
+        list->setItemDelegate(new QStyledItemDelegate(list));
     }
     for (QAbstractButton* const button : {static_cast<QAbstractButton*>(ui->ReloadCamButton),
                                           static_cast<QAbstractButton*>(ui->ApplyResFPSButton),
@@ -510,6 +513,7 @@ void MainWindow::arrangePanels()
 {
     const QHBoxLayout* const row = ui->scrollAreaWidgetContentsHorizontalLayout;
     const int count = row->count();
+    ui->camerasWidgetscrollAreaWidgetContents->setVisible(count > 0);
     if (count == 0) {
         ui->camerasWidgetscrollAreaWidgetContents->setMinimumSize(0, 0);
         ui->camerasWidgetsScrollArea->setMaximumHeight(QWIDGETSIZE_MAX);

@@ -334,7 +334,13 @@ QString comboBoxSheet(const QString& font, const Look& look, const Look& hover,
                 font + "background-color:" + look.ground + ";color:" + look.text +
                     ";border:1px solid " + clr::tq_ash + ";outline:none;padding:2px;" +
                     "selection-background-color:" + clr::company_clr +
-                    ";selection-color:" + clr::tq_soil + ";");
+                    ";selection-color:" + clr::tq_soil + ";") +
+           // In line with the text of the closed list.
+           rule("QComboBox QAbstractItemView::item",
+                "min-height:24px;padding:0px 6px;border:0px solid;background-color:" + look.ground +
+                    ";color:" + look.text + ";") +
+           rule("QComboBox QAbstractItemView::item:selected",
+                "background-color:" + clr::company_clr + ";color:" + clr::tq_soil + ";");
 }
 
 QString spinBoxSheet(const QString& font, const Look& look, const Look& hover, const Arrows& arrows)
@@ -504,6 +510,7 @@ QString messageBoxSheet(const QString& text, const QString& buttonFont)
 {
     const QString selector = QStringLiteral("QMessageBox QPushButton");
     return rule("QMessageBox", "background-color:" + clr::tq_steel +
+                                   ";icon-size:32px"
                                    ";messagebox-warning-icon:url(:/images/warning.png);"
                                    "messagebox-information-icon:url(:/images/info.png);"
                                    "messagebox-question-icon:url(:/images/info.png);"
@@ -532,6 +539,9 @@ QString grounds()
     return rule("QMainWindow,QDialog,.QWidget",
                 "background-color:" + clr::tq_soil + ";color:" + clr::tq_iron + ";") +
            rule("QWidget:disabled", "color:" + clr::med_black + ";") +
+           // The view of a panel is black beside its picture: that is no frame on a black ground.
+           rule("QWidget#camerasWidgetscrollAreaWidgetContents",
+                "background-color:" + clr::tq_black + ";") +
            rule("QScrollArea", "background-color:" + clr::transparent + ";border:none;") +
            rule("QAbstractScrollArea::corner", "background-color:" + clr::tq_soil + ";") +
            rule("VirtualCamHandler", "background-color:" + clr::tq_steel + ";border:1px solid " +
@@ -542,6 +552,8 @@ QString mainWindowSheet(const Style& style, const QString& text)
 {
     return grounds() + label(text, clr::tq_iron) +
            rule("QLabel#cameraTitle", "color:" + clr::tq_pearl + ";") +
+           rule("QLabel#cameraTitle,QLabel#modelLabel,QLabel#resolutionLabel",
+                "padding-left:8px;") +
            rule("QLabel#noCameraLabel", "color:" + clr::tq_demo_red + ";border:1px solid " +
                                             clr::red_h + ";border-radius:4px;") +
            style.spinBox + style.lineEdit + style.comboBox + style.scrollBar + style.menu +
@@ -646,6 +658,7 @@ void Style::buildButtonSheets()
 
     ButtonLooks removal = ordinaryLooks();
     removal.normal.text = clr::red;
+    removal.normal.border = clr::red_h;  // the sign alone is small
     removal.hover = {clr::red, clr::tq_soil, clr::red};
     removal.pressed = {clr::red_h, clr::tq_soil, clr::red_h};
     // The remove button keeps the font that it has.

@@ -10,6 +10,7 @@
 #include <QSignalBlocker>
 #include <QSize>
 #include <QStyle>
+#include <QStyledItemDelegate>
 #include <QVariant>
 #include <random>
 #include <utility>
@@ -205,6 +206,8 @@ void VirtualCamHandler::applyStyle()
          {ui->LeftSensorSNChoice, ui->RightSensorSNChoice, ui->resolutionComboBox}) {
         choice->setStyleSheet(style->comboBox);
         choice->setFont(style->fontText);
+        // The list's own delegate does not look at the sheet's rules for entries.
+        choice->setItemDelegate(new QStyledItemDelegate(choice));
     }
     ui->RemoveButton->setStyleSheet(style->removeButton);
     ui->TestButton->setStyleSheet(style->streamButtonIdle);

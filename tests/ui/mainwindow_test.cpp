@@ -2,12 +2,14 @@
 // The main window, on real widgets; systemctl and sudo are stood in for.
 #include "ui/mainwindow.h"
 
+#include <QAbstractItemView>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDateTime>
 #include <QGridLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPixmap>
 #include <QRegularExpression>
 #include <QScrollArea>
 #include <QScrollBar>
@@ -147,6 +149,8 @@ private slots:
     void formHasItsSizes();
     void formHasItsLayouts();
     void stylesByRole();
+    void entriesOfListsHaveRoom();
+    void signsOfBoxesHaveOneSize();
     void shownByItsConstructor();
     void switchShowsTheServicesState_data();
     void switchShowsTheServicesState();
@@ -368,6 +372,33 @@ void MainWindowTest::stylesByRole()
         }
     }
     QCOMPARE(window.part<QWidget>("toggleDaemonButton")->styleSheet(), style.checkBox);
+}
+
+void MainWindowTest::entriesOfListsHaveRoom()
+{
+    Window window;
+    window.setGlobalCameraConfigurationContent(sdk::kSoloUhd);
+    window.updateSerialList(kSerials);
+    window.addVirtualCamHandler();
+    for (const char* const name :
+         {"ResolutionComboBox", "FPSComboBox", "LeftSensorSNChoice", "RightSensorSNChoice"}) {
+        auto* const list = window.part<QComboBox>(name);
+        list->showPopup();
+        QVERIFY2(list->view()->visualRect(list->model()->index(0, 0)).height() >= 24, name);
+        list->hidePopup();
+    }
+}
+
+// The sign is not enlarged where the toolkit has room for a larger one.
+void MainWindowTest::signsOfBoxesHaveOneSize()
+{
+    Window window;
+    QMessageBox box(QMessageBox::Warning, "Warning", "text", QMessageBox::Ok, &window);
+    box.ensurePolished();
+    box.setIcon(QMessageBox::Warning);
+    const QPixmap sign = box.iconPixmap();
+    QVERIFY(!sign.isNull());
+    QCOMPARE(qRound(sign.width() / sign.devicePixelRatio()), 32);
 }
 
 void MainWindowTest::shownByItsConstructor()

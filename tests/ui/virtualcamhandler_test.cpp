@@ -2,7 +2,9 @@
 // The editor of one virtual camera, on real widgets.
 #include "ui/virtualcamhandler.h"
 
+#include <QColor>
 #include <QComboBox>
+#include <QImage>
 #include <QLabel>
 #include <QLayout>
 #include <QLineEdit>
@@ -49,6 +51,23 @@ struct Row {
     QSignalSpy disabled{&editor, &VirtualCamHandler::disableStream};
     QSignalSpy resolutionChanged{&editor, &VirtualCamHandler::resolutionChanged};
 };
+
+// Whether a widget's picture holds more than a few pixels of nearly this colour.
+bool hasPixels(QWidget* widget, const QColor& color)
+{
+    const QImage image = widget->grab().toImage();
+    int count = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width() / 2; ++x) {  // the arrow is on the right
+            const QColor pixel = image.pixelColor(x, y);
+            const bool near = qAbs(pixel.red() - color.red()) < 12 &&
+                              qAbs(pixel.green() - color.green()) < 12 &&
+                              qAbs(pixel.blue() - color.blue()) < 12;
+            count += near ? 1 : 0;
+        }
+    }
+    return count > 5;
+}
 
 }  // namespace
 
@@ -448,6 +467,9 @@ void VirtualCamHandlerTest::absentCamerasAreAwaited()
     QCOMPARE(row.right->currentText(), QString());
     QCOMPARE(row.right->placeholderText(), QStringLiteral("30999999"));  // what the row shows
     QCOMPARE(row.left->placeholderText(), QString());
+    QVERIFY(hasPixels(row.right, QColor(137, 137, 137)));  // dimmed, unlike a choice
+    QVERIFY(!hasPixels(row.right, QColor(242, 242, 242)));
+    QVERIFY(hasPixels(row.left, QColor(242, 242, 242)));
     QCOMPARE(row.editor.getInfos().rightSerialNumber, std::uint64_t(0));
     QCOMPARE(row.editor.getCompleteInfos().leftSerialNumber, std::uint64_t(30123456));
     QCOMPARE(row.editor.getCompleteInfos().rightSerialNumber, std::uint64_t(30999999));
