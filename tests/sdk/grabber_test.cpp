@@ -246,28 +246,35 @@ void GrabberTest::skippedFramesAreCounted()
 
 void GrabberTest::halt_ofTheProcess_losesNoFrame()
 {
+    constexpr tq::Timestamp kPeriod = 1000000000 / 30;
     TemporaryRig rig;
     rig.add(simulated());
     Grabber grabber;
     QCOMPARE(openCamera(grabber, 0, 320, 200, 30), 0);
     QCOMPARE(waitForFrame(grabber), 1);
     std::uint32_t last = patternOf(grabber).counter;
-    std::uint64_t longest = 0;
     tq::Timestamp lastTaken = tq::systemClock().now();
-    for (int halt = 0; halt < 5; ++halt) {
+    int madeUpFor = 0;
+    for (int halt = 0; halt < 20 && madeUpFor < 3; ++halt) {
         // Nothing of this process runs for some three periods.
         QProcess::startDetached("sh", {"-c", QString("sleep 0.05; kill -STOP %1; sleep 0.09; "
                                                      "kill -CONT %1")
                                                  .arg(QCoreApplication::applicationPid())});
         for (int frame = 0; frame < 10; ++frame) {
             QCOMPARE(waitForFrame(grabber), 1);
-            QCOMPARE(patternOf(grabber).counter, ++last);
+            const std::uint32_t counter = patternOf(grabber).counter;
             const tq::Timestamp taken = tq::systemClock().now();
-            longest = std::max(longest, taken - lastTaken);
+            const tq::Timestamp gap = taken - lastTaken;
+            // A busy machine may hold the process up for longer than what is made up for.
+            if (gap < 4 * kPeriod) {
+                QCOMPARE(counter, last + 1);
+                madeUpFor += gap > 2 * kPeriod ? 1 : 0;
+            }
+            last = counter;
             lastTaken = taken;
         }
     }
-    QVERIFY2(longest > 80000000, "the process was not halted");
+    QVERIFY2(madeUpFor >= 3, "the process was never halted for two to four periods");
 }
 
 void GrabberTest::flippedPicture()

@@ -169,26 +169,26 @@ void StreamWireTest::carriesNtpTime()
     QCOMPARE(client.setup(0).status, 200);
     QCOMPARE(client.setup(1).status, 200);
     QCOMPARE(client.play().status, 200);
-    QMap<std::uint32_t, double> seconds;  // seconds since 1970 of the extension, by RTP time
+    QMap<std::uint32_t, qint64> extensionTimes;  // ns since 1970, by RTP time
     int frames = 0;
     QVERIFY(client.packetsUntil([&](const Packet& p) {
         if (p.channel == 0 && p.hasExtension() && (p.extension()[0] & 0xFF) == 0x17) {
             const Packet time{0, p.extension().mid(1, 8)};
-            seconds[p.timestamp()] = static_cast<double>(time.u32(0) - kNtpToUnix) * 1e9 +
-                                     static_cast<double>(time.u32(4)) * 1e9 / 4294967296.0;
+            extensionTimes[p.timestamp()] =
+                static_cast<qint64>(time.u32(0) - kNtpToUnix) * 1000000000 +
+                (qint64{time.u32(4)} * 1000000000 >> 32);
         }
         return p.channel == 0 && p.marker() && ++frames == 20;
     }));
     feeder->stop();
-    QCOMPARE(seconds.size(), 20);
+    QCOMPARE(extensionTimes.size(), 20);
     int matched = 0;
     for (const tq::Timestamp time : feeder->frameTimes()) {
-        const auto found = seconds.find(rtpTime(time));
-        if (found != seconds.end()) {
+        const auto found = extensionTimes.find(rtpTime(time));
+        if (found != extensionTimes.end()) {
             ++matched;
-            // A double holds this time to 256 ns, and sums lose some of that.
-            const double error = *found - static_cast<double>(time);
-            QVERIFY2(qAbs(error) < 2000, qPrintable(QString::number(error)));
+            const qint64 error = *found - static_cast<qint64>(time);
+            QVERIFY2(qAbs(error) <= 2, qPrintable(QString::number(error)));
         }
     }
     QCOMPARE(matched, 20);
