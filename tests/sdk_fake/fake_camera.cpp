@@ -281,6 +281,7 @@ int LiveCameraGrabber::getFrameStatus()
     }
     sdkfake::waitWhile(d->camera->blocked);
     if (!d->takePushed() && !d->takeFreeRunning()) {
+        const std::lock_guard<std::mutex> lock(world().mutex);
         return d->camera->setup.idleStatus;
     }
     d->hasFrame = true;

@@ -138,16 +138,16 @@ struct StreamClient::Private {
     // Links each stream to its branch. A description with two links that wait for pads of one
     // element would leave that to the library, which tries every pad with every such link, on the
     // threads of both streams at once; now and then one of them stays without a branch.
-    static void onPad(GstElement* /*source*/, GstPad* pad, gpointer self)
+    static void onPad(GstElement* source, GstPad* pad, gpointer /*self*/)
     {
-        auto* const d = static_cast<Private*>(self);
+        GstObject* const pipeline = gst_element_get_parent(source);
         GstCaps* const caps = gst_pad_get_current_caps(pad);
         const char* const media =
             caps == nullptr ? nullptr
                             : gst_structure_get_string(gst_caps_get_structure(caps, 0), "media");
         const bool video = g_strcmp0(media, "video") == 0;
         GstElement* const branch =
-            gst_bin_get_by_name(GST_BIN(d->pipeline), video ? "video-branch" : "data-branch");
+            gst_bin_get_by_name(GST_BIN(pipeline), video ? "video-branch" : "data-branch");
         GstPad* const sink = gst_element_get_static_pad(branch, "sink");
         if (gst_pad_link(pad, sink) != GST_PAD_LINK_OK) {
             GST_ELEMENT_ERROR(branch, CORE, PAD, ("cannot link the stream of %s", media),
@@ -155,6 +155,7 @@ struct StreamClient::Private {
         }
         gst_object_unref(sink);
         gst_object_unref(branch);
+        gst_object_unref(pipeline);
         if (caps != nullptr) {
             gst_caps_unref(caps);
         }
@@ -186,7 +187,7 @@ StreamClient::StreamClient(const QString& url, const QString& protocols)
         d->listen("video", &Private::onPicture);
         d->listen("data", &Private::onData);
         GstElement* const source = gst_bin_get_by_name(GST_BIN(d->pipeline), "source");
-        g_signal_connect(source, "pad-added", G_CALLBACK(&Private::onPad), d.get());
+        g_signal_connect(source, "pad-added", G_CALLBACK(&Private::onPad), nullptr);
         gst_object_unref(source);
         gst_element_set_state(d->pipeline, GST_STATE_PLAYING);
     }
@@ -198,6 +199,8 @@ StreamClient::~StreamClient()
         gst_element_set_state(d->pipeline, GST_STATE_NULL);
         gst_object_unref(d->pipeline);
     }
+    // What the streaming threads wrote last, they wrote under this lock.
+    const std::lock_guard<std::mutex> lock(d->mutex);
 }
 
 std::vector<Picture> StreamClient::pictures() const
