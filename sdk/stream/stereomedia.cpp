@@ -197,6 +197,13 @@ void onElementAdded(GstBin*, GstBin*, GstElement* element, gpointer)
     if (std::strcmp(name, "rtpbin") == 0) {
         // Sender reports relate RTP time to the capture time, not to the time of sending.
         g_object_set(element, "rtcp-sync-send-time", FALSE, nullptr);
+        // It would replace the capture time in the header extension by an estimate of its own,
+        // which is off by some microseconds. Where it cannot (GStreamer before 1.22), it has no
+        // such key.
+        constexpr const char* kReplaceTime = "update-ntp64-header-ext";
+        if (g_object_class_find_property(G_OBJECT_GET_CLASS(element), kReplaceTime) != nullptr) {
+            g_object_set(element, kReplaceTime, FALSE, nullptr);
+        }
     } else if (GST_IS_BASE_SINK(element)) {
         g_signal_connect(element, "notify::sync", G_CALLBACK(keepUnsynchronised), nullptr);
         g_object_set(element, "sync", FALSE, nullptr);
