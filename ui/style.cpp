@@ -587,7 +587,8 @@ Style::~Style()
 }
 
 // Every instance registers the same files again, deliberately. The registrations of those that are
-// gone are taken back here, together: the toolkit sets all fonts up anew after a change.
+// gone are taken back here, together: the toolkit sets all fonts up anew after a change. Kept,
+// those of one reload with four cameras would hold 8.5 MB for ever.
 void Style::registerFonts()
 {
     for (const int id : qAsConst(staleFontIds())) {
