@@ -68,6 +68,7 @@ void KTCamera::graceFullyExit()
         terminate();
         wait();
     }
+    ended.exchange(false);
     grabber->close(true);
     running = false;
 }
@@ -115,6 +116,7 @@ void KTCamera::run()
     }
     reportLostFrames();
     ring.reset();
+    ended = true;
 }
 
 void KTCamera::captureFrame(tq::KORmcu* mcu)

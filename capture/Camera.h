@@ -92,6 +92,9 @@ private:
     void reportLostFrames();
 
     std::atomic<bool> running{false};
+    // Set last by the thread and cleared when it has been waited for: shows the thread sanitizer,
+    // which does not see into Qt, that all the thread did comes before what follows the wait.
+    std::atomic<bool> ended{false};
     std::shared_ptr<tq::LiveCameraGrabber> grabber;
     tq::Mat unusedImage;  // no operation uses it; kept in the record
     int id = 0;

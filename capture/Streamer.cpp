@@ -120,6 +120,7 @@ void VirtualCameraStreamer::stopThread()
         terminate();
         wait();
     }
+    ended.exchange(false);
 }
 
 void VirtualCameraStreamer::clearImageQueues()
@@ -312,6 +313,7 @@ void VirtualCameraStreamer::run()
         serial = config.serialNumber;
     }
     emit StreamUpdated(serial, false);
+    ended = true;
 }
 
 void VirtualCameraStreamer::processQueues(tq::Mat& frame)

@@ -76,6 +76,9 @@ private:
     void warnAboutSize(const tq::Mat& left, const tq::Mat& right);
 
     std::atomic<bool> running{false};
+    // Set last by the thread and cleared when it has been waited for: shows the thread sanitizer,
+    // which does not see into Qt, that all the thread did comes before what follows the wait.
+    std::atomic<bool> ended{false};
     std::unique_ptr<tq::UDPOutput> udp;
     tq::UDPOutConfig config{};
     tq::IMUPacket lastIMU{};
