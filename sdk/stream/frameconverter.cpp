@@ -5,7 +5,9 @@
 #include <libyuv/convert.h>
 #include <libyuv/planar_functions.h>
 
+#include <cstddef>
 #include <cstring>
+#include <utility>
 
 #include "sdk/stream/encoders.h"
 
@@ -19,6 +21,21 @@ std::uint8_t* plane(GstVideoFrame& frame, unsigned index)
 }
 
 }  // namespace
+
+void yuyvToNv12(const std::uint8_t* yuyv, int width, int height, std::uint8_t* luma, int lumaStride,
+                std::uint8_t* chroma, int chromaStride)
+{
+    // libyuv's vector code gets the last colours of a row wrong when 18 to 30 pixels are left over
+    // after the last 32, so those of the last 16 are a part of their own.
+    constexpr int kSafe = 16;
+    const int first = width - width % kSafe;
+    for (const auto& [x, columns] : {std::pair{0, first}, std::pair{first, width - first}}) {
+        if (columns > 0) {
+            libyuv::YUY2ToNV12(yuyv + 2 * static_cast<std::ptrdiff_t>(x), width * 2, luma + x,
+                               lumaStride, chroma + x, chromaStride, columns, height);
+        }
+    }
+}
 
 FrameConverter::FrameConverter(const VideoFormat& format, GstVideoFormat pixelFormat,
                                unsigned mostBuffers)
@@ -63,8 +80,8 @@ void FrameConverter::convertInto(GstVideoFrame& frame, const std::uint8_t* yuyv)
     const int lumaStride = GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0);
     std::uint8_t* luma = plane(frame, 0);
     if (GST_VIDEO_INFO_FORMAT(&info) == GST_VIDEO_FORMAT_NV12) {
-        libyuv::YUY2ToNV12(yuyv, width * 2, luma, lumaStride, plane(frame, 1),
-                           GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 1), width, sourceHeight);
+        yuyvToNv12(yuyv, width, sourceHeight, luma, lumaStride, plane(frame, 1),
+                   GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 1));
     } else {
         libyuv::YUY2ToI420(yuyv, width * 2, luma, lumaStride, plane(frame, 1),
                            GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 1), plane(frame, 2),

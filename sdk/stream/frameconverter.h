@@ -11,6 +11,12 @@
 
 namespace tq::stream {
 
+/// Converts packed YUYV to NV12: a plane of luma and one of interleaved chroma of half its height.
+/// @param width,height       pixels, the width even
+/// @param lumaStride,chromaStride bytes from one row to the next
+void yuyvToNv12(const std::uint8_t* yuyv, int width, int height, std::uint8_t* luma, int lumaStride,
+                std::uint8_t* chroma, int chromaStride);
+
 /// Owns the pool of 4:2:0 buffers of one sender. One thread at a time.
 class FrameConverter {
 public:

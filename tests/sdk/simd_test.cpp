@@ -9,6 +9,8 @@
 #include <random>
 #include <vector>
 
+#include "sdk/stream/frameconverter.h"
+
 namespace {
 
 constexpr int kAllFlags = -1;
@@ -53,7 +55,7 @@ std::vector<std::uint8_t> convert(const std::vector<std::uint8_t>& yuyv, int wid
     std::uint8_t* const packed = planar + luma + 2 * chroma;
     libyuv::YUY2ToI420(yuyv.data(), width * 2, planar, width, planar + luma, width / 2,
                        planar + luma + chroma, width / 2, width, height);
-    libyuv::YUY2ToNV12(yuyv.data(), width * 2, packed, width, packed + luma, width, width, height);
+    tq::stream::yuyvToNv12(yuyv.data(), width, height, packed, width, packed + luma, width);
     return result;
 }
 
@@ -89,8 +91,10 @@ void SimdTest::givesWhatPlainCodeGives_data()
     QTest::addColumn<int>("width");
     QTest::addColumn<int>("height");
     QTest::newRow("two eyes") << 2 * 1920 << 1200;
-    QTest::newRow("no multiple of a vector") << 2 * 333 << 26;
-    QTest::newRow("smaller than a vector") << 4 << 2;
+    for (int rest = 2; rest <= 32; rest += 2) {
+        QTest::addRow("%d more than a multiple of a vector", rest) << 2 * 320 + rest << 6;
+        QTest::addRow("%d", rest) << rest << 2;
+    }
 }
 
 void SimdTest::givesWhatPlainCodeGives()

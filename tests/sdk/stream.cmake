@@ -11,3 +11,8 @@ foreach(name IN ITEMS open wire clients load)
     target_compile_definitions(test_sdk_stream_${name} PRIVATE
         VISTREL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 endforeach()
+
+# The conversion of colours, and the library that does it, which the test asks what it uses.
+vistrel_add_test(NAME sdk_simd SOURCES simd_test.cpp
+    LIBRARIES TqKor::TqKor PkgConfig::VISTREL_TEST_GST "${LIBYUV_LIBRARY}" LABELS sdk)
+target_include_directories(test_sdk_simd PRIVATE "${LIBYUV_INCLUDE_DIR}")
