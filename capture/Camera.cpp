@@ -48,6 +48,7 @@ int KTCamera::open(int cameraId, tq::Resolution res, int wantedFps, bool hdrMode
     hdr = hdrMode;
     qDebug() << "[KTCamera] Camera " << serialNumber << " opened at resolution " << width << " x "
              << height << " and fps " << fps;
+    ring = std::make_shared<FrameRing>(width, height, fps);
     start();
     return 0;
 }
@@ -104,7 +105,6 @@ CameraInfos KTCamera::getInfos() const
 
 void KTCamera::run()
 {
-    ring = std::make_shared<FrameRing>(width, height, fps);
     tq::KORmcu* const mcu = grabber->getMCU();
     lastBatchEnd = 0;
     lostFrames = 0;
