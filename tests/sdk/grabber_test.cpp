@@ -7,6 +7,7 @@
 #include "sdk/core/clock.h"
 #include "tests/sdk/patterndecoder.h"
 #include "tests/sdk/sdktesting.h"
+#include "tests/support/sanitizers.h"
 
 namespace {
 
@@ -246,6 +247,9 @@ void GrabberTest::skippedFramesAreCounted()
 
 void GrabberTest::halt_ofTheProcess_losesNoFrame()
 {
+    if (kSanitized) {
+        QSKIP("instrumented programs are too slow to make up for a halt");
+    }
     constexpr tq::Timestamp kPeriod = 1000000000 / 30;
     TemporaryRig rig;
     rig.add(simulated());
@@ -266,7 +270,7 @@ void GrabberTest::halt_ofTheProcess_losesNoFrame()
             const tq::Timestamp taken = tq::systemClock().now();
             const tq::Timestamp gap = taken - lastTaken;
             // A busy machine may hold the process up for longer than what is made up for.
-            if (gap < 4 * kPeriod) {
+            if (gap < 7 * kPeriod / 2) {
                 QCOMPARE(counter, last + 1);
                 madeUpFor += gap > 2 * kPeriod ? 1 : 0;
             }

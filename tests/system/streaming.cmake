@@ -9,7 +9,8 @@ vistrel_add_test(NAME system_streaming
     SOURCES streamingtest.cpp streamclient.cpp streamclient.h
     LIBRARIES vistrel_sandbox Qt5::Gui Qt5::Network PkgConfig::GSTREAMER_CLIENT
     LABELS system
-    TIMEOUT 400)
+    TIMEOUT 600
+    PROPERTIES RUN_SERIAL ON)
 target_compile_definitions(test_system_streaming PRIVATE
     KOR_VISTREL="$<TARGET_FILE:kor_vistrel>"
     VISTREL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
