@@ -22,6 +22,10 @@ function(vistrel_add_gui_run)
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT ${VISTREL_TEST_TIMEOUT})
     endif()
+    if(VISTREL_SANITIZE MATCHES "address")
+        # Full stacks, which cmake/lsan.supp needs elsewhere, would take software OpenGL minutes.
+        list(PREPEND ARG_ENVIRONMENT "ASAN_OPTIONS=detect_stack_use_after_return=1")
+    endif()
     add_test(NAME ${ARG_NAME}
              COMMAND "${VISTREL_WITH_DISPLAY}" ${options} --
                      "$<TARGET_FILE:${ARG_TARGET}>" ${ARG_ARGUMENTS})
