@@ -16,6 +16,8 @@ inline QString toStr(const QColor& color)
     return QStringLiteral("rgb(%1,%2,%3)").arg(color.red()).arg(color.green()).arg(color.blue());
 }
 
+// Style sheets and forms know the colours by these names.
+// NOLINTBEGIN(readability-identifier-naming)
 const QColor blue_clr(0, 190, 255);
 const QColor green_clr(48, 214, 149);
 const QColor dark(58, 58, 58);
@@ -66,5 +68,6 @@ const QString tq_demo_red = QStringLiteral("rgb(255,100,100)");
 
 const QString company_clr = tq_lime;
 const QString company_clr_h = tq_dark_lime;
+// NOLINTEND(readability-identifier-naming)
 
 }  // namespace clr

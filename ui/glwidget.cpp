@@ -330,10 +330,10 @@ void GLWidget::paintEvent(QPaintEvent* /*event*/) {}
 
 void GLWidget::makeObject()
 {
-    static constexpr std::array<std::array<float, 3>, kCornerCount> coords{
+    static constexpr std::array<std::array<float, 3>, kCornerCount> kCorners{
         {{1, -1, 0}, {-1, -1, 0}, {-1, 1, 0}, {1, 1, 0}}};
     for (int i = 0; i < kCornerCount; ++i) {
-        const auto& corner = coords[static_cast<std::size_t>(i)];
+        const auto& corner = kCorners[static_cast<std::size_t>(i)];
         textureCoordinates.append(QVector2D(i == 0 || i == 3 ? 1.0F : 0.0F, i < 2 ? 1.0F : 0.0F));
         vertices.append(QVector3D(corner[0], corner[1], corner[2]));
     }

@@ -27,8 +27,8 @@ class VirtualCamHandler : public QWidget {
     Q_OBJECT
 
 public:
-    /// @param uuid identity of the editor, handed back by remove(); never changes
-    VirtualCamHandler(QString uuid, QWidget* parent);
+    /// @param identity names the editor, handed back by remove(); never changes
+    VirtualCamHandler(QString identity, QWidget* parent);
     ~VirtualCamHandler() override;
 
     /// Lists the capture resolutions of the model that a physical serial number belongs to. The
@@ -110,7 +110,7 @@ protected:
     /// @return whether that succeeded
     using StreamConnector = std::function<bool(VirtualCamHandler&, QPushButton*)>;
 
-    VirtualCamHandler(QString uuid, QWidget* parent, const StreamConnector& connectStream);
+    VirtualCamHandler(QString identity, QWidget* parent, const StreamConnector& connectStream);
 
 private:
     void alignStreamButton();

@@ -14,9 +14,9 @@ QT_END_NAMESPACE
 /// meanwhile. GUI thread.
 class WaitNotice {
 public:
-    /// @param label where the text is shown, in a window of its own or not
+    /// @param where where the text is shown, in a window of its own or not
     /// @param text  what is waited for
-    WaitNotice(QLabel* label, const QString& text);
+    WaitNotice(QLabel* where, const QString& text);
     ~WaitNotice();
 
     WaitNotice(const WaitNotice&) = delete;

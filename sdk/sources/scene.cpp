@@ -248,8 +248,8 @@ void Scene::drawPattern(std::uint8_t* pixels, std::uint32_t counter, Timestamp t
     for (int row = 0; row < BlockPattern::kRows; ++row) {
         std::uint8_t* first = at(pixels, left, (2 + row) * cell);
         for (int column = 0; column < BlockPattern::kColumns; ++column) {
-            const bool white =
-                cells[static_cast<std::size_t>(row * BlockPattern::kColumns + column)];
+            const bool white = cells[static_cast<std::size_t>(row) * BlockPattern::kColumns +
+                                     static_cast<std::size_t>(column)];
             for (int x = 0; x < cell; ++x) {
                 std::uint8_t* pixel = first + (column * cell + x) * 2;
                 pixel[0] = white ? BlockPattern::kWhite : BlockPattern::kBlack;

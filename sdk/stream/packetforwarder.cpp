@@ -53,8 +53,9 @@ private:
     GstFlowReturn forwardBlock(GstPad* pad, GstBufferList* list, guint first, guint count)
     {
         GstBufferList* block = gst_buffer_list_new_sized(count);
-        for (guint i = first; i < first + count; ++i)
+        for (guint i = first; i < first + count; ++i) {
             gst_buffer_list_add(block, gst_buffer_ref(gst_buffer_list_get(list, i)));
+        }
         waitFor(count);
         forwarding = true;
         const GstFlowReturn result = gst_pad_push_list(pad, block);

@@ -29,14 +29,16 @@ Output:
 
 When to end:
   -n, --frames N        after N frames
-  -d, --duration SEC    after SEC seconds
-  -t, --timeout SEC     when no frame came for SEC seconds (default 10)
+  -d, --duration SEC    after SEC seconds, 0: no limit
+  -t, --timeout SEC     when no frame came for SEC seconds (default 10,
+                        0: never)
 
 Transport:
       --tcp             media through the RTSP connection instead of UDP
       --jitter MS       wait MS milliseconds for a missing packet (default 200)
       --no-decode       do not decode: no latency to the picture, no eyes
-                        (the latency shown is that of the received frame)
+                        (the latency shown is that of the received frame); not
+                        with --snapshot
 
   -h, --help            show this help
       --version         show the version
@@ -158,7 +160,7 @@ bool checkUrl(int argc, char** argv, Options& options)
 
 ParseResult parseOptions(int argc, char** argv, Options& options)
 {
-    for (int code;
+    for (int code = 0;
          (code = getopt_long(argc, argv, "s:r:i:j:qn:d:t:h", kLongOptions, nullptr)) != -1;) {
         if (code == 'h') {
             std::fputs(kHelp, stdout);

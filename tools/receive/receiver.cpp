@@ -5,11 +5,11 @@
 #include <gst/app/gstappsink.h>
 #include <gst/rtp/gstrtpbuffer.h>
 #include <gst/video/video.h>
-#include <time.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <ctime>
 #include <utility>
 #include <vector>
 
