@@ -18,6 +18,7 @@ constexpr const char* kMountPoint = "/stereo";
 constexpr const char* kRole = "viewer";
 constexpr const char* kRealm = "KOR stereo";
 constexpr guint kHouseKeepingInterval = 1000;  // ms
+constexpr gint64 kAfterlife = 2 * G_USEC_PER_SEC;
 // Connections without a session that are put up with besides those of the clients served.
 constexpr std::size_t kSpareConnections = 16;
 constexpr int kListenBacklog = 16;
@@ -106,6 +107,7 @@ void StreamServer::stop()
     listener.reset();
     timer.reset();
     connections.clear();
+    departed.clear();
     server.reset();
     sessions.reset();
     if (loop) {
@@ -214,7 +216,11 @@ void StreamServer::clientClosed(GstRTSPClient* client)
         gst_rtsp_session_pool_remove(sessions.get(), session.get());
     }
     log(describe(client) + " is gone");
-    connections.erase(connection);
+    // When a packet finds its client going, the library has it closed by an idle source that holds
+    // no reference to it, and that may run after this. So the client lives on for a moment.
+    connection->sessions.clear();
+    connection->since = g_get_monotonic_time();
+    departed.splice(departed.end(), connections, connection);
 }
 
 void StreamServer::turnAwayIdleClient()
@@ -240,6 +246,8 @@ void StreamServer::houseKeeping()
 {
     gst_rtsp_session_pool_cleanup(sessions.get());
     const gint64 now = g_get_monotonic_time();
+    departed.remove_if(
+        [now](const Connection& connection) { return now - connection.since > kAfterlife; });
     std::list<GObjectPtr<GstRTSPClient>> expired;
     for (Connection& connection : connections) {
         if (hasSession(connection.client.get())) {

@@ -67,6 +67,7 @@ private:
     GSourcePtr listener;
     GSourcePtr timer;
     std::list<Connection> connections;  // server thread only, oldest first
+    std::list<Connection> departed;     // closed a moment ago
     std::thread thread;
 };
 
