@@ -16,6 +16,7 @@
 
 #include "tests/sandbox/sandbox.h"
 #include "tests/sdk/patterndecoder.h"
+#include "tests/support/sanitizers.h"
 #include "tests/system/streamclient.h"
 
 namespace {
@@ -279,6 +280,16 @@ std::size_t bestMatch(const Picture& picture, int left, const std::vector<QImage
     return best;
 }
 
+/// Whether no frame of the recording, taken every 50 ms, is missing.
+bool isUnbroken(const std::vector<FrameRecord>& frames)
+{
+    const auto gap = std::adjacent_find(
+        frames.begin(), frames.end(), [](const FrameRecord& earlier, const FrameRecord& later) {
+            return later.captureTime - earlier.captureTime > 75000000;
+        });
+    return gap == frames.end();
+}
+
 }  // namespace
 
 class StreamingTest : public QObject {
@@ -490,16 +501,19 @@ void StreamingTest::everyPairOfARecordingArrives()
     QVERIFY2(service.startWith(virtualCamera), service.process.readAllStandardError());
     const std::vector<std::uint64_t> times = recordedTimes(folder + "/cam0/data.csv");
     const std::size_t wanted = times.size() + 5;  // more than once around
-    // The encoder leaves frames out when the machine is too busy for it, and says so.
+    // A machine that is too busy for it loses some.
     std::unique_ptr<StreamClient> unbroken;
     for (int attempt = 0; attempt < kAttempts && !unbroken; ++attempt) {
         auto client = std::make_unique<StreamClient>(virtualCamera.url());
         QTRY_VERIFY_WITH_TIMEOUT(client->pictures().size() >= wanted, kStreamLimitMs);
-        if (client->frames().back().dropped == client->frames().front().dropped) {
+        if (isUnbroken(client->frames())) {
             unbroken = std::move(client);
         }
     }
-    QVERIFY2(unbroken, "the encoder left frames out every time");
+    if (kSanitized && !unbroken) {
+        QSKIP("the instrumented program is too slow for every pair");
+    }
+    QVERIFY2(unbroken, "pairs were missing every time");
     const StreamClient& client = *unbroken;
 
     const std::vector<QImage> left = recordedPictures(folder + "/cam0");
