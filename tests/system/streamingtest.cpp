@@ -502,23 +502,27 @@ void StreamingTest::everyPairOfARecordingArrives()
     const std::vector<std::uint64_t> times = recordedTimes(folder + "/cam0/data.csv");
     const std::size_t wanted = times.size() + 5;  // more than once around
     // A machine that is too busy for it loses some.
-    std::unique_ptr<StreamClient> unbroken;
+    std::vector<Picture> pictures;
+    std::vector<FrameRecord> frames;
+    std::vector<ImuRecord> packets;
+    bool unbroken = false;
     for (int attempt = 0; attempt < kAttempts && !unbroken; ++attempt) {
-        auto client = std::make_unique<StreamClient>(virtualCamera.url());
-        QTRY_VERIFY_WITH_TIMEOUT(client->pictures().size() >= wanted, kStreamLimitMs);
-        if (isUnbroken(client->frames())) {
-            unbroken = std::move(client);
-        }
+        const StreamClient client(virtualCamera.url());
+        QTRY_VERIFY_WITH_TIMEOUT(client.pictures().size() >= wanted, kStreamLimitMs);
+        // The packets are read after the frames, so that all that came before the last frame are
+        // there.
+        pictures = client.pictures();
+        frames = client.frames();
+        packets = client.imu();
+        unbroken = isUnbroken(frames);
     }
     if (kSanitized && !unbroken) {
         QSKIP("the instrumented program is too slow for every pair");
     }
     QVERIFY2(unbroken, "pairs were missing every time");
-    const StreamClient& client = *unbroken;
 
     const std::vector<QImage> left = recordedPictures(folder + "/cam0");
     const std::vector<QImage> right = recordedPictures(folder + "/cam1");
-    const std::vector<Picture> pictures = client.pictures();
     const std::size_t start = bestMatch(pictures.front(), 0, left);
     for (std::size_t i = 0; i < wanted; ++i) {
         const std::size_t expected = (start + i) % left.size();
@@ -528,9 +532,6 @@ void StreamingTest::everyPairOfARecordingArrives()
         QVERIFY(difference(pictures[i], virtualCamera.width, right[expected]) < 4);
     }
 
-    // The packets are read after the frames, so that all that came before the last frame are there.
-    const std::vector<FrameRecord> frames = client.frames();
-    const std::vector<ImuRecord> packets = client.imu();
     std::vector<std::uint64_t> captured;
     for (const FrameRecord& frame : frames) {
         captured.push_back(frame.captureTime);
