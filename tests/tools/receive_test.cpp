@@ -221,8 +221,8 @@ void ReceiveTest::writesEverything()
     const QString mkv = folder->filePath("v.mkv");
     const QString csv = folder->filePath("i.csv");
     const QString json = folder->filePath("s.json");
-    const Outcome outcome =
-        receive({"-q", "-n", "60", "-s", png, "-r", mkv, "-i", csv, "-j", json, address()});
+    const Outcome outcome = receive(
+        {"-q", "-t", "50", "-n", "60", "-s", png, "-r", mkv, "-i", csv, "-j", json, address()});
     QVERIFY2(outcome.status == 0, outcome.err);
 
     const QJsonObject statistics = QJsonDocument::fromJson(contents(json)).object();
@@ -321,8 +321,9 @@ void ReceiveTest::completesFilesWhenInterrupted()
     const QString mkv = folder->filePath("v.mkv");
     const QString json = folder->filePath("s.json");
     QProcess process;
-    process.start(VISTREL_RECEIVE, {"-r", mkv, "-j", json, address()});
-    QVERIFY(process.waitForReadyRead(60000));  // a status line: frames have come
+    process.start(VISTREL_RECEIVE, {"-t", "50", "-r", mkv, "-j", json, address()});
+    // A status line: frames have come.
+    QVERIFY2(process.waitForReadyRead(60000), process.readAllStandardError());
     ::kill(static_cast<pid_t>(process.processId()), signal);
     const Outcome outcome = finish(process);
     QVERIFY2(outcome.status == 0, outcome.err);
