@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "capture/sdk.h"
+#include "tests/support/senderconfig.h"
 
 namespace {
 
@@ -140,22 +141,7 @@ int freePort()
 /// The sender's configuration as the program fills it.
 tq::UDPOutConfig senderConfig(int port, int imuRate = 2000)
 {
-    tq::UDPOutConfig config;
-    std::memset(&config, 0, sizeof config);
-    config.layout = 1;
-    config.port = static_cast<std::uint16_t>(port);
-    config.bitrate = 20000;
-    config.keyFrameInterval = 120;
-    config.chunkSize = 16000;
-    config.width = kSenderWidth;
-    config.height = kSenderHeight;
-    config.fps = kRate;
-    config.serialNumber = 101234567;
-    config.deviceVersion = 1523;
-    config.imuRate = imuRate;
-    config.modelCode = 11;
-    config.eyes = 2;
-    return config;
+    return programsSenderConfig(port, kSenderWidth, kSenderHeight, 101234567, kRate, imuRate);
 }
 
 /// Gives a sender some frames at the pace of a camera, each with an IMU packet before it.
@@ -458,7 +444,7 @@ void Conformance::batchesHoldEveryPacketOnce()
     QCOMPARE(camera.open(cameras.front()), 0);
     tq::KORmcu* mcu = camera.grabber.getMCU();
     if (mcu == nullptr) {
-        QSKIP("the camera has no inertial unit");
+        QSKIP("the camera attached first has no inertial unit");
     }
     QVERIFY(camera.waitForFrame());
     const tq::Timestamp begin = camera.grabber.getTimeStamp();
@@ -612,7 +598,7 @@ void Conformance::metadataFollowsThePacket()
     Camera camera;
     QCOMPARE(camera.open(cameras.front()), 0);
     if (!camera.grabber.hasMCU()) {
-        QSKIP("the camera has no inertial unit");
+        QSKIP("the camera attached first has no inertial unit");
     }
     std::vector<tq::IMUPacket> packets;
     for (int i = 0; i < 30; ++i) {

@@ -74,7 +74,7 @@ private slots:
 void SimdTest::isInUse()
 {
     if (kWanted == 0) {
-        QSKIP("neither x86-64 nor ARM64");
+        QSKIP("this machine is neither x86-64 nor ARM64");
     }
     QVERIFY(libyuv::TestCpuFlag(kWanted) != 0);
 }

@@ -23,6 +23,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/senderconfig.h"
 #include "tq_kor/tq_kor.h"
 
 namespace streamtest {
@@ -65,22 +66,7 @@ private:
 inline tq::UDPOutConfig configuration(int port, int eyeWidth = 160, int eyeHeight = 120,
                                       int serial = 100000001, int fps = 30)
 {
-    tq::UDPOutConfig config;
-    std::memset(&config, 0, sizeof config);
-    config.layout = 1;
-    config.port = static_cast<std::uint16_t>(port);
-    config.bitrate = 20000;
-    config.keyFrameInterval = 120;
-    config.chunkSize = 16000;
-    config.width = eyeWidth;
-    config.height = eyeHeight;
-    config.fps = fps;
-    config.serialNumber = serial;
-    config.deviceVersion = 1523;
-    config.imuRate = 2000;
-    config.modelCode = 11;
-    config.eyes = 2;
-    return config;
+    return programsSenderConfig(port, eyeWidth, eyeHeight, serial, fps, 2000);
 }
 
 inline tq::Timestamp realTime()
