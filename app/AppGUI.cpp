@@ -203,6 +203,7 @@ void AppGui::applyVirtualStreamerConfiguration()
     }
     showInformation(window, QStringLiteral("Configuration has been saved in %1").arg(configPath()));
     file.close();
+    saveCurrentConfiguration();
 }
 
 // ---- Cameras -----------------------------------------------------------------------------------

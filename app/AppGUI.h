@@ -40,7 +40,8 @@ signals:
     void StreamEnabled(int serial, bool enable);
 
 public slots:
-    /// Writes the window's virtual cameras to the configuration file.
+    /// Writes the window's virtual cameras to the configuration file and stores the capture
+    /// settings.
     void applyVirtualStreamerConfiguration();
 
     /// Starts or stops a virtual camera; one that streams is stopped in either case.

@@ -264,6 +264,8 @@ private slots:
     void savingWithACameraThatDidNotReopen();
 
     void saving();
+    void savingStoresTheSettings_data();
+    void savingStoresTheSettings();
     void savingTwoRowsWithOneSerial();
     void savingNothing_data();
     void savingNothing();
@@ -1130,6 +1132,41 @@ void AppGuiTest::saving()
     QCOMPARE(boxes.seen.first().icon, QMessageBox::Information);
     QCOMPARE(whileShown, expected);  // it is on the disk before the box says so
     QCOMPARE(written(), expected);
+}
+
+void AppGuiTest::savingStoresTheSettings_data()
+{
+    QTest::addColumn<bool>("withRow");
+    QTest::addColumn<QMessageBox::StandardButton>("answer");
+    QTest::addColumn<bool>("stored");
+    QTest::newRow("a row") << true << QMessageBox::Ok << true;
+    QTest::newRow("no row, yes") << false << QMessageBox::Yes << true;
+    QTest::newRow("no row, no") << false << QMessageBox::No << false;
+}
+
+void AppGuiTest::savingStoresTheSettings()
+{
+    QFETCH(bool, withRow);
+    QFETCH(QMessageBox::StandardButton, answer);
+    QFETCH(bool, stored);
+    addTwoCameras();
+    MessageBoxes boxes(answer);
+    Desktop desktop;
+    if (withRow) {
+        desktop.addRow(kVirtual, kLeft, kRight);
+    }
+    desktop.part<QComboBox>("ResolutionComboBox")->setCurrentText(QStringLiteral("960 x 600"));
+    desktop.part<QComboBox>("FPSComboBox")->setCurrentText(QStringLiteral("60 frames/s"));
+    desktop.part<QPushButton>("ApplyButton")->click();
+    // While the window is still open.
+    const QSettings store(QStringLiteral("Vellmark"), QStringLiteral("Vistrel"));
+    QCOMPARE(store.contains("input/width"), stored);
+    if (stored) {
+        QCOMPARE(store.value("input/width").toInt(), 960);
+        QCOMPARE(store.value("input/height").toInt(), 600);
+        QCOMPARE(store.value("input/fps").toInt(), 60);
+        QCOMPARE(store.value("input/hdr_mode").toString(), QStringLiteral("0"));
+    }
 }
 
 void AppGuiTest::savingTwoRowsWithOneSerial()
