@@ -21,11 +21,23 @@ constexpr std::int64_t kMaxPairDistanceUs = 5000;
 constexpr std::size_t kMaxSpareImages = 8;
 constexpr int kNoPair = 1;
 
+// How long images may wait for the streamer's thread: enough for a machine that was halted for some
+// frames, and too little to hold up the receiving thread when the sender is slow for good.
+constexpr std::chrono::milliseconds kMaxPatience{100};
+constexpr int kPatienceShare = 20;         // grows by one part in so many of the time that passes
+constexpr std::size_t kLookedThrough = 8;  // newest images of each eye
+
 // Each time is cut to whole microseconds by itself before two are compared, so that 5000.999 µs may
 // still pair and 5000.001 µs may not. Deliberate: it is how pairs have always been chosen.
 std::int64_t captureTimeUs(const tq::Mat& image)
 {
     return static_cast<std::int64_t>(sdk::captureTime(image) / kNsPerUs);
+}
+
+bool isPair(std::int64_t leftTimeUs, std::int64_t rightTimeUs)
+{
+    const std::int64_t distance = rightTimeUs - leftTimeUs;
+    return distance <= kMaxPairDistanceUs && distance >= -kMaxPairDistanceUs;
 }
 
 /// Fills the sender's configuration; the constants are the SDK's own.
@@ -116,6 +128,7 @@ void VirtualCameraStreamer::stopThread()
     }
     searchInterrupted = true;
     running = false;
+    announceHandOver();
     if (!wait(kStopTimeoutMs)) {
         terminate();
         wait();
@@ -129,13 +142,17 @@ void VirtualCameraStreamer::clearImageQueues()
         const std::lock_guard<std::mutex> lock(leftMutex);
         leftImages.clear();
     }
-    const std::lock_guard<std::mutex> lock(rightMutex);
-    rightImages.clear();
+    {
+        const std::lock_guard<std::mutex> lock(rightMutex);
+        rightImages.clear();
+    }
+    announceHandOver();
 }
 
 void VirtualCameraStreamer::ingestLeftImage(int, tq::Mat image, tq::IMUPacket imu,
                                             std::vector<tq::IMUPacket> imus)
 {
+    awaitHandOver();
     const std::shared_lock<std::shared_mutex> lock(senderMutex);
     if (!udp) {
         return;
@@ -156,6 +173,7 @@ void VirtualCameraStreamer::ingestLeftImage(int, tq::Mat image, tq::IMUPacket im
 void VirtualCameraStreamer::ingestRightImage(int, tq::Mat image, tq::IMUPacket,
                                              std::vector<tq::IMUPacket>)
 {
+    awaitHandOver();
     const std::shared_lock<std::shared_mutex> lock(senderMutex);
     if (!udp) {
         return;
@@ -182,6 +200,48 @@ void VirtualCameraStreamer::enqueue(const tq::Mat& image, ImageQueue& queue, std
     queue.push(std::move(copy));
 }
 
+// One camera may be some frames ahead of the other, so the newest images need not be the pair.
+bool VirtualCameraStreamer::pairWaits()
+{
+    const std::lock_guard<std::mutex> leftLock(leftMutex);
+    const std::lock_guard<std::mutex> rightLock(rightMutex);
+    const auto oldestOf = [](const ImageQueue& queue) {
+        return queue.size() - std::min(queue.size(), kLookedThrough);
+    };
+    for (std::size_t i = oldestOf(leftImages); i < leftImages.size(); ++i) {
+        for (std::size_t j = oldestOf(rightImages); j < rightImages.size(); ++j) {
+            if (isPair(captureTimeUs(leftImages[i]), captureTimeUs(rightImages[j]))) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+void VirtualCameraStreamer::awaitHandOver()
+{
+    using Clock = std::chrono::steady_clock;
+    std::unique_lock<std::mutex> lock(handOverMutex);
+    const Clock::time_point now = Clock::now();
+    const auto taken = [this] { return !running || !isRunning() || !pairWaits(); };
+    patience = std::min<Clock::duration>(patience + (now - patienceCounted) / kPatienceShare,
+                                         kMaxPatience);
+    patienceCounted = now;
+    if (handedOver.wait_for(lock, patience, taken)) {
+        patience -= std::min(patience, Clock::now() - now);
+    } else {
+        patience = {};
+    }
+}
+
+void VirtualCameraStreamer::announceHandOver()
+{
+    {
+        const std::lock_guard<std::mutex> lock(handOverMutex);
+    }
+    handedOver.notify_all();
+}
+
 int VirtualCameraStreamer::createSBS(tq::Mat& out, tq::Timestamp& ts)
 {
     Pair pair{};
@@ -189,6 +249,7 @@ int VirtualCameraStreamer::createSBS(tq::Mat& out, tq::Timestamp& ts)
         return kNoPair;
     }
     consume(pair);
+    announceHandOver();
     return 0;
 }
 
@@ -221,8 +282,7 @@ bool VirtualCameraStreamer::findPair(Pair& pair)
             if (searchInterrupted || !timeOf(rightImages, rightMutex, j, rightTime)) {
                 return false;
             }
-            const std::int64_t distance = rightTime - leftTime;
-            if (distance <= kMaxPairDistanceUs && distance >= -kMaxPairDistanceUs) {
+            if (isPair(leftTime, rightTime)) {
                 pair = {i, j};
                 return true;
             }

@@ -4,6 +4,8 @@
 
 #include <QThread>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
@@ -47,7 +49,9 @@ signals:
     void StreamUpdated(int serial, bool streaming);
 
 public slots:
-    /// Queues a deep copy of a left image and forwards its IMU packets. Any thread.
+    /// Queues a deep copy of a left image and forwards its IMU packets. Any thread. Where a pair
+    /// waits already, the thread that sends is first given up to 100 ms to take it, and up to one
+    /// twentieth of the time in the long run.
     /// @param serial physical serial number
     /// @param image  packed YUYV
     /// @param imu    the camera's latest IMU packet
@@ -55,7 +59,8 @@ public slots:
     void ingestLeftImage(int serial, tq::Mat image, tq::IMUPacket imu,
                          std::vector<tq::IMUPacket> imus);
 
-    /// Queues a deep copy of a right image; its IMU packets are ignored. Any thread.
+    /// Queues a deep copy of a right image; its IMU packets are ignored. Any thread. Waits like
+    /// the left one.
     void ingestRightImage(int serial, tq::Mat image, tq::IMUPacket imu,
                           std::vector<tq::IMUPacket> imus);
 
@@ -66,12 +71,15 @@ private:
     };
 
     void stopThread();
+    void awaitHandOver();
+    bool pairWaits();
     void processQueues(tq::Mat& frame);
     bool fitFrame(tq::Mat& frame) const;
     bool findPair(Pair& pair);
     bool joinPair(const Pair& pair, tq::Mat& out, tq::Timestamp& ts);
     void consume(const Pair& pair);
     void enqueue(const tq::Mat& image, ImageQueue& queue, std::mutex& mutex);
+    void announceHandOver();
     void recycle(ImageQueue& queue, std::mutex& mutex, std::size_t count);
     void warnAboutSize(const tq::Mat& left, const tq::Mat& right);
 
@@ -96,5 +104,12 @@ private:
     std::mutex spareMutex;
     std::vector<std::unique_ptr<tq::Mat>> spareImages;  // consumed images, for the next to arrive
     std::atomic<bool> searchInterrupted{false};         // ends a long search for a pair
+
+    // Of two pairs that wait only the newer is sent, so the next image lets the streamer's thread
+    // take a pair first, as long as there is time left to spend on that.
+    std::mutex handOverMutex;
+    std::condition_variable handedOver;
+    std::chrono::steady_clock::duration patience{};
+    std::chrono::steady_clock::time_point patienceCounted{};
     bool sizeWarned = false;
 };

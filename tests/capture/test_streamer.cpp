@@ -620,6 +620,62 @@ private slots:
         QVERIFY(sdkfake::lastSender().destroyed);
     }
 
+    // After a machine was halted, the images of several frames come at once, one camera's first
+    // perhaps. Of two pairs that wait only the newer would be sent.
+    void pairsThatComeAtOnceAreAllSent()
+    {
+        constexpr int kPairs = 4;
+        constexpr qint64 kPatience = 100;  // ms; the images may wait that long in all
+        for (int attempt = 0; attempt < 50; ++attempt) {
+            VirtualCameraStreamer streamer;
+            QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+            QElapsedTimer timer;
+            timer.start();
+            for (int n = 1; n <= kPairs; ++n) {
+                streamer.ingestLeftImage(1, images::filled(2, 1, n * 33 * kMillisecond, 1), {}, {});
+            }
+            for (int n = 1; n <= kPairs; ++n) {
+                streamer.ingestRightImage(2, images::filled(2, 1, n * 33 * kMillisecond, 2), {},
+                                          {});
+            }
+            if (timer.elapsed() >= kPatience) {
+                continue;  // the machine is too busy to tell
+            }
+            const auto lastSent = [] {
+                const auto frames = sdkfake::lastSender().frames;
+                return frames.empty() ? 0 : frames.back()->timestamp;
+            };
+            QTRY_COMPARE(lastSent(), kPairs * 33 * kMillisecond);
+            const auto frames = sdkfake::lastSender().frames;
+            QCOMPARE(frames.size(), std::size_t{kPairs});
+            for (std::size_t n = 0; n < frames.size(); ++n) {
+                QCOMPARE(frames[n]->timestamp, (n + 1) * 33 * kMillisecond);
+            }
+            return;
+        }
+        QFAIL("no burst of images got in within the time that they may wait");
+    }
+
+    // The thread that brings the images has other work to do.
+    void stuckSenderDoesNotHoldUpImages()
+    {
+        constexpr int kPairs = 100;
+        constexpr qint64 kLimit = 5000;  // ms
+        VirtualCameraStreamer streamer;
+        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+        sdkfake::blockIngest(true);
+        sendPair(streamer, kMillisecond);
+        QTRY_COMPARE(sdkfake::heldCalls(), 1);
+        QElapsedTimer timer;
+        timer.start();
+        for (int n = 2; n < 2 + kPairs; ++n) {
+            sendPair(streamer, n * 33 * kMillisecond);
+        }
+        const qint64 elapsed = timer.elapsed();
+        sdkfake::blockIngest(false);
+        QVERIFY2(elapsed < kLimit, qPrintable(QString::number(elapsed)));
+    }
+
     // Both slots on threads of their own, the sending thread between them: every frame that goes
     // out is made of a left and a right image of the same number, in rising order.
     void concurrentIngest()
