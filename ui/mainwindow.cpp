@@ -396,22 +396,32 @@ QList<VirtualCameraInfos> MainWindow::getVirtualCameras()
             fillFromCamera(record, left->getInfos());
         } else {
             fillFromGlobalSettings(record, editor.key());
-            if (left != nullptr) {
-                record.imu = left->getInfos().hasMCU;
-            }
         }
         records.append(record);
     }
     return records;
 }
 
+// What a row's left camera last delivered, or else what the row was loaded with.
+VirtualCameraInfos MainWindow::lastKnown(const QString& identity, std::uint64_t leftSerial) const
+{
+    VirtualCameraInfos known = loadedRecords.value(identity);
+    // The row may have got another left camera since.
+    known.imu = known.imu && known.leftSerialNumber == leftSerial;
+    const auto camera = lastDescriptions.find(QString::number(leftSerial));
+    if (camera != lastDescriptions.end()) {
+        fillFromCamera(known, *camera);
+    }
+    return known;
+}
+
 void MainWindow::fillFromGlobalSettings(VirtualCameraInfos& record, const QString& identity)
 {
-    // Without any camera the global lists are empty; then a row keeps what it was loaded with.
-    const VirtualCameraInfos loaded = loadedRecords.value(identity);
-    int fps = loaded.fps;
-    int width = loaded.width;
-    int height = loaded.height;
+    // Without any camera the global lists are empty; then a row keeps what it last had.
+    const VirtualCameraInfos last = lastKnown(identity, record.leftSerialNumber);
+    int fps = last.fps;
+    int width = last.width;
+    int height = last.height;
     bool hdr = false;
     // The frame-rate list may be blank; the cameras run with what was asked for.
     for (const CameraWidget* const panel : qAsConst(cameraPanels)) {
@@ -419,11 +429,11 @@ void MainWindow::fillFromGlobalSettings(VirtualCameraInfos& record, const QStrin
     }
     getCurrentSettings(fps, width, height, hdr);
     const bool isListed = ui->ResolutionComboBox->currentIndex() >= 0;
-    record.imu = loaded.imu;
+    record.imu = last.imu;
     record.fps = fps;
     record.width = width;
     record.height = height;
-    record.hdr = isListed ? (hdr ? 1 : 0) : loaded.hdr;
+    record.hdr = isListed ? (hdr ? 1 : 0) : last.hdr;
 }
 
 VirtualCameraInfos MainWindow::getVirtualCameraInfo(int virtualSerial)
@@ -542,6 +552,9 @@ void MainWindow::updateCameraWidget(int serial, CameraInfos infos)
 {
     if (CameraWidget* const panel = cameraPanels.value(QString::number(serial))) {
         panel->updateInfos(infos);
+        if (isOpen(panel)) {
+            lastDescriptions.insert(QString::number(serial), infos);
+        }
         arrangePanels();
     }
 }

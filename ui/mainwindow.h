@@ -49,13 +49,14 @@ public:
     /// Selects global settings and announces them, unless that would change nothing.
     void setCurrentSettings(int fps, int width, int height, bool hdr);
 
-    /// Adds a row filled from a record of the configuration. Cameras of the record that are absent
-    /// are offered in this row too, so that saving does not lose them.
+    /// Adds a row filled from a record of the configuration. The row waits for cameras of the
+    /// record that are not in the serial list, so that saving does not lose them.
     void addVirtualCamHandlerFromConfig(VirtualCameraInfos info);
 
     /// The records of all rows, in the order of the rows' identities. Size, frame rate, IMU and HDR
     /// come from the left camera; where a camera is absent or not open the global settings fill
-    /// them. A pair whose cameras differ in size is left out.
+    /// them, but for IMU, which stays as the left camera last had it. A pair whose cameras differ
+    /// in size is left out.
     QList<VirtualCameraInfos> getVirtualCameras();
 
     /// The record of the first row with this virtual serial that can be streamed: both cameras are
@@ -150,6 +151,7 @@ private:
     VirtualCamHandler* createEditor(const QString& identity, const QStringList& serials);
     void insertEditor(const QString& identity, VirtualCamHandler* editor, int position);
     CameraWidget* panelOf(std::uint64_t serial) const;
+    VirtualCameraInfos lastKnown(const QString& identity, std::uint64_t leftSerial) const;
     void fillFromGlobalSettings(VirtualCameraInfos& record, const QString& identity);
 
     std::unique_ptr<Style> style;
@@ -159,6 +161,7 @@ private:
     QMap<QString, VirtualCamHandler*> editors;  // by identity: walks follow the keys, not the rows
     QStringList serialList;
     QMap<QString, VirtualCameraInfos> loadedRecords;  // by identity, of rows from the configuration
+    QMap<QString, CameraInfos> lastDescriptions;      // by physical serial, also without a panel
     std::function<void()> rowRemoved;
     DrawBudget drawBudget;
     QElapsedTimer clock;

@@ -243,6 +243,7 @@ private slots:
     void choicesComeBackWithALaterReload();
     void anotherChoiceIsNotUndoneByAReload();
     void absentCamerasAreSaved();
+    void absentLeftCameraKeepsItsImu();
     void reloadKeepsFedStreams();
     void reloadThatChangesSettingsStopsStreams();
 
@@ -722,6 +723,22 @@ void AppGuiTest::absentCamerasAreSaved()
                         "\"Left\":30123456,\"Port\":34110,\"Right\":30123458,\"Width\":1920},"
                         "\"9\":{\"FPS\":15,\"HDR\":0,\"Height\":1200,\"IMU\":true,"
                         "\"Left\":30123456,\"Port\":34010,\"Right\":30123457,\"Width\":1920}}\n"));
+}
+
+void AppGuiTest::absentLeftCameraKeepsItsImu()
+{
+    addTwoCameras();
+    MessageBoxes boxes;
+    Desktop desktop;
+    desktop.addRow(kVirtual, kLeft, kRight);
+    detach(0, kLeft);
+    desktop.part<QPushButton>("ReloadCamButton")->click();
+    QCOMPARE(desktop.panels(), QStringList{"30123457"});
+    desktop.part<QPushButton>("ApplyButton")->click();
+    QCOMPARE(
+        written(),
+        QByteArray("{\"101234567\":{\"FPS\":30,\"HDR\":0,\"Height\":1200,\"IMU\":true,\"Left\":"
+                   "30123456,\"Port\":34000,\"Right\":30123457,\"Width\":1920}}\n"));
 }
 
 void AppGuiTest::reloadKeepsFedStreams()

@@ -194,6 +194,8 @@ private slots:
     void recordsOfDifferentSizesAreLeftOut();
     void recordsWithoutCamerasTakeTheGlobalSettings();
     void recordsWithoutAnythingKeepWhatWasLoaded();
+    void recordsKeepWhatTheirCamerasHad();
+    void anotherLeftCameraBringsItsOwnImu();
     void recordsWithABlankFrameRateTakeThatOfTheCameras();
     void recordToStream();
     void recordToStreamNeedsBothCameras_data();
@@ -988,6 +990,46 @@ void MainWindowTest::recordsWithoutAnythingKeepWhatWasLoaded()
     QCOMPARE(infos.imu, true);
 }
 
+void MainWindowTest::recordsKeepWhatTheirCamerasHad()
+{
+    Window window;
+    attach(window, camera(kLeftCamera));
+    attach(window, camera(kRightCamera));
+    window.updateSerialList(kSerials);
+    window.addVirtualCamHandler();
+    window.rows().first()->setSerial(0, kLeftCamera);
+    window.rows().first()->setSerial(1, kRightCamera);
+    // A reload that finds none of them.
+    window.requestCameras();
+    const QMap<QString, VirtualCameraInfos> former = window.editorRecords();
+    window.updateSerialList({});
+    window.restoreSerialChoices(former);
+    const VirtualCameraInfos infos = window.getVirtualCameras().first();
+    QCOMPARE(infos.leftSerialNumber, std::uint64_t(kLeftCamera));
+    QCOMPARE(infos.width, 1920);
+    QCOMPARE(infos.height, 1200);
+    QCOMPARE(infos.fps, 30);
+    QCOMPARE(infos.hdr, 1);
+    QCOMPARE(infos.imu, true);
+}
+
+void MainWindowTest::anotherLeftCameraBringsItsOwnImu()
+{
+    Window window;
+    CameraInfos plain = camera(kRightCamera);
+    plain.hasMCU = false;
+    attach(window, plain);
+    window.updateSerialList(kSerials);
+    window.addVirtualCamHandlerFromConfig(record(101234567, kLeftCamera, 30123458));
+    QCOMPARE(window.getVirtualCameras().first().imu, true);
+    window.rows().first()->setSerial(0, kRightCamera);
+    QCOMPARE(window.getVirtualCameras().first().imu, false);
+    window.removeCameraWidget(kRightCamera);
+    QCOMPARE(window.getVirtualCameras().first().imu, false);
+    window.rows().first()->setSerial(0, kLeftCamera);
+    QCOMPARE(window.getVirtualCameras().first().imu, true);
+}
+
 void MainWindowTest::recordsWithABlankFrameRateTakeThatOfTheCameras()
 {
     Window window;
@@ -999,8 +1041,12 @@ void MainWindowTest::recordsWithABlankFrameRateTakeThatOfTheCameras()
     window.updateSerialList(kSerials);
     window.addVirtualCamHandlerFromConfig(record(101234567));  // with 60
     QCOMPARE(window.getVirtualCameras().first().fps, 25);
+    // Without any camera it is the last one that the row's own camera had, or the loaded one.
+    window.identities = QStringList{"{!}"};
+    window.addVirtualCamHandlerFromConfig(record(101234568, kRightCamera, kLeftCamera));
     window.removeCameraWidget(kLeftCamera);
-    QCOMPARE(window.getVirtualCameras().first().fps, 60);
+    QCOMPARE(window.getVirtualCameras().at(0).fps, 60);
+    QCOMPARE(window.getVirtualCameras().at(1).fps, 25);
 }
 
 void MainWindowTest::recordToStream()
