@@ -306,6 +306,10 @@ void MainWindow::addVirtualCamHandlerFromConfig(VirtualCameraInfos info)
         // Three N, deliberately: logs tell the two ways of adding a row apart by it.
         qDebug() << "FAILED TO CONNNECT STREAM SIGNAL";
     }
+    // Absent cameras were offered for the checks only; the row waits for them, as after a scan.
+    const VirtualCameraInfos chosen = editor->getInfos();
+    editor->updateSerials(serialList);
+    editor->restoreChoices(chosen.leftSerialNumber, chosen.rightSerialNumber);
     loadedRecords.insert(identity, info);
     insertEditor(identity, editor, position);
 }

@@ -603,7 +603,8 @@ void AppGuiTest::cameraThatDoesNotOpen()
 
 void AppGuiTest::loadedRows()
 {
-    addCamera(0, kLeft);
+    addTwoCameras();
+    detach(1, kRight);
     sandbox::writeFile(kConfig, '{' + member(10, kLeft, kRight, kSmall, 34110) + ',' +
                                     member(9, kLeft, kThird, kSmall, 34120) + "}\n");
     const MessageLog log;
@@ -613,7 +614,12 @@ void AppGuiTest::loadedRows()
                           "[KORVistrel] Loading virtual camera configuration S/N 9"}));
     QCOMPARE(desktop.rows().size(), 2);
     QCOMPARE(desktop.choice(0, "LeftSensorSNChoice")->currentText(), QStringLiteral("30123456"));
-    // The absent camera stays chosen, so that saving does not lose it.
+    // The row waits for the absent camera, as after a reload.
+    QCOMPARE(desktop.choice(0, "RightSensorSNChoice")->currentText(), QString());
+    QCOMPARE(desktop.choice(0, "RightSensorSNChoice")->placeholderText(),
+             QStringLiteral("30123457"));
+    attach(1, kRight);
+    desktop.part<QPushButton>("ReloadCamButton")->click();
     QCOMPARE(desktop.choice(0, "RightSensorSNChoice")->currentText(), QStringLiteral("30123457"));
     QCOMPARE(desktop.rows().at(1)->getInfos().port, 34120u);
     QVERIFY(sdkfake::senders().empty());  // nothing streams until it is asked for

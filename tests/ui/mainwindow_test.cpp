@@ -179,7 +179,8 @@ private slots:
     void addedRowOffersTheSerials();
     void rowsAreAddedWithSignalsBlocked();
     void rowFromConfiguration();
-    void rowFromConfigurationOffersAbsentCameras();
+    void rowFromConfigurationWaitsForAbsentCameras();
+    void rowFromConfigurationIsCheckedWithAbsentCameras();
     void rowFromConfigurationWithOneCameraTwice();
     void rowsForwardTheirSignals();
     void rowsThatCannotBeConnected();
@@ -747,17 +748,39 @@ void MainWindowTest::rowFromConfiguration()
     QCOMPARE(disabled.first().first().toULongLong(), qulonglong(0));
 }
 
-void MainWindowTest::rowFromConfigurationOffersAbsentCameras()
+void MainWindowTest::rowFromConfigurationWaitsForAbsentCameras()
 {
     Window window;
     window.updateSerialList({kSerials.at(0)});
+    QSignalSpy disabled(&window, &MainWindow::disableStream);
     window.addVirtualCamHandlerFromConfig(record(101234567));
     const VirtualCamHandler* const row = window.rows().first();
-    QCOMPARE(texts(rowPart<QComboBox>(row, "RightSensorSNChoice")), kSerials);
-    QCOMPARE(row->getInfos().rightSerialNumber, std::uint64_t(kRightCamera));
-    window.addVirtualCamHandler();  // other rows do not offer it
-    QCOMPARE(texts(rowPart<QComboBox>(window.rows().last(), "RightSensorSNChoice")),
-             QStringList{kSerials.at(0)});
+    const auto* const left = rowPart<QComboBox>(row, "LeftSensorSNChoice");
+    const auto* const right = rowPart<QComboBox>(row, "RightSensorSNChoice");
+    QCOMPARE(left->currentText(), kSerials.at(0));
+    QVERIFY(!left->property("waiting").toBool());
+    // Dimmed, in the place of a choice, and no choice.
+    QCOMPARE(texts(right), QStringList{kSerials.at(0)});
+    QCOMPARE(right->currentIndex(), -1);
+    QCOMPARE(right->placeholderText(), kSerials.at(1));
+    QVERIFY(right->property("waiting").toBool());
+    QCOMPARE(row->getInfos().rightSerialNumber, std::uint64_t(0));
+    QCOMPARE(window.getVirtualCameras().first().rightSerialNumber, std::uint64_t(kRightCamera));
+    QCOMPARE(disabled.count(), 0);
+}
+
+void MainWindowTest::rowFromConfigurationIsCheckedWithAbsentCameras()
+{
+    MessageBoxes boxes;
+    Window window;
+    window.updateSerialList({kSerials.at(0)});
+    window.addVirtualCamHandlerFromConfig(record(101234567, kLeftCamera, 31000001));
+    QCOMPARE(boxes.seen.size(), 1);
+    QCOMPARE(boxes.seen.first().text,
+             QStringLiteral("Unable to mix KOR Solos that have different sensors: 30123456 and "
+                            "31000001"));
+    // The refused camera is not waited for either.
+    QCOMPARE(window.getVirtualCameras().first().rightSerialNumber, std::uint64_t(0));
 }
 
 void MainWindowTest::rowFromConfigurationWithOneCameraTwice()
