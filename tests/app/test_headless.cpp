@@ -161,10 +161,7 @@ private slots:
     // The controller sleeps for seconds in each scenario, so they all run at the same time.
     void initTestCase()
     {
-        QString reason;
-        if (!sandbox::available(&reason)) {
-            QSKIP(qPrintable(reason));
-        }
+        sandbox::skipProgramUnlessAvailable();
         begin("shared camera",
               document({member("100000001", 30000001, 30000002, 30000),
                         member("100000002", 30000002, 30000003, 30002)}),

@@ -193,6 +193,7 @@ class DesktopTest : public QObject {
     Q_OBJECT
 
 private slots:
+    void initTestCase();
     void init();
     void cleanup();
     void operatorsSession();
@@ -221,17 +222,18 @@ private:
     quint16 port = 0;
 };
 
-void DesktopTest::init()
+void DesktopTest::initTestCase()
 {
-    QString reason;
-    if (!sandbox::available(&reason)) {
-        QSKIP(qPrintable(reason));
-    }
+    sandbox::skipProgramUnlessAvailable();
     for (const char* const tool : {"xdotool", "openbox", "ffmpeg", "ffprobe"}) {
         if (QStandardPaths::findExecutable(tool).isEmpty()) {
-            QSKIP(qPrintable(QStringLiteral("%1 is not installed").arg(tool)));
+            sandbox::skipProgram(QStringLiteral("%1 is not installed").arg(tool));
         }
     }
+}
+
+void DesktopTest::init()
+{
     folder = std::make_unique<QTemporaryDir>();
     for (const char* const name : {"settings", "shm", "config"}) {
         QVERIFY(QDir(folder->path()).mkdir(name));

@@ -3,7 +3,8 @@
 vistrel_add_test(NAME system_program
     SOURCES programtest.cpp
     LIBRARIES vistrel_sandbox
-    LABELS system)
+    LABELS system
+    PROPERTIES SKIP_RETURN_CODE ${VISTREL_SKIP_STATUS})
 target_compile_definitions(test_system_program PRIVATE
     KOR_VISTREL="$<TARGET_FILE:kor_vistrel>"
     $<$<TARGET_EXISTS:vistrel_desktop>:VISTREL_DESKTOP>)

@@ -57,12 +57,10 @@ class ProgramTest : public QObject {
     }
 
 private slots:
+    void initTestCase() { sandbox::skipProgramUnlessAvailable(); }
+
     void init()
     {
-        QString reason;
-        if (!sandbox::available(&reason)) {
-            QSKIP(qPrintable(reason));
-        }
         settings = std::make_unique<QTemporaryDir>();
         sharedMemory = std::make_unique<QTemporaryDir>();
         home = std::make_unique<QTemporaryDir>();

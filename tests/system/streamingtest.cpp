@@ -310,10 +310,7 @@ private slots:
 
 void StreamingTest::initTestCase()
 {
-    QString reason;
-    if (!sandbox::available(&reason)) {
-        QSKIP(qPrintable(reason));
-    }
+    sandbox::skipProgramUnlessAvailable();
 }
 
 void StreamingTest::servesWhatPlayersExpect()
