@@ -17,9 +17,9 @@ namespace sandbox {
 /// @param reason receives one line when it does not
 bool available(QString* reason = nullptr);
 
-/// Ends the test program as skipped: prints the reason as QtTest does and exits with the status that
-/// ctest takes as such (SKIP_RETURN_CODE). For what the whole program needs; QSKIP, which skips one
-/// function, leaves the program "passed".
+/// Ends the test program as skipped: prints the reason as QtTest does and exits with the status
+/// that ctest takes as such (SKIP_RETURN_CODE). For what the whole program needs; QSKIP, which
+/// skips one function, leaves the program "passed".
 [[noreturn]] void skipProgram(const QString& reason);
 
 /// skipProgram() when this machine allows no private mount namespace. Call it in initTestCase().

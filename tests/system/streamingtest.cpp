@@ -562,23 +562,36 @@ void StreamingTest::endsOnWhatCannotBeOpened_data()
     QTest::addColumn<QByteArray>("cameraLog");
     QTest::newRow("malformed rig")
         << QByteArray("{\"cameras\": [") << "" << false << QByteArray("Streaming Error 7\n")
-        << QByteArray("rig.json") << QByteArray();
+        << QByteArray(
+               "stream 101234567: the rig description is not usable: "
+               "RIG: document: not valid JSON at line 1, column 14")
+        << QByteArray();
     QTest::newRow("repeated serial")
         << document({{"cameras", QJsonArray{camera(30100001, simulated("left"), ""),
                                             camera(30100001, simulated("right"), "")}}})
-        << "" << false << QByteArray("Streaming Error 7\n") << QByteArray("30100001")
+        << "" << false << QByteArray("Streaming Error 7\n")
+        << QByteArray(
+               "stream 101234567: the rig description is not usable: "
+               "RIG: cameras[1].serial: serial 30100001 is repeated")
         << QByteArray();
     QTest::newRow("missing recording")
         << document({{"cameras",
                       QJsonArray{camera(30100001,
                                         {{"type", "recording"}, {"path", "/nowhere/mav0"}}, "")}}})
-        << "" << false << QByteArray() << QByteArray("/nowhere/mav0")
+        << "" << false << QByteArray() << QByteArray("camera 0: /nowhere/mav0: is not a folder")
         << QByteArray("[KTCamera] Setup State error :  5");
     QTest::newRow("no encoder") << simulatedRig() << "nosuchencoder" << false
-                                << QByteArray("Streaming Error 22\n") << QByteArray("nosuchencoder")
+                                << QByteArray("Streaming Error 22\n")
+                                << QByteArray(
+                                       "stream 101234567: no video encoder is available: "
+                                       "no encoder called \"nosuchencoder\" is known for "
+                                       "this codec")
                                 << QByteArray();
     QTest::newRow("port taken") << simulatedRig() << "" << true
-                                << QByteArray("Streaming Error 21\n") << QByteArray("port")
+                                << QByteArray("Streaming Error 21\n")
+                                << QByteArray(
+                                       "stream 101234567: the port is already in use: "
+                                       "cannot listen on 0.0.0.0 port PORT: ")
                                 << QByteArray();
 }
 
@@ -605,6 +618,8 @@ void StreamingTest::endsOnWhatCannotBeOpened()
     QVERIFY(result.finished);
     QCOMPARE(result.status, 1);
     QCOMPARE(result.output, output);
+    log.replace("RIG", service.options.environment.value("KOR_RIG").toLocal8Bit());
+    log.replace("PORT", QByteArray::number(virtualCamera.port));
     QVERIFY2(sdkReports(result.error, log), result.error);
     QByteArray reported;
     for (const QByteArray& line : result.error.split('\n')) {
