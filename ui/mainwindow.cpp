@@ -12,9 +12,7 @@
 #include <QVariant>
 
 #include "app/commands/commandrunners.h"
-#include "ui/camerawidget.h"
 #include "ui/style.h"
-#include "ui/virtualcamhandler.h"
 #include "ui/waitnotice.h"
 #include "ui_mainwindow.h"
 

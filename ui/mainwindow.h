@@ -15,15 +15,15 @@
 #include "capture/Camera.h"
 #include "capture/VirtualCameraInfos.h"
 #include "capture/sdk.h"
+#include "ui/camerawidget.h"
 #include "ui/drawbudget.h"
+#include "ui/virtualcamhandler.h"
 
 QT_BEGIN_NAMESPACE
 class QLabel;
 QT_END_NAMESPACE
-class CameraWidget;
 class Style;
 class Ui_MainWindow;
-class VirtualCamHandler;
 
 /// Previews of the physical cameras, one editor row per virtual camera, the capture settings of all
 /// cameras, saving, and the service's start switch. Holds no capture or streaming logic: the

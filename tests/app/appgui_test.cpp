@@ -31,9 +31,7 @@
 #include "tests/support/messagelog.h"
 #include "tests/ui/messageboxes.h"
 #include "tests/ui/metaobjects.h"
-#include "ui/camerawidget.h"
 #include "ui/mainwindow.h"
-#include "ui/virtualcamhandler.h"
 
 Q_DECLARE_METATYPE(QMessageBox::StandardButton)
 

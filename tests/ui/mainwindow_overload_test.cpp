@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "tests/sandbox/sandbox.h"
-#include "ui/camerawidget.h"
 #include "ui/mainwindow.h"
 
 namespace {
