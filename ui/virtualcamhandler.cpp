@@ -4,6 +4,7 @@
 
 #include <QComboBox>
 #include <QDebug>
+#include <QEvent>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
@@ -68,11 +69,34 @@ VirtualCamHandler::VirtualCamHandler(QString identity, QWidget* parent,
         ui->RightSensorSNChoice, &QComboBox::currentTextChanged, ui->RightSensorSNChoice,
         [this](const QString& text) { SensorSNChanged(kRight, text); }, Qt::DirectConnection);
     ui->resolutionComboBox->hide();
+    guardFromWheel();
     style = std::make_unique<Style>();
     applyStyle();
 }
 
 VirtualCamHandler::~VirtualCamHandler() = default;
+
+// Rows are scrolled with the wheel: what passes under the pointer meanwhile must not change, for a
+// change of cameras stops the stream. The policy keeps the wheel from giving focus, too.
+void VirtualCamHandler::guardFromWheel()
+{
+    for (QWidget* const control : {static_cast<QWidget*>(ui->LeftSensorSNChoice),
+                                   static_cast<QWidget*>(ui->RightSensorSNChoice),
+                                   static_cast<QWidget*>(ui->resolutionComboBox),
+                                   static_cast<QWidget*>(ui->RTPPortChoice)}) {
+        control->setFocusPolicy(Qt::StrongFocus);
+        control->installEventFilter(this);
+    }
+}
+
+bool VirtualCamHandler::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::Wheel && !static_cast<QWidget*>(watched)->hasFocus()) {
+        event->ignore();
+        return true;
+    }
+    return QWidget::eventFilter(watched, event);
+}
 
 void VirtualCamHandler::updateResolutions(QString serial, tq::Resolution resolution, QString tip)
 {

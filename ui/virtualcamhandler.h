@@ -106,6 +106,9 @@ public slots:
     void onResolutionChanged(QString text);
 
 protected:
+    /// Leaves the wheel to the area in which the rows are scrolled, but for a control with focus.
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
     /// Connects the stream button to requestStreamTest().
     /// @return whether that succeeded
     using StreamConnector = std::function<bool(VirtualCamHandler&, QPushButton*)>;
@@ -113,6 +116,7 @@ protected:
     VirtualCamHandler(QString identity, QWidget* parent, const StreamConnector& connectStream);
 
 private:
+    void guardFromWheel();
     void alignStreamButton();
     void waitForCamera(int side, std::uint64_t serial);
     QComboBox* serialChoice(int side) const;

@@ -17,6 +17,8 @@
 #include <QSpinBox>
 #include <QTest>
 #include <QToolButton>
+#include <QWheelEvent>
+#include <QWindow>
 #include <memory>
 
 #include "tests/sandbox/sandbox.h"
@@ -24,9 +26,7 @@
 #include "tests/ui/messageboxes.h"
 #include "tests/ui/metaobjects.h"
 #include "tests/ui/widgetfonts.h"
-#include "ui/camerawidget.h"
 #include "ui/style.h"
-#include "ui/virtualcamhandler.h"
 
 namespace {
 
@@ -125,6 +125,18 @@ Widget* rowPart(const VirtualCamHandler* row, const char* name)
     return row->findChild<Widget*>(QLatin1String(name));
 }
 
+// As the windowing system does: a control whose policy says so gets focus.
+void turnWheel(QWidget* control, int angle)
+{
+    const QPoint center = control->rect().center();
+    QWindow* const window = control->window()->windowHandle();
+    QWheelEvent event(control->mapTo(control->window(), center), control->mapToGlobal(center),
+                      QPoint(), QPoint(0, angle), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase,
+                      false);
+    QSpontaneKeyEvent::setSpontaneous(&event);
+    qApp->notify(window, &event);  // sendEvent() would take that back
+}
+
 QStringList texts(const QComboBox* list)
 {
     QStringList all;
@@ -190,6 +202,7 @@ private slots:
     void serialListClearsChoices();
     void choicesAreRestoredSilently();
     void awaitedCamerasStayInTheRecords();
+    void wheelScrollsTheRows();
     void recordsComeInTheOrderOfTheKeys();
     void recordsTakeTheLeftCamerasSettings();
     void recordsOfDifferentSizesAreLeftOut();
@@ -925,6 +938,42 @@ void MainWindowTest::awaitedCamerasStayInTheRecords()
     attach(window, camera(kLeftCamera));
     attach(window, camera(kRightCamera));
     QCOMPARE(window.getVirtualCameraInfo(101234567).virtualSerialNumber, std::uint64_t(0));
+}
+
+void MainWindowTest::wheelScrollsTheRows()
+{
+    Window window;
+    window.updateSerialList(kSerials);
+    for (int i = 0; i < 11; ++i) {
+        window.addVirtualCamHandlerFromConfig(record(101234567, kRightCamera, kLeftCamera));
+    }
+    window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    auto* const bar = window.part<QScrollArea>("scrollArea")->verticalScrollBar();
+    QTRY_VERIFY(bar->maximum() > 100);
+    const VirtualCamHandler* const row = window.rows().at(5);  // seen with the bar in the middle
+    auto* const left = rowPart<QComboBox>(row, "LeftSensorSNChoice");
+    auto* const right = rowPart<QComboBox>(row, "RightSensorSNChoice");
+    auto* const port = rowPart<QSpinBox>(row, "RTPPortChoice");
+    QSignalSpy disabled(&window, &MainWindow::disableStream);
+    for (QWidget* const control : QList<QWidget*>{left, right, port}) {
+        for (const int angle : {-120, 120}) {
+            bar->setValue(bar->maximum() / 2);
+            turnWheel(control, angle);
+            QCOMPARE(bar->value() > bar->maximum() / 2, angle < 0);
+            QVERIFY(bar->value() != bar->maximum() / 2);
+        }
+        QVERIFY(!control->hasFocus());  // the wheel gives it none
+    }
+    QCOMPARE(row->getInfos().leftSerialNumber, std::uint64_t(kRightCamera));
+    QCOMPARE(row->getInfos().rightSerialNumber, std::uint64_t(kLeftCamera));
+    QCOMPARE(row->getInfos().port, 34560u);
+    QCOMPARE(disabled.count(), 0);
+    // The operator who chose a control means it.
+    port->setFocus();
+    QTRY_VERIFY(port->hasFocus());
+    turnWheel(port, 120);
+    QCOMPARE(row->getInfos().port, 34561u);
 }
 
 void MainWindowTest::recordsComeInTheOrderOfTheKeys()
