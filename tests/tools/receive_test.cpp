@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <QDir>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -37,9 +38,11 @@ Outcome finish(QProcess& process, int milliseconds = 60000)
     return outcome;
 }
 
-Outcome receive(const QStringList& arguments)
+Outcome receive(const QStringList& arguments,
+                const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
 {
     QProcess process;
+    process.setProcessEnvironment(environment);
     process.start(VISTREL_RECEIVE, arguments);
     return finish(process);
 }
@@ -73,6 +76,19 @@ int freePort()
     return SilentListener().port();
 }
 
+/// GStreamer's plug-in of this file name, empty if it is not installed.
+QString plugin(const QString& name)
+{
+    const QDir libraries("/usr/lib");
+    for (const QString& folder : libraries.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QString path = libraries.filePath(folder + "/gstreamer-1.0/" + name);
+        if (QFile::exists(path)) {
+            return path;
+        }
+    }
+    return {};
+}
+
 QByteArray contents(const QString& path)
 {
     QFile file(path);
@@ -94,6 +110,8 @@ private slots:
     void reportsAbsentSender();
     void showsStatus();
     void writesEverything();
+    void recordsWithEitherDecoder_data();
+    void recordsWithEitherDecoder();
     void receivesByTcp();
     void receivesWithoutDecoding();
     void endsAfterDuration();
@@ -255,6 +273,43 @@ void ReceiveTest::writesEverything()
     QVERIFY(picture.startsWith("\x89PNG"));
     QCOMPARE(picture.mid(16, 8), QByteArray::fromHex("00000280000000F0"));
     QVERIFY(contents(mkv).startsWith("\x1A\x45\xDF\xA3"));
+}
+
+void ReceiveTest::recordsWithEitherDecoder_data()
+{
+    QTest::addColumn<QString>("decoder");
+    QTest::addColumn<QString>("other");
+    QTest::newRow("libav") << "libgstlibav.so"
+                           << "libgstopenh264.so";
+    QTest::newRow("OpenH264") << "libgstopenh264.so"
+                              << "libgstlibav.so";
+}
+
+// The two want different forms of the stream, and the file needs one of its own.
+void ReceiveTest::recordsWithEitherDecoder()
+{
+    QFETCH(QString, decoder);
+    QFETCH(QString, other);
+    const QFileInfo installed(plugin(decoder));
+    if (!installed.exists())
+        QSKIP(qPrintable("GStreamer's plug-in " + decoder + " is not installed"));
+    const QTemporaryDir plugins;
+    const QStringList all = installed.dir().entryList({"*.so"}, QDir::Files);
+    for (const QString& name : all) {
+        if (name != other)
+            QVERIFY(QFile::link(installed.dir().filePath(name), plugins.filePath(name)));
+    }
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("GST_PLUGIN_SYSTEM_PATH_1_0", plugins.path());
+    environment.insert("GST_REGISTRY_1_0", plugins.filePath("registry"));
+
+    send();
+    const QString mkv = folder->filePath("v.mkv");
+    const Outcome outcome =
+        receive({"-q", "-t", "50", "-n", "30", "-r", mkv, "-j", "-", address()}, environment);
+    QVERIFY2(outcome.status == 0, outcome.err);
+    QVERIFY(QJsonDocument::fromJson(outcome.out).object()["frames"].toInt() >= 30);
+    QVERIFY(QFileInfo(mkv).size() > 1000);
 }
 
 void ReceiveTest::receivesByTcp()

@@ -326,20 +326,25 @@ void Receiver::onPad(GstPad* pad)
     }
 }
 
+// The sinks are added to a pipeline that plays: they must not wait for a first frame of their own
+// before the others get any. What is recorded has a parser of its own, as the muxer may need
+// another form of the stream than the decoder.
 std::string Receiver::videoLine(const std::string& encoding) const
 {
     const bool h265 = encoding == "H265";
     const char* decoder = decoderFor(encoding);
-    std::string line = h265 ? "rtph265depay name=depay ! h265parse ! tee name=t"
-                            : "rtph264depay name=depay ! h264parse ! tee name=t";
+    const std::string parser = h265 ? "h265parse" : "h264parse";
+    std::string line = h265 ? "rtph265depay" : "rtph264depay";
+    line += " name=depay ! " + parser + " ! tee name=t";
     line += options.decode && decoder
                 ? " t. ! queue max-size-bytes=0 ! " + std::string(decoder) +
-                      " ! appsink name=pictures sync=false enable-last-sample=false"
-                : std::string(" t. ! fakesink sync=false");
+                      " ! appsink name=pictures sync=false async=false enable-last-sample=false"
+                : std::string(" t. ! fakesink sync=false async=false");
     if (!options.recording.empty()) {
         line +=
             " t. ! queue name=record max-size-bytes=0 max-size-buffers=0 "
-            "max-size-time=3000000000 ! matroskamux ! filesink name=file";
+            "max-size-time=3000000000 ! " +
+            parser + " ! matroskamux ! filesink name=file async=false";
     }
     return line;
 }
@@ -395,8 +400,9 @@ void Receiver::connectVideo(GstPad* pad, const std::string& encoding)
 
 void Receiver::connectData(GstPad* pad)
 {
-    GstElement* bin =
-        addBin("rtpklvdepay name=depay ! appsink name=data sync=false enable-last-sample=false");
+    GstElement* bin = addBin(
+        "rtpklvdepay name=depay ! appsink name=data sync=false async=false "
+        "enable-last-sample=false");
     if (!bin) {
         return;
     }
