@@ -87,7 +87,7 @@ AppGui::~AppGui()
 
 void AppGui::takeCamerasFromService()
 {
-    const WaitNotice notice(window->waitLabel(), tr("Stopping the background service..."));
+    const WaitNotice notice(window->footLine(), tr("Stopping the background service..."));
     startBlockingProcess(QStringLiteral("./"),
                          QStringLiteral("sudo systemctl stop ") + QLatin1String(kServiceUnit),
                          false);
@@ -189,7 +189,7 @@ void AppGui::applyVirtualStreamerConfiguration()
         if (question.exec() != QMessageBox::Yes) {
             return;
         }
-        const WaitNotice notice(window->waitLabel(), tr("Removing the configuration..."));
+        const WaitNotice notice(window->footLine(), tr("Removing the configuration..."));
         startBlockingProcess(QStringLiteral("."), QStringLiteral("rm ") + configPath(), false);
     }
 
@@ -210,6 +210,7 @@ void AppGui::applyVirtualStreamerConfiguration()
 
 void AppGui::reloadCameras()
 {
+    window->footLine()->setNotice(QString());
     releaseCameras();
     restartCameraDaemon();
 
@@ -218,6 +219,7 @@ void AppGui::reloadCameras()
     if (!findCameras(found, model)) {
         releaseCameras();
         refeedStreamers();
+        window->footLine()->setNotice(tr("No camera is open: different models are connected"));
         return;
     }
     qDebug() << "[KORVistrel] Found : " << found.size() << " available cameras";
@@ -225,22 +227,13 @@ void AppGui::reloadCameras()
     window->setGlobalCameraConfigurationContent(model);
     window->onGlobalResolutionChanged(QString());
 
-    QList<int> serials;
-    if (!found.empty()) {
-        chosen = currentSettings(chooseGlobalSettings());
-    }
-    for (const tq::DeviceProperties& device : found) {
-        if (const int serial = openCamera(device, chosen)) {
-            serials.append(serial);
-        }
-    }
-    offerSerials(serials);
+    offerSerials(found.empty() ? QList<int>() : openCameras(found));
     refeedStreamers();
 }
 
 void AppGui::restartCameraDaemon()
 {
-    const WaitNotice notice(window->waitLabel(), tr("Restarting the camera daemon..."));
+    const WaitNotice notice(window->footLine(), tr("Restarting the camera daemon..."));
     startBlockingProcess(QStringLiteral("./"),
                          QStringLiteral("sudo systemctl restart nvargus-daemon.service"), false);
     QThread::sleep(kDaemonPauseS);  // the daemon needs time to come up
@@ -293,6 +286,21 @@ AppGui::CaptureSettings AppGui::chooseGlobalSettings()
         }
     }
     return asked;
+}
+
+// Opens what was found with the settings of all cameras. Returns the serial numbers of those that
+// opened.
+QList<int> AppGui::openCameras(const std::vector<tq::DeviceProperties>& found)
+{
+    const WaitNotice notice(window->footLine(), tr("Opening the cameras..."));
+    chosen = currentSettings(chooseGlobalSettings());
+    QList<int> serials;
+    for (const tq::DeviceProperties& device : found) {
+        if (const int serial = openCamera(device, chosen)) {
+            serials.append(serial);
+        }
+    }
+    return serials;
 }
 
 // Returns the serial number under which the camera is stored, 0 when it did not open.
@@ -350,17 +358,22 @@ void AppGui::onResolutionChanged(QList<int> serials, int newWidth, int newHeight
 
     logResolutionChange(serials, newWidth, newHeight);
 
-    // All are closed before the first is reopened: cameras on one link share its bandwidth.
     QList<KTCamera*> affected;
     for (auto camera = cameras.begin(); camera != cameras.end(); ++camera) {
         if (serials.contains(camera.key())) {
-            disconnect(
-                *camera,
-                SIGNAL(sendYUYVImage(int, tq::Mat, tq::IMUPacket, std::vector<tq::IMUPacket>)),
-                window, SLOT(updateCameraFrame(int, tq::Mat)));
-            (*camera)->close();
             affected.append(*camera);
         }
+    }
+    if (affected.isEmpty()) {
+        return;
+    }
+    const WaitNotice notice(window->footLine(), tr("Opening the cameras..."));
+    // All are closed before the first is reopened: cameras on one link share its bandwidth.
+    for (KTCamera* const camera : qAsConst(affected)) {
+        disconnect(camera,
+                   SIGNAL(sendYUYVImage(int, tq::Mat, tq::IMUPacket, std::vector<tq::IMUPacket>)),
+                   window, SLOT(updateCameraFrame(int, tq::Mat)));
+        camera->close();
     }
     for (KTCamera* const camera : qAsConst(affected)) {
         reopenCamera(camera, resolutionOf(newWidth, newHeight), newFps, is_hdr);
@@ -403,6 +416,7 @@ void AppGui::triggerStream(int serial, bool enable)
 {
     if (enable) {
         qDebug() << "[KORVistrel] Enable streaming of virtual camera S/N" << serial;
+        window->footLine()->showRemark(obstacleOf(serial));
     } else {
         qDebug() << "[KORVistrel] Disable streaming of virtual camera S/N" << serial;
     }
@@ -452,6 +466,48 @@ void AppGui::logClosedCameras(int virtualSerial) const
             }
         }
     }
+}
+
+// Why pressing "Stream" cannot do anything, for the operator; empty when it can.
+QString AppGui::obstacleOf(int virtualSerial) const
+{
+    if (virtualSerial < 1) {
+        return tr("Press Generate first");
+    }
+    QString obstacle;
+    const QMap<QString, VirtualCameraInfos> rows = window->editorRecords();
+    for (const VirtualCameraInfos& row : rows) {
+        if (row.virtualSerialNumber == static_cast<std::uint64_t>(virtualSerial)) {
+            obstacle = obstacleOf(row);
+            if (obstacle.isEmpty()) {
+                break;  // of rows with one number, this one is streamed
+            }
+        }
+    }
+    return obstacle;
+}
+
+QString AppGui::obstacleOf(const VirtualCameraInfos& row) const
+{
+    for (const std::uint64_t serial : {row.leftSerialNumber, row.rightSerialNumber}) {
+        if (serial == 0) {
+            return tr("Choose both cameras first");
+        }
+        if (!cameras.contains(static_cast<int>(serial))) {
+            return tr("Camera %1 is not available").arg(serial);
+        }
+        if (!cameraInfos.contains(static_cast<int>(serial))) {
+            return tr("Camera %1 is not open").arg(serial);
+        }
+    }
+    const CameraInfos left = cameraInfos.value(static_cast<int>(row.leftSerialNumber));
+    const CameraInfos right = cameraInfos.value(static_cast<int>(row.rightSerialNumber));
+    if (left.width != right.width || left.height != right.height) {
+        return tr("Cameras %1 and %2 have different resolutions")
+            .arg(row.leftSerialNumber)
+            .arg(row.rightSerialNumber);
+    }
+    return {};
 }
 
 void AppGui::startStreamer(const VirtualCameraInfos& record)

@@ -73,6 +73,7 @@ private:
     void restartCameraDaemon();
     bool findCameras(std::vector<tq::DeviceProperties>& found, tq::MODEL& model);
     CaptureSettings chooseGlobalSettings();
+    QList<int> openCameras(const std::vector<tq::DeviceProperties>& found);
     int openCamera(const tq::DeviceProperties& device, const CaptureSettings& wanted);
     void reopenCamera(KTCamera* camera, tq::Resolution resolution, int fps, bool hdr);
     void forgetDescription(int serial);
@@ -85,6 +86,8 @@ private:
     void connectEyes(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record);
     bool canFeed(const VirtualCameraInfos& record) const;
     void logClosedCameras(int virtualSerial) const;
+    QString obstacleOf(int virtualSerial) const;
+    QString obstacleOf(const VirtualCameraInfos& row) const;
     void releaseCameras();
     void releaseAll();
     void handOverToService();

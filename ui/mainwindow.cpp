@@ -631,7 +631,7 @@ void MainWindow::requestConfSave()
 
 void MainWindow::toggleDaemonService()
 {
-    const WaitNotice notice(ui->waitLabel, tr("Switching the automatic start of the service..."));
+    const WaitNotice notice(ui->footLine, tr("Switching the automatic start of the service..."));
     const bool enabled = ServiceHandler::getDaemonServiceEnableStatus(kServiceUnit);
     std::string output;
     executeCMD_RC(
@@ -653,7 +653,7 @@ void MainWindow::updateDaemonServiceEnableStatusButton(bool enabled)
     ui->toggleDaemonButton->repaint();
 }
 
-QLabel* MainWindow::waitLabel() const
+FootLine* MainWindow::footLine() const
 {
-    return ui->waitLabel;
+    return ui->footLine;
 }

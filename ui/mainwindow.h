@@ -19,9 +19,7 @@
 #include "ui/drawbudget.h"
 #include "ui/virtualcamhandler.h"
 
-QT_BEGIN_NAMESPACE
-class QLabel;
-QT_END_NAMESPACE
+class FootLine;
 class Style;
 class Ui_MainWindow;
 
@@ -85,8 +83,8 @@ public:
     /// What to call after a row was removed, when its record is gone.
     void onRowRemoved(std::function<void()> function) { rowRemoved = std::move(function); }
 
-    /// Where the window says what it waits for.
-    QLabel* waitLabel() const;
+    /// Where the window says what it waits for, and why nothing happened.
+    FootLine* footLine() const;
 
 signals:
     /// Enumerate the cameras again.

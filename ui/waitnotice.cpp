@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tells the operator what the window waits for while an external command runs.
+// Tells the operator what the window waits for.
 #include "ui/waitnotice.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
-#include <QLabel>
 #include <QWindow>
 
 namespace {
@@ -14,32 +13,32 @@ constexpr int kSliceMs = 10;
 constexpr qint64 kExposeTimeoutMs = 300;
 
 // A window that was only just shown is not on the screen until the windowing system said so.
-bool waitsForScreen(const QLabel* label)
+bool waitsForScreen(const FootLine* line)
 {
-    const QWindow* const window = label->window()->windowHandle();
-    return label->isVisible() && window != nullptr && !window->isExposed();
+    const QWindow* const window = line->window()->windowHandle();
+    return line->isVisible() && window != nullptr && !window->isExposed();
 }
 
 }  // namespace
 
-WaitNotice::WaitNotice(QLabel* where, const QString& text) : label(where)
+WaitNotice::WaitNotice(FootLine* where, const QString& text) : line(where), before(where->wait())
 {
     QApplication::setOverrideCursor(Qt::WaitCursor);
-    label->setText(text);
+    line->setWait(text);
     QElapsedTimer time;
     time.start();
     do {
         QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents, kSliceMs);
-    } while (label && waitsForScreen(label) && time.elapsed() < kExposeTimeoutMs);
-    if (label) {
-        label->repaint();
+    } while (line && waitsForScreen(line) && time.elapsed() < kExposeTimeoutMs);
+    if (line) {
+        line->repaint();
     }
 }
 
 WaitNotice::~WaitNotice()
 {
-    if (label) {
-        label->clear();
+    if (line) {
+        line->setWait(before);
     }
     QApplication::restoreOverrideCursor();
 }

@@ -201,7 +201,7 @@ public:
     WaitTexts() { qApp->installEventFilter(this); }
     bool eventFilter(QObject* watched, QEvent* event) override
     {
-        if (event->type() == QEvent::Paint && watched->objectName() == QLatin1String("waitLabel")) {
+        if (event->type() == QEvent::Paint && watched->objectName() == QLatin1String("footLine")) {
             const QString text = static_cast<QLabel*>(watched)->text();
             if (!text.isEmpty() && (texts.isEmpty() || texts.last() != text)) {
                 texts.append(text);
@@ -228,6 +228,7 @@ private slots:
     void startAndEnd();
     void startAndEndWithTheServiceEnabled();
     void waitsAreShown();
+    void waitIsShownBeforeACameraIsTouched();
     void settingsOfTheLastRun();
     void settingsOfTheConfiguration();
     void settingsThatTheListsCannotShow();
@@ -248,6 +249,8 @@ private slots:
     void streamingAPair();
     void enablingARunningStreamStopsIt();
     void serialsThatDoNothing();
+    void footLineSaysWhatIsMissing();
+    void footLineSaysThatSizesDiffer();
     void sameCameraTwice();
     void senderThatDoesNotOpen();
     void lateReportOfAStoppedStream();
@@ -401,13 +404,36 @@ void AppGuiTest::startAndEndWithTheServiceEnabled()
 
 void AppGuiTest::waitsAreShown()
 {
-    const WaitTexts waits;
+    addTwoCameras();
+    WaitTexts waits;
     const Desktop desktop;
-    QCOMPARE(waits.texts, (QStringList{"Stopping the background service...",
-                                       "Restarting the camera daemon..."}));
-    QCOMPARE(waits.cursors, (QList<bool>{true, true}));
+    QCOMPARE(waits.texts,
+             (QStringList{"Stopping the background service...", "Restarting the camera daemon...",
+                          "Opening the cameras..."}));
+    QCOMPARE(waits.cursors, (QList<bool>{true, true, true}));
+    waits.texts.clear();
+    waits.cursors.clear();
+    desktop.part<QPushButton>("ApplyResFPSButton")->click();
+    QCOMPARE(waits.texts, QStringList{"Opening the cameras..."});
+    QCOMPARE(waits.cursors, QList<bool>{true});
+    waits.texts.clear();
+    desktop.part<QPushButton>("ReloadCamButton")->click();
+    QCOMPARE(waits.texts,
+             (QStringList{"Restarting the camera daemon...", "Opening the cameras..."}));
     QVERIFY(QApplication::overrideCursor() == nullptr);
-    QCOMPARE(desktop.part<QLabel>("waitLabel")->text(), QString());
+    QCOMPARE(desktop.part<QLabel>("footLine")->text(), QString());
+}
+
+// What is waited for is on the screen before the first camera is touched.
+void AppGuiTest::waitIsShownBeforeACameraIsTouched()
+{
+    addTwoCameras();
+    const WaitTexts waits;
+    QStringList shownBefore;
+    const auto note = [&] { shownBefore << (waits.texts.isEmpty() ? "" : waits.texts.last()); };
+    const MessageActions opening(QStringLiteral("[KORVistrel] Opening"), note);
+    const Desktop desktop;
+    QCOMPARE(shownBefore, QStringList{"Opening the cameras..."});
 }
 
 void AppGuiTest::settingsOfTheLastRun()
@@ -540,6 +566,13 @@ void AppGuiTest::mixedModels()
     QCOMPARE(desktop.panels(), QStringList());
     QCOMPARE(desktop.part<QComboBox>("ResolutionComboBox")->count(), 0);
 
+    // The window says so as long as it is so, other texts come and go.
+    const QString notice = QStringLiteral("No camera is open: different models are connected");
+    const auto* const line = desktop.part<QLabel>("footLine");
+    QCOMPARE(line->text(), notice);
+    desktop.window->toggleDaemonService();
+    QCOMPARE(line->text(), notice);
+
     // The operator mends the cabling and presses the button.
     for (const int serial : {31000001, 31000002}) {
         sdkfake::CameraSetup setup;
@@ -552,6 +585,7 @@ void AppGuiTest::mixedModels()
     desktop.part<QPushButton>("ReloadCamButton")->click();
     QCOMPARE(boxes.seen.size(), 1);
     QCOMPARE(desktop.panels(), QStringList{"30123456"});
+    QCOMPARE(line->text(), QString());
 }
 
 void AppGuiTest::camerasThatDoNotCount()
@@ -856,6 +890,66 @@ void AppGuiTest::serialsThatDoNothing()
     QVERIFY(sdkfake::senders().empty());
     // It is logged all the same.
     QVERIFY(log.messages().contains("[KORVistrel] Enable streaming of virtual camera S/N 0"));
+}
+
+void AppGuiTest::footLineSaysWhatIsMissing()
+{
+    addTwoCameras();
+    addCamera(2, kThird);
+    MessageBoxes boxes;
+    Desktop desktop;
+    const auto* const line = desktop.part<QLabel>("footLine");
+    desktop.part<QPushButton>("addVCamButton")->click();
+    VirtualCamHandler* const row = desktop.rows().first();
+    desktop.streamButton()->click();
+    QCOMPARE(line->text(), QStringLiteral("Press Generate first"));
+    row->setVirtualSN(kVirtual);
+    row->setSerial(0, kLeft);
+    desktop.streamButton()->click();
+    QCOMPARE(line->text(), QStringLiteral("Choose both cameras first"));
+
+    // The remark is over with the next press that works, and stopping has nothing to say.
+    row->setSerial(1, kRight);
+    desktop.streamButton()->click();
+    QCOMPARE(desktop.streamButton()->text(), QStringLiteral("Streaming..."));
+    QCOMPARE(line->text(), QString());
+    desktop.streamButton()->click();
+    QCOMPARE(line->text(), QString());
+
+    detach(1, kRight);
+    desktop.part<QPushButton>("ReloadCamButton")->click();
+    QCOMPARE(line->text(), QString());
+    desktop.streamButton()->click();
+    QCOMPARE(line->text(), QStringLiteral("Camera 30123457 is not available"));
+
+    row->setSerial(1, kThird);
+    sdkfake::CameraSetup broken;
+    broken.id = 2;
+    broken.serial = kThird;
+    broken.setUpResult = 5;
+    sdkfake::changeCamera(broken);
+    desktop.part<QPushButton>("ApplyResFPSButton")->click();
+    desktop.streamButton()->click();
+    QCOMPARE(line->text(), QStringLiteral("Camera 30123458 is not open"));
+    QCOMPARE(boxes.seen.size(), 0);
+}
+
+void AppGuiTest::footLineSaysThatSizesDiffer()
+{
+    addTwoCameras();
+    Desktop desktop;
+    desktop.addRow(kVirtual, kLeft, kRight);
+    emit desktop.window->resolutionChanged({kRight}, 960, 600, false);
+    desktop.streamButton()->click();
+    const auto* const line = desktop.part<QLabel>("footLine");
+    QCOMPARE(line->text(),
+             QStringLiteral("Cameras 30123456 and 30123457 have different resolutions"));
+    // Another row with the same number can be streamed.
+    emit desktop.window->resolutionChanged({kRight}, 1920, 1200, false);
+    desktop.addRow(kVirtual, kLeft, 0);
+    desktop.streamButton(1)->click();
+    QCOMPARE(desktop.streamButton()->text(), QStringLiteral("Streaming..."));
+    QCOMPARE(line->text(), QString());
 }
 
 void AppGuiTest::sameCameraTwice()

@@ -27,6 +27,7 @@
 #include "tests/ui/metaobjects.h"
 #include "tests/ui/widgetfonts.h"
 #include "ui/style.h"
+#include "ui/waitnotice.h"
 
 namespace {
 
@@ -238,6 +239,9 @@ private slots:
     void switchingTheService();
     void failedSwitchShowsTheTruth();
     void waitIsShown();
+    void footLineSaysOneThingAtATime();
+    void remarkPasses();
+    void footLineIsReadInASmallWindow();
 
 private:
     std::unique_ptr<sandbox::StandIns> standIns;
@@ -1538,12 +1542,62 @@ void MainWindowTest::waitIsShown()
         QString& shown;
         bool& waits;
     } painted(shown, cursor);
-    window.waitLabel()->installEventFilter(&painted);
+    window.footLine()->installEventFilter(&painted);
     window.toggleDaemonService();
     QVERIFY(shown.contains(QStringLiteral("Switching the automatic start of the service...")));
     QVERIFY(cursor);
     QVERIFY(QApplication::overrideCursor() == nullptr);
-    QCOMPARE(window.waitLabel()->text(), QString());
+    QCOMPARE(window.footLine()->text(), QString());
+}
+
+void MainWindowTest::footLineSaysOneThingAtATime()
+{
+    const Window window;
+    FootLine* const line = window.footLine();
+    line->setNotice("notice");
+    QCOMPARE(line->text(), QStringLiteral("notice"));
+    line->showRemark("remark");
+    QCOMPARE(line->text(), QStringLiteral("remark"));
+    {
+        const WaitNotice first(line, "first");
+        QCOMPARE(line->text(), QStringLiteral("first"));
+        {
+            const WaitNotice second(line, "second");
+            QCOMPARE(line->text(), QStringLiteral("second"));
+        }
+        QCOMPARE(line->text(), QStringLiteral("first"));
+    }
+    QCOMPARE(line->text(), QStringLiteral("notice"));  // the remark is out of date by now
+    line->setNotice(QString());
+    QCOMPARE(line->text(), QString());
+}
+
+void MainWindowTest::remarkPasses()
+{
+    const Window window;
+    FootLine* const line = window.footLine();
+    line->setNotice("notice");
+    line->showRemark("remark", 50);
+    QCOMPARE(line->text(), QStringLiteral("remark"));
+    QTRY_COMPARE(line->text(), QStringLiteral("notice"));
+    QVERIFY(FootLine::kRemarkMs >= 3000);  // long enough to be read
+    // A later remark has a time of its own.
+    line->showRemark("first", 50);
+    line->showRemark("second", 60'000);
+    QTest::qWait(100);
+    QCOMPARE(line->text(), QStringLiteral("second"));
+}
+
+void MainWindowTest::footLineIsReadInASmallWindow()
+{
+    Window window;
+    window.resize(500, 500);
+    window.footLine()->setNotice("No camera is open: different models are connected");
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    const FootLine* const line = window.footLine();
+    QTRY_VERIFY(line->height() >= line->heightForWidth(line->width()));
+    const QRect place(line->mapTo(&window, QPoint()), line->size());
+    QVERIFY(window.rect().contains(place));
 }
 
 QTEST_MAIN(MainWindowTest)
