@@ -2,7 +2,7 @@
 #[[
 Finds an installed camera SDK.
 
-Input:   TQ_KOR_ROOT    prefix under which the SDK is installed
+Input:   TQ_KOR_ROOT    prefix under which the SDK is installed; empty: the usual places
          TQ_KOR_HEADER  the header to include, default tq_kor/tq_kor.h
 Result:  TqKor_FOUND
          TqKor::Interface  include directories and the header's name, nothing to link
@@ -11,8 +11,20 @@ Result:  TqKor_FOUND
 set(TQ_KOR_ROOT "" CACHE PATH "Prefix under which the camera SDK is installed")
 set(TQ_KOR_HEADER "tq_kor/tq_kor.h" CACHE STRING "Header of the camera SDK")
 
-find_path(TqKor_INCLUDE_DIR "${TQ_KOR_HEADER}" HINTS "${TQ_KOR_ROOT}" PATH_SUFFIXES include)
-find_library(TqKor_LIBRARY tq_kor HINTS "${TQ_KOR_ROOT}"
+# What is found for one prefix is not kept for another, and a prefix that is named is the only one:
+# a slip in it must not take another installation.
+set(wanted "${TQ_KOR_ROOT}|${TQ_KOR_HEADER}")
+if(DEFINED TqKor_SEARCHED AND NOT TqKor_SEARCHED STREQUAL wanted)
+    unset(TqKor_INCLUDE_DIR CACHE)
+    unset(TqKor_LIBRARY CACHE)
+endif()
+set(TqKor_SEARCHED "${wanted}" CACHE INTERNAL "Where TqKor was looked for")
+set(where "")
+if(TQ_KOR_ROOT)
+    set(where PATHS "${TQ_KOR_ROOT}" NO_DEFAULT_PATH)
+endif()
+find_path(TqKor_INCLUDE_DIR "${TQ_KOR_HEADER}" ${where} PATH_SUFFIXES include)
+find_library(TqKor_LIBRARY tq_kor ${where}
              PATH_SUFFIXES lib "lib/${CMAKE_LIBRARY_ARCHITECTURE}" lib64
                            lib/kor-vistrel "lib/${CMAKE_LIBRARY_ARCHITECTURE}/kor-vistrel")
 
