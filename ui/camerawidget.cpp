@@ -117,6 +117,15 @@ void CameraWidget::updateImageGL(tq::Mat image)
     view->doneCurrent();
 }
 
+void CameraWidget::clearPicture()
+{
+    {
+        const QMutexLocker lock(&view->drawingMutex());
+        view->ClearDisplay();
+    }
+    view->doneCurrent();
+}
+
 void CameraWidget::updateImage(tq::Mat image)
 {
     if (image.getWidth() == 0) {

@@ -556,6 +556,8 @@ void MainWindow::updateCameraWidget(int serial, CameraInfos infos)
         panel->updateInfos(infos);
         if (isOpen(panel)) {
             lastDescriptions.insert(QString::number(serial), infos);
+        } else {
+            panel->clearPicture();  // a closed camera's last picture would pass for a live one
         }
         arrangePanels();
     }

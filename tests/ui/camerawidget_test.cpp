@@ -288,6 +288,28 @@ private slots:
                         qRgb(170, 170, 170)) <= 1);
     }
 
+    void clearedPictureComesBackWithTheNextFrame()
+    {
+        CameraWidget panel(nullptr);
+        panel.clearPicture();  // nothing to be seen yet
+        panel.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&panel));
+        GLWidget& view = CameraWidgetInspector::view(panel);
+        const QPoint centre = view.rect().center() * static_cast<int>(panel.devicePixelRatioF());
+        const auto grey = [&] { return qGray(viewtest::grabbed(view).pixel(centre)); };
+        const tq::Mat frame = mat(viewtest::plainFrame(64, 36, 170, 128, 128).bytes, 64, 36);
+        for (int i = 0; i < 2; ++i) {  // the renderer may learn the window's size late
+            panel.updateImageGL(frame);
+        }
+        QTRY_VERIFY(qAbs(grey() - 170) <= 1);
+        panel.clearPicture();
+        QVERIFY(QOpenGLContext::currentContext() == nullptr);
+        QTRY_COMPARE(grey(), 0);
+        panel.updateImageGL(frame);
+        QTRY_VERIFY(qAbs(grey() - 170) <= 1);
+        QCOMPARE(glRecord().generatedTextures, 1);  // the view stays set up
+    }
+
     void groundBesideThePictureIsBlack()
     {
         CameraWidget panel(nullptr);

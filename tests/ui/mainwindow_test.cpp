@@ -7,10 +7,12 @@
 #include <QComboBox>
 #include <QDateTime>
 #include <QGridLayout>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPixmap>
 #include <QRegularExpression>
+#include <QScreen>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QSignalSpy>
@@ -19,6 +21,7 @@
 #include <QToolButton>
 #include <QWheelEvent>
 #include <QWindow>
+#include <algorithm>
 #include <memory>
 
 #include "tests/sandbox/sandbox.h"
@@ -26,6 +29,7 @@
 #include "tests/ui/messageboxes.h"
 #include "tests/ui/metaobjects.h"
 #include "tests/ui/widgetfonts.h"
+#include "ui/glwidget.h"
 #include "ui/style.h"
 #include "ui/waitnotice.h"
 
@@ -226,6 +230,7 @@ private slots:
     void previewGoesOnWhenTheClockIsSetBack();
     void framesThatAreDropped_data();
     void framesThatAreDropped();
+    void closedCameraShowsNoPicture();
     void unknownSerialIsRemembered();
     void reloadRemovesThePanels();
     void noCameraLabel();
@@ -1348,6 +1353,32 @@ void MainWindowTest::framesThatAreDropped()
     QCOMPARE(window.drawn, QStringList());
     window.updateCameraFrame(kLeftCamera, frame());  // a dropped frame does not count as shown
     QCOMPARE(window.drawn, QStringList{kSerials.at(0)});
+}
+
+void MainWindowTest::closedCameraShowsNoPicture()
+{
+    MainWindow window;
+    attach(window, camera(kLeftCamera, 64, 36));
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QCoreApplication::processEvents();
+    const auto* const view = window.findChild<GLWidget*>();
+    const auto grey = [view] {
+        const QImage image = QGuiApplication::primaryScreen()->grabWindow(view->winId()).toImage();
+        return qGray(image.pixel(image.rect().center()));
+    };
+    tq::Mat image = frame(64, 36);
+    std::fill_n(image.getPtr<std::uint8_t>(sdk::kHostMemory), 64 * 36 * 2, std::uint8_t(128));
+    const auto shows = [&] {
+        window.updateCameraFrame(kLeftCamera, image);
+        return qAbs(grey() - 128) <= 2;
+    };
+    QTRY_VERIFY(shows());
+    window.updateCameraWidget(kLeftCamera, camera(kLeftCamera, 64, 36));
+    QVERIFY(grey() > 0);  // another description of an open camera changes nothing
+    window.updateCameraWidget(kLeftCamera, camera(kLeftCamera, 0, 0));
+    QTRY_COMPARE(grey(), 0);
+    window.updateCameraWidget(kLeftCamera, camera(kLeftCamera, 64, 36));
+    QTRY_VERIFY(shows());
 }
 
 // The lookup of a frame's panel creates an entry also when there is none; a reload removes it like
