@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the capture thread allocates per frame, with cameras of the open SDK: nothing but the event
+// by which the owner gives the frame's buffer back.
+#include <QtTest>
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "capture/Camera.h"
+#include "tests/sdk/sdktesting.h"
+#include "tests/support/allocations.h"
+
+namespace {
+
+constexpr int kWarmUp = 40;  // frames until the buffers and the event queue have grown
+constexpr int kCounted = 100;
+
+/// Called on the capture thread with every frame.
+class Counter {
+public:
+    Counter() { counts.reserve(kWarmUp + kCounted + 1); }
+
+    void count()
+    {
+        if (counts.size() == kWarmUp) {
+            ofOneEvent = allocationsOfAnEvent();
+        }
+        if (counts.size() < counts.capacity()) {
+            counts.push_back(allocations::ofThisThread());
+            seen = static_cast<int>(counts.size());
+        }
+    }
+
+    bool isComplete() const { return seen > kWarmUp + kCounted; }
+
+    /// The queue of events grows now and then, hence the middle one of all.
+    std::uint64_t perFrame() const
+    {
+        std::vector<std::uint64_t> steps;
+        for (std::size_t i = kWarmUp + 1; i + 1 < counts.size(); ++i) {
+            steps.push_back(counts[i + 1] - counts[i]);
+        }
+        std::nth_element(steps.begin(), steps.begin() + kCounted / 2 - 1, steps.end());
+        return steps[kCounted / 2 - 1];
+    }
+
+    std::uint64_t ofOneEvent = 0;
+
+private:
+    std::uint64_t allocationsOfAnEvent()
+    {
+        const std::uint64_t before = allocations::ofThisThread();
+        QMetaObject::invokeMethod(
+            &target, [held = ring] { Q_UNUSED(held) }, Qt::QueuedConnection);
+        return allocations::ofThisThread() - before;
+    }
+
+    QObject target;
+    std::shared_ptr<int> ring = std::make_shared<int>(0);
+    std::vector<std::uint64_t> counts;
+    std::atomic<int> seen{0};
+};
+
+}  // namespace
+
+class CameraAllocationsTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void oneEventPerFrame()
+    {
+        TemporaryRig rig;
+        rig.add(simulated());
+        const std::vector<tq::DeviceProperties> devices = ArgusCamera::getGMSLDevices(true, false);
+        QCOMPARE(devices.size(), std::size_t{1});
+        Counter counter;
+        KTCamera camera;
+        connect(
+            &camera, &KTCamera::sendYUYVImage, &camera, [&counter] { counter.count(); },
+            Qt::DirectConnection);
+        QCOMPARE(camera.open(devices[0].id, {320, 200}, 60, false), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(counter.isComplete(), 60000);
+        camera.close();
+        QVERIFY(counter.ofOneEvent > 0);
+        QCOMPARE(counter.perFrame(), counter.ofOneEvent);
+    }
+};
+
+QTEST_GUILESS_MAIN(CameraAllocationsTest)
+#include "test_camera_allocations.moc"
