@@ -8,8 +8,10 @@
 #include <QSignalBlocker>
 #include <QSize>
 #include <QStyledItemDelegate>
+#include <QTimer>
 #include <QUuid>
 #include <QVariant>
+#include <algorithm>
 
 #include "app/commands/commandrunners.h"
 #include "ui/style.h"
@@ -281,6 +283,8 @@ void MainWindow::addVirtualCamHandler()
         qDebug() << "FAILED TO CONNECT STREAM SIGNAL";
     }
     insertEditor(identity, editor, position);
+    // The row gets its place only when the layouts have been through.
+    QTimer::singleShot(0, editor, [this, editor] { scrollTo(editor); });
 }
 
 void MainWindow::addVirtualCamHandlerFromConfig(VirtualCameraInfos info)
@@ -338,6 +342,38 @@ void MainWindow::insertEditor(const QString& identity, VirtualCamHandler* editor
     QWidget* const rows = ui->scrollAreaWidgetContents;
     rows->setMinimumWidth(qMax(rows->minimumWidth(), editor->layout()->totalMinimumSize().width()));
     ui->scrollAreaWidgetContentsVerticalLayout->insertWidget(position, editor);
+    orderTabStops();
+}
+
+// The rows lie between "+" and the foot, from top to bottom, also those that were added later.
+void MainWindow::orderTabStops()
+{
+    QWidget* last = ui->addVCamButton;
+    const auto append = [&last](QWidget* control) {
+        setTabOrder(last, control);
+        last = control;
+    };
+    const QLayout* const rows = ui->scrollAreaWidgetContentsVerticalLayout;
+    for (int i = 0; i < rows->count(); ++i) {
+        if (const auto* const editor =
+                qobject_cast<VirtualCamHandler*>(rows->itemAt(i)->widget())) {
+            const QList<QWidget*> controls = editor->tabStops();
+            std::for_each(controls.begin(), controls.end(), append);
+        }
+    }
+    append(ui->toggleDaemonButton);
+    append(ui->ApplyButton);
+}
+
+// Brings a row into view without moving the rows sideways, as ensureWidgetVisible() does with rows
+// that are wider than the window.
+void MainWindow::scrollTo(const VirtualCamHandler* editor)
+{
+    const int halfWidth = ui->scrollArea->viewport()->width() / 2;
+    const QPoint seen =
+        ui->scrollAreaWidgetContents->mapFrom(ui->scrollArea->viewport(), QPoint(halfWidth, 0));
+    ui->scrollArea->ensureVisible(seen.x(), editor->geometry().center().y(), 0,
+                                  editor->height() / 2 + 1);
 }
 
 void MainWindow::removeVirtualCamHandler(QString uuid_)

@@ -148,6 +148,8 @@ private:
     void arrangePanels();
     VirtualCamHandler* createEditor(const QString& identity, const QStringList& serials);
     void insertEditor(const QString& identity, VirtualCamHandler* editor, int position);
+    void orderTabStops();
+    void scrollTo(const VirtualCamHandler* editor);
     CameraWidget* panelOf(std::uint64_t serial) const;
     VirtualCameraInfos lastKnown(const QString& identity, std::uint64_t leftSerial) const;
     void fillFromGlobalSettings(VirtualCameraInfos& record, const QString& identity);

@@ -210,6 +210,14 @@ int VirtualCamHandler::shownSerial() const
     return ui->VirtualCamSNEdit->text().toInt();
 }
 
+QList<QWidget*> VirtualCamHandler::tabStops() const
+{
+    return {ui->VirtualCamSNEdit,   ui->VirtualSNGenerateButton,
+            ui->LeftSensorSNChoice, ui->RightSensorSNChoice,
+            ui->resolutionComboBox, ui->RTPPortChoice,
+            ui->TestButton,         ui->RemoveButton};
+}
+
 void VirtualCamHandler::resetStreamButton()
 {
     UpdateStreamingStatus(false);

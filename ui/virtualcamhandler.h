@@ -70,6 +70,9 @@ public:
     /// The number in the serial field as a decimal int, 0 when it is none.
     int shownSerial() const;
 
+    /// What the keyboard goes through, in this order.
+    QList<QWidget*> tabStops() const;
+
     /// Puts the stream button back to idle and unchecked.
     void resetStreamButton();
 

@@ -207,6 +207,9 @@ private slots:
     void serialListClearsChoices();
     void choicesAreRestoredSilently();
     void awaitedCamerasStayInTheRecords();
+    void newRowIsScrolledIntoView_data();
+    void newRowIsScrolledIntoView();
+    void tabGoesThroughTheRows();
     void wheelScrollsTheRows();
     void recordsComeInTheOrderOfTheKeys();
     void recordsTakeTheLeftCamerasSettings();
@@ -947,6 +950,69 @@ void MainWindowTest::awaitedCamerasStayInTheRecords()
     attach(window, camera(kLeftCamera));
     attach(window, camera(kRightCamera));
     QCOMPARE(window.getVirtualCameraInfo(101234567).virtualSerialNumber, std::uint64_t(0));
+}
+
+void MainWindowTest::newRowIsScrolledIntoView_data()
+{
+    controlsFitTheWindow_data();
+}
+
+void MainWindowTest::newRowIsScrolledIntoView()
+{
+    QFETCH(QSize, size);
+    Window window;
+    window.resize(size);
+    attach(window, camera(kLeftCamera));
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    auto* const area = window.part<QScrollArea>("scrollArea");
+    for (int i = 0; i < 8; ++i) {
+        window.part<QPushButton>("addVCamButton")->click();
+        const VirtualCamHandler* const row = window.rows().last();
+        const auto isSeen = [&] {
+            const bool isPlaced = i == 0 || row->y() > window.rows().at(i - 1)->y();
+            const int top = row->mapTo(area->viewport(), QPoint()).y();
+            return isPlaced && top >= 0 && top + row->height() <= area->viewport()->height();
+        };
+        QTRY_VERIFY2(isSeen(), qPrintable(QString::number(i)));
+        QCOMPARE(area->horizontalScrollBar()->value(), 0);
+    }
+    QVERIFY(area->verticalScrollBar()->value() > 0);
+}
+
+void MainWindowTest::tabGoesThroughTheRows()
+{
+    Window window;
+    window.setGlobalCameraConfigurationContent(sdk::kSoloGs);
+    window.updateSerialList(kSerials);
+    window.addVirtualCamHandlerFromConfig(record(101234567));
+    window.addVirtualCamHandler();
+    window.addVirtualCamHandler();
+    window.rows().at(1)->triggerRemove();
+    window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    window.part<QPushButton>("addVCamButton")->setFocus();
+    QTRY_VERIFY(window.part<QPushButton>("addVCamButton")->hasFocus());
+    QStringList expected{"addVCamButton"};
+    for (int row = 0; row < 2; ++row) {
+        for (const char* const name :
+             {"VirtualCamSNEdit", "VirtualSNGenerateButton", "LeftSensorSNChoice",
+              "RightSensorSNChoice", "RTPPortChoice", "TestButton", "RemoveButton"}) {
+            expected << QStringLiteral("%1 %2").arg(row).arg(QLatin1String(name));
+        }
+    }
+    expected << "toggleDaemonButton"
+             << "ApplyButton";
+    QStringList seen;
+    for (int i = 0; i < expected.size(); ++i) {
+        QWidget* const control = QApplication::focusWidget();
+        auto* const row = qobject_cast<VirtualCamHandler*>(control->parentWidget());
+        seen << (row == nullptr ? control->objectName()
+                                : QStringLiteral("%1 %2")
+                                      .arg(window.rows().indexOf(row))
+                                      .arg(control->objectName()));
+        QTest::keyClick(control, Qt::Key_Tab);
+    }
+    QCOMPARE(seen, expected);
 }
 
 void MainWindowTest::wheelScrollsTheRows()
