@@ -55,8 +55,8 @@ struct VirtualCamera {
     int serial = 101234567;
     int left = 30100001;
     int right = 30100002;
-    int width = 960;
-    int height = 600;
+    int width = 480;
+    int height = 300;
     int fps = 30;
     quint16 port = 0;
     bool imu = true;
