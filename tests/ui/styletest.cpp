@@ -19,8 +19,11 @@
 #include <QScrollBar>
 #include <QSlider>
 #include <QSpinBox>
+#include <QStyleOption>
+#include <QStyledItemDelegate>
 #include <QTabWidget>
 #include <QToolButton>
+#include <QWindow>
 #include <QtTest>
 #include <functional>
 #include <memory>
@@ -146,6 +149,128 @@ int pixelsOfColor(const QImage& image, const QColor& color, int tolerance)
     return count;
 }
 
+// How a part of a control looks before the pointer comes, below it, and with the button pressed.
+struct PointerLooks {
+    QImage normal;
+    QImage hover;
+    QImage pressed;
+};
+
+PointerLooks pointAt(QWidget* widget, const QRect& part)
+{
+    QWidget* const top = widget->window();
+    QWindow* const window = top->windowHandle();
+    const QPoint place = widget->mapTo(top, part.center());
+    const auto look = [widget, part] { return widget->grab(part).toImage(); };
+    PointerLooks looks;
+    QTest::mouseMove(top, QPoint(1, 1));
+    looks.normal = look();
+    QTest::mouseMove(top, place);
+    looks.hover = look();
+    QTest::mousePress(window, Qt::LeftButton, Qt::NoModifier, place);
+    looks.pressed = look();
+    QTest::mouseRelease(window, Qt::LeftButton, Qt::NoModifier, place);
+    QTest::mouseMove(top, QPoint(1, 1));
+    return looks;
+}
+
+// Shows a control away from the window's corner, where the pointer rests. Focus has a look of its
+// own, so that the control takes none.
+void present(QWidget& window, QWidget* widget, const QSize& size)
+{
+    widget->setParent(&window);
+    widget->setFocusPolicy(Qt::NoFocus);
+    widget->setFixedSize(size);
+    widget->move(40, 40);
+    window.resize(400, 300);
+    window.show();
+}
+
+// A part of a control that shows where the pointer is.
+struct Part {
+    const char* name;
+    Sheet sheet;
+    Factory factory;
+    std::function<QRect(QWidget*)> place;
+    bool hasPressedLook;
+};
+
+QRect spinBoxPart(QWidget* widget, QStyle::SubControl part)
+{
+    QStyleOptionSpinBox option;
+    option.initFrom(widget);
+    option.subControls = QStyle::SC_All;
+    return widget->style()->subControlRect(QStyle::CC_SpinBox, &option, part, widget);
+}
+
+QRect handleOf(QWidget* widget, QStyle::ComplexControl control, QStyle::SubControl part)
+{
+    const auto* const slider = static_cast<QAbstractSlider*>(widget);
+    QStyleOptionSlider option;
+    option.initFrom(slider);
+    option.orientation = slider->orientation();
+    option.maximum = slider->maximum();
+    option.pageStep = slider->pageStep();
+    option.state |= QStyle::State_Horizontal;
+    return widget->style()->subControlRect(control, &option, part, widget);
+}
+
+QWidget* makeSpinBox()
+{
+    auto* const spinBox = new QSpinBox;
+    spinBox->setValue(50);  // both arrows have a way to go
+    return spinBox;
+}
+
+QWidget* makeScrollBar()
+{
+    auto* const bar = new QScrollBar(Qt::Horizontal);
+    bar->setPageStep(50);
+    return bar;
+}
+
+QWidget* makeList()
+{
+    auto* const list = new QListWidget;
+    list->addItems({"One", "Two"});
+    return list;
+}
+
+const QList<Part>& parts()
+{
+    static const auto whole = [](QWidget* widget) { return widget->rect(); };
+    static const QList<Part> list{
+        {"line edit", &Style::lineEdit, make<QLineEdit>(), whole, false},
+        {"combo box", &Style::comboBox, make<QComboBox>(), whole, false},
+        {"spin box", &Style::spinBox, makeSpinBox, whole, false},
+        {"spin box, up", &Style::spinBox, makeSpinBox,
+         [](QWidget* widget) { return spinBoxPart(widget, QStyle::SC_SpinBoxUp); }, true},
+        {"spin box, down", &Style::spinBox, makeSpinBox,
+         [](QWidget* widget) { return spinBoxPart(widget, QStyle::SC_SpinBoxDown); }, true},
+        {"slider", &Style::slider, [] { return new QSlider(Qt::Horizontal); },
+         [](QWidget* widget) {
+             return handleOf(widget, QStyle::CC_Slider, QStyle::SC_SliderHandle);
+         },
+         false},
+        {"scroll bar", &Style::scrollBar, makeScrollBar,
+         [](QWidget* widget) {
+             return handleOf(widget, QStyle::CC_ScrollBar, QStyle::SC_ScrollBarSlider);
+         },
+         true},
+        {"tab", &Style::tabWidget, makeTabs,
+         [](QWidget* widget) { return static_cast<QTabWidget*>(widget)->tabBar()->tabRect(1); },
+         false},
+        {"list entry", &Style::listWidget, makeList,
+         [](QWidget* widget) {
+             const auto* const entries = static_cast<QListWidget*>(widget);
+             return entries->visualItemRect(entries->item(1))
+                 .translated(entries->viewport()->mapTo(widget, QPoint()));
+         },
+         false},
+    };
+    return list;
+}
+
 QStringList messages;
 
 void keepMessage(QtMsgType, const QMessageLogContext&, const QString& text)
@@ -203,6 +328,13 @@ private slots:
 
     void statesLookDifferent_data();
     void statesLookDifferent();
+    void buttonsAnswerThePointer_data();
+    void buttonsAnswerThePointer();
+    void partsAnswerThePointer_data();
+    void partsAnswerThePointer();
+    void openListsShowTheEntryBelowThePointer();
+    void menusShowTheActiveEntry();
+    void buttonsOfBoxesAnswerThePointer();
     void streamButtonKeepsItsWidth();
     void squareButtonShowsItsSign();
     void formSizesAreLeftAlone();
@@ -581,6 +713,129 @@ void StyleTest::statesLookDifferent()
                      qPrintable(QStringLiteral("%1 and %2").arg(first).arg(second)));
         }
     }
+}
+
+void StyleTest::buttonsAnswerThePointer_data()
+{
+    QTest::addColumn<int>("index");
+    for (int index = 0; index < entries().size(); ++index) {
+        const std::unique_ptr<QWidget> widget(entries().at(index).factory());
+        if (qobject_cast<QAbstractButton*>(widget.get()) != nullptr) {
+            QTest::newRow(entries().at(index).name) << index;
+        }
+    }
+}
+
+void StyleTest::buttonsAnswerThePointer()
+{
+    QFETCH(int, index);
+    const Entry& entry = entries().at(index);
+    QWidget window;
+    auto* const button = static_cast<QAbstractButton*>(entry.factory());
+    button->setText("Text");
+    button->setStyleSheet(filled(entry.name, style.get()->*entry.sheet));
+    present(window, button, QSize(120, 42));
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    // Boxes answer where their mark is.
+    const bool hasMark = qobject_cast<QCheckBox*>(button) != nullptr ||
+                         qobject_cast<QRadioButton*>(button) != nullptr;
+    const PointerLooks looks = pointAt(button, hasMark ? QRect(0, 0, 20, 42) : button->rect());
+    QVERIFY(looks.normal != looks.hover);
+    if (!hasMark) {
+        QVERIFY(looks.hover != looks.pressed);
+        QVERIFY(looks.normal != looks.pressed);
+    }
+    button->setEnabled(false);
+    const PointerLooks disabled = pointAt(button, button->rect());
+    QCOMPARE(disabled.hover, disabled.normal);
+    QCOMPARE(disabled.pressed, disabled.normal);
+}
+
+void StyleTest::partsAnswerThePointer_data()
+{
+    QTest::addColumn<int>("index");
+    for (int index = 0; index < parts().size(); ++index) {
+        QTest::newRow(parts().at(index).name) << index;
+    }
+}
+
+void StyleTest::partsAnswerThePointer()
+{
+    QFETCH(int, index);
+    const Part& part = parts().at(index);
+    QWidget window;
+    QWidget* const widget = part.factory();
+    const QString sheet = style.get()->*part.sheet;
+    widget->setStyleSheet(sheet.contains("%1") ? sheet.arg(120) : sheet);
+    present(window, widget, QSize(300, qobject_cast<QScrollBar*>(widget) != nullptr ? 10 : 80));
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    const QRect place = part.place(widget);
+    QVERIFY(widget->rect().contains(place));
+    const PointerLooks looks = pointAt(widget, place);
+    QVERIFY(looks.normal != looks.hover);
+    if (part.hasPressedLook) {
+        QVERIFY(looks.hover != looks.pressed);
+        QVERIFY(looks.normal != looks.pressed);
+    }
+}
+
+void StyleTest::openListsShowTheEntryBelowThePointer()
+{
+    QWidget window;
+    auto* const list = new QComboBox;
+    list->addItems({"One", "Two", "Three"});
+    list->setStyleSheet(style->comboBox);
+    list->setItemDelegate(new QStyledItemDelegate(list));
+    present(window, list, QSize(120, 26));
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    const QImage closed = list->grab().toImage();
+    list->showPopup();
+    QAbstractItemView* const view = list->view();
+    QVERIFY(QTest::qWaitForWindowExposed(view->window()));
+    QVERIFY(list->grab().toImage() != closed);
+    const QRect entry = view->visualRect(list->model()->index(2, 0));
+    const auto look = [&] { return view->viewport()->grab(entry).toImage(); };
+    const QImage normal = look();
+    QTest::mouseMove(view->viewport(), entry.center());
+    QVERIFY(look() != normal);
+    QVERIFY(pixelsOfColor(look(), kLime, 0) > entry.width());
+    list->hidePopup();
+}
+
+void StyleTest::menusShowTheActiveEntry()
+{
+    QMenu menu;
+    menu.setStyleSheet(style->menu);
+    QAction* const copy = menu.addAction("Copy");
+    QAction* const paste = menu.addAction("Paste");
+    paste->setEnabled(false);
+    menu.popup(QPoint(40, 40));
+    QVERIFY(QTest::qWaitForWindowExposed(&menu));
+    const auto look = [&menu](QAction* action) {
+        return menu.grab(menu.actionGeometry(action)).toImage();
+    };
+    const QImage normal = look(copy);
+    menu.setActiveAction(copy);
+    QVERIFY(look(copy) != normal);
+    QVERIFY(pixelsOfColor(look(copy), kLime, 0) > normal.width());
+    menu.setActiveAction(paste);
+    QCOMPARE(pixelsOfColor(look(paste), kLime, 0), 0);  // it cannot be chosen
+}
+
+void StyleTest::buttonsOfBoxesAnswerThePointer()
+{
+    QMessageBox box(QMessageBox::Question, "Information", "?", QMessageBox::Yes | QMessageBox::No);
+    box.setStyleSheet(style->messageBox);
+    QAbstractButton* const button = box.button(QMessageBox::No);
+    for (const QMessageBox::StandardButton which : {QMessageBox::Yes, QMessageBox::No}) {
+        box.button(which)->setFocusPolicy(Qt::NoFocus);
+    }
+    box.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&box));
+    const PointerLooks looks = pointAt(button, button->rect());
+    QVERIFY(looks.normal != looks.hover);
+    QVERIFY(looks.hover != looks.pressed);
+    QVERIFY(looks.normal != looks.pressed);
 }
 
 void StyleTest::streamButtonKeepsItsWidth()
