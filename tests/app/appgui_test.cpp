@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <QApplication>
 #include <QComboBox>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QLabel>
@@ -227,6 +228,8 @@ private slots:
     void signalsAndSlotsInOrder();
     void startAndEnd();
     void startAndEndWithTheServiceEnabled();
+    void daemonGetsTimeToComeUp();
+    void serviceGetsTimeToComeUp();
     void waitsAreShown();
     void waitIsShownBeforeACameraIsTouched();
     void settingsOfTheLastRun();
@@ -400,6 +403,45 @@ void AppGuiTest::startAndEndWithTheServiceEnabled()
     QCOMPARE(messages.mid(messages.size() - 2),
              (QStringList{"[KORVistrel] Restarting Vistrel", "[KORVistrel] Activate CLI mode"}));
     QCOMPARE(log.debugMessages(QStringLiteral("[WARNING]")), QStringList());
+}
+
+// The time between the end of the daemon's restart and the enumeration.
+void AppGuiTest::daemonGetsTimeToComeUp()
+{
+    addTwoCameras();
+    const QString ended = directory->filePath(QStringLiteral("ended"));
+    standIns->script("sudo", "date +%s%3N >'" + ended.toLocal8Bit() + "'\n");
+    qint64 found = 0;
+    const QString message = QStringLiteral("[KORVistrel] Found");
+    const auto note = [&found] { found = QDateTime::currentMSecsSinceEpoch(); };
+    const auto pauseMs = [&] { return found - sandbox::readFile(ended).trimmed().toLongLong(); };
+    auto actions = std::make_unique<MessageActions>(message, note);
+    const Desktop desktop;
+    QVERIFY(found > 0);
+    QVERIFY(pauseMs() >= 1000);
+    found = 0;
+    actions.reset();
+    actions = std::make_unique<MessageActions>(message, note);
+    desktop.part<QPushButton>("ReloadCamButton")->click();
+    QVERIFY(found > 0);
+    QVERIFY(pauseMs() >= 1000);
+}
+
+// The time between the release of the cameras and the restart of the service.
+void AppGuiTest::serviceGetsTimeToComeUp()
+{
+    addTwoCameras();
+    standIns->answer("systemctl", "enabled\n");
+    const QString begun = directory->filePath(QStringLiteral("begun"));
+    standIns->script("sudo", "date +%s%3N >'" + begun.toLocal8Bit() + "'\n");
+    qint64 released = 0;
+    const MessageActions actions(QStringLiteral("[KORVistrel] Restarting Vistrel"),
+                                 [&released] { released = QDateTime::currentMSecsSinceEpoch(); });
+    {
+        const Desktop desktop;
+    }
+    QVERIFY(released > 0);
+    QVERIFY(sandbox::readFile(begun).trimmed().toLongLong() - released >= 500);
 }
 
 void AppGuiTest::waitsAreShown()

@@ -11,6 +11,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPixmap>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QScreen>
 #include <QScrollArea>
@@ -23,6 +24,8 @@
 #include <QWindow>
 #include <algorithm>
 #include <memory>
+#include <optional>
+#include <random>
 
 #include "tests/sandbox/sandbox.h"
 #include "tests/support/messagelog.h"
@@ -32,6 +35,19 @@
 #include "ui/glwidget.h"
 #include "ui/style.h"
 #include "ui/waitnotice.h"
+
+namespace {
+
+// What the system's source of randomness says, if the test wants to say it.
+std::optional<unsigned int> chosenSeed;
+
+}  // namespace
+
+// Takes the place of the standard library's.
+std::random_device::result_type std::random_device::_M_getval()
+{
+    return chosenSeed ? *chosenSeed : QRandomGenerator::system()->generate();
+}
 
 namespace {
 
@@ -199,6 +215,7 @@ private slots:
     void rowFromConfigurationWaitsForAbsentCameras();
     void rowFromConfigurationIsCheckedWithAbsentCameras();
     void rowFromConfigurationWithOneCameraTwice();
+    void rowsMayDrawTheSameSerial();
     void rowsForwardTheirSignals();
     void rowsThatCannotBeConnected();
     void rowIsRemovedByItsButton();
@@ -818,6 +835,24 @@ void MainWindowTest::rowFromConfigurationWithOneCameraTwice()
     QCOMPARE(boxes.seen.first().text,
              QStringLiteral("The same camera was selected twice: 30123456"));
     QCOMPARE(window.rows().first()->getInfos().rightSerialNumber, std::uint64_t(0));
+}
+
+// Numbers are drawn without a look at the other rows, deliberately.
+void MainWindowTest::rowsMayDrawTheSameSerial()
+{
+    Window window;
+    QStringList drawn;
+    for (const unsigned int seed : {42u, 42u, 43u}) {
+        window.addVirtualCamHandler();
+        chosenSeed = seed;
+        rowPart<QPushButton>(window.rows().last(), "VirtualSNGenerateButton")->click();
+        chosenSeed.reset();
+        drawn << rowPart<QLineEdit>(window.rows().last(), "VirtualCamSNEdit")->text();
+    }
+    QCOMPARE(drawn.at(0).size(), 9);
+    QCOMPARE(drawn.at(1), drawn.at(0));
+    QVERIFY(drawn.at(2) != drawn.at(0));
+    QCOMPARE(window.getVirtualCameras().size(), 3);  // both are accepted
 }
 
 void MainWindowTest::rowsForwardTheirSignals()
