@@ -556,8 +556,10 @@ QString mainWindowSheet(const Style& style, const QString& text)
                 "padding-left:8px;") +
            rule("QLabel#noCameraLabel", "color:" + clr::tq_demo_red + ";border:1px solid " +
                                             clr::red_h + ";border-radius:4px;") +
-           style.spinBox + style.lineEdit + style.comboBox + style.scrollBar + style.menu +
-           style.toolTip + style.messageBox;
+           // A hyphen in the font of texts is hardly to be seen.
+           rule("QPushButton#RemoveButton", description(style.fontBanner)) + style.spinBox +
+           style.lineEdit + style.comboBox + style.scrollBar + style.menu + style.toolTip +
+           style.messageBox;
 }
 
 }  // namespace

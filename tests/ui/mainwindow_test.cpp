@@ -182,6 +182,7 @@ private slots:
     void formHasItsSizes();
     void formHasItsLayouts();
     void stylesByRole();
+    void signOfRemovalIsSeen();
     void entriesOfListsHaveRoom();
     void signsOfBoxesHaveOneSize();
     void shownByItsConstructor();
@@ -228,6 +229,7 @@ private slots:
     void newRowIsScrolledIntoView();
     void tabGoesThroughTheRows();
     void wheelScrollsTheRows();
+    void wheelTurnsWhatHasFocus();
     void recordsComeInTheOrderOfTheKeys();
     void recordsTakeTheLeftCamerasSettings();
     void recordsOfDifferentSizesAreLeftOut();
@@ -417,6 +419,19 @@ void MainWindowTest::stylesByRole()
         }
     }
     QCOMPARE(window.part<QWidget>("toggleDaemonButton")->styleSheet(), style.checkBox);
+}
+
+void MainWindowTest::signOfRemovalIsSeen()
+{
+    Window window;
+    window.addVirtualCamHandler();
+    auto* const button = rowPart<QPushButton>(window.rows().first(), "RemoveButton");
+    button->ensurePolished();
+    const Style style;
+    QCOMPARE(button->font().family(), style.fontBanner.family());
+    QCOMPARE(button->font().pointSize(), style.fontBanner.pointSize());
+    QVERIFY(button->font().pointSize() >
+            rowPart<QLabel>(window.rows().first(), "label")->font().pointSize());
 }
 
 void MainWindowTest::entriesOfListsHaveRoom()
@@ -1079,7 +1094,17 @@ void MainWindowTest::wheelScrollsTheRows()
     QCOMPARE(row->getInfos().rightSerialNumber, std::uint64_t(kLeftCamera));
     QCOMPARE(row->getInfos().port, 34560u);
     QCOMPARE(disabled.count(), 0);
-    // The operator who chose a control means it.
+}
+
+// The operator who chose a control means it.
+void MainWindowTest::wheelTurnsWhatHasFocus()
+{
+    Window window;
+    window.addVirtualCamHandlerFromConfig(record(101234567));
+    const VirtualCamHandler* const row = window.rows().first();
+    auto* const port = rowPart<QSpinBox>(row, "RTPPortChoice");
+    window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
     port->setFocus();
     QTRY_VERIFY(port->hasFocus());
     turnWheel(port, 120);
@@ -1462,24 +1487,24 @@ void MainWindowTest::closedCameraShowsNoPicture()
     attach(window, camera(kLeftCamera, 64, 36));
     QVERIFY(QTest::qWaitForWindowExposed(&window));
     QCoreApplication::processEvents();
-    const auto* const view = window.findChild<GLWidget*>();
-    const auto grey = [view] {
-        const QImage image = QGuiApplication::primaryScreen()->grabWindow(view->winId()).toImage();
-        return qGray(image.pixel(image.rect().center()));
-    };
     tq::Mat image = frame(64, 36);
     std::fill_n(image.getPtr<std::uint8_t>(sdk::kHostMemory), 64 * 36 * 2, std::uint8_t(128));
-    const auto shows = [&] {
-        window.updateCameraFrame(kLeftCamera, image);
-        return qAbs(grey() - 128) <= 2;
+    const auto* const view = window.findChild<GLWidget*>();
+    const auto shows = [view](int grey) {
+        const QImage seen = QGuiApplication::primaryScreen()->grabWindow(view->winId()).toImage();
+        return qAbs(qGray(seen.pixel(seen.rect().center())) - grey) <= 2;
     };
-    QTRY_VERIFY(shows());
+    const auto showsFrame = [&] {
+        window.updateCameraFrame(kLeftCamera, image);
+        return shows(128);
+    };
+    QTRY_VERIFY(showsFrame());
     window.updateCameraWidget(kLeftCamera, camera(kLeftCamera, 64, 36));
-    QVERIFY(grey() > 0);  // another description of an open camera changes nothing
+    QVERIFY(shows(128));  // another description of an open camera changes nothing
     window.updateCameraWidget(kLeftCamera, camera(kLeftCamera, 0, 0));
-    QTRY_COMPARE(grey(), 0);
+    QTRY_VERIFY(shows(0));
     window.updateCameraWidget(kLeftCamera, camera(kLeftCamera, 64, 36));
-    QTRY_VERIFY(shows());
+    QVERIFY(QTest::qWaitFor(showsFrame));
 }
 
 // The lookup of a frame's panel creates an entry also when there is none; a reload removes it like
