@@ -23,6 +23,8 @@ add_library(vistrel_options INTERFACE)
 target_compile_options(vistrel_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
     -Wformat=2 -Wnull-dereference
+    # GCC 11 ignores [[maybe_unused]] on members, without which others warn, and says so.
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,12>>:-Wno-attributes>
     $<$<BOOL:${VISTREL_WERROR}>:-Werror>)
 if(VISTREL_SANITIZE)
     # For all targets, the SDK included: half-instrumented programs report nonsense.

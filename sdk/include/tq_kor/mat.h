@@ -62,8 +62,8 @@ private:
     std::uint64_t height = 0;
     std::uint64_t step = 0;
     MAT_TYPE type = MAT_TYPE::U8_C2;
-    std::int32_t reserved36 = 0;
-    std::uint64_t reserved40[10] = {};
+    [[maybe_unused]] std::int32_t reserved36 = 0;
+    [[maybe_unused]] std::uint64_t reserved40[10] = {};
     // Capture time; users of the library read and write it at byte 120.
     Timestamp timestamp = 0;
 
@@ -74,8 +74,6 @@ private:
 struct MatLayout {
     static_assert(sizeof(Mat) == 128, "image objects are 128 bytes");
     static_assert(std::is_standard_layout<Mat>::value, "offsets are well defined");
-    static_assert(offsetof(Mat, reserved36) == 36 && offsetof(Mat, reserved40) == 40,
-                  "the reserved bytes lie before the capture time");
     static_assert(offsetof(Mat, timestamp) == 120, "the capture time lies at byte 120");
 };
 
