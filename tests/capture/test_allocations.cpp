@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the image path allocates once its pools are filled: nothing.
 #include <QtTest>
+#include <memory>
 
 #include "capture/FrameRing.h"
 #include "tests/capture/images.h"
@@ -71,7 +72,8 @@ private slots:
     void streamer()
     {
         QFETCH(int, backlog);
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(16, 8)), 0);
         tq::Mat left = images::filled(16, 8, 0, 1);
         tq::Mat right = images::filled(16, 8, 0, 2);

@@ -4,6 +4,7 @@
 
 #include <QtTest>
 #include <deque>
+#include <memory>
 #include <random>
 
 #include "tests/capture/images.h"
@@ -136,7 +137,8 @@ private slots:
         QFETCH(quint64, left);
         QFETCH(quint64, right);
         QFETCH(bool, pairs);
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         streamer.left(images::numbered(2, 1, left, 1));
         streamer.right(images::numbered(2, 1, right, 2));
@@ -152,7 +154,8 @@ private slots:
 
     void emptyQueues()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         tq::Mat out = images::joined(2, 1);
         tq::Timestamp timestamp = 0;
         QCOMPARE(streamer.createSBS(out, timestamp), 1);
@@ -170,7 +173,8 @@ private slots:
     // Newer left images without a partner are passed over and stay; of two partners the newer wins.
     void newestFirst()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         const tq::Timestamp ms = kMillisecond;
         for (const std::uint32_t n : {0u, 1u, 2u, 3u}) {
@@ -201,7 +205,8 @@ private slots:
     // Three on each side, only the oldest left image has a partner: the newer ones stay queued.
     void onlyOldestLeftMatches()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         const tq::Timestamp ms = kMillisecond;
         for (const std::uint32_t n : {1u, 2u, 3u}) {
@@ -228,7 +233,8 @@ private slots:
     // images: all three left images go, and the right images up to the partner.
     void onlyNewestLeftMatches()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         const tq::Timestamp ms = kMillisecond;
         for (const std::uint32_t n : {1u, 2u, 3u}) {
@@ -252,7 +258,8 @@ private slots:
 
     void backlogOfTheOtherEyeIsConsumedUpToThePartner()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         const tq::Timestamp ms = kMillisecond;
         for (const std::uint32_t n : {1u, 2u, 3u}) {
@@ -283,7 +290,8 @@ private slots:
     {
         constexpr std::uint32_t kImages = 2000;
         QFETCH(bool, left);
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         const auto ingest = [&streamer](bool leftEye, const tq::Mat& image) {
             leftEye ? streamer.left(image) : streamer.right(image);
@@ -309,7 +317,8 @@ private slots:
     // The search gives way to the slots after each failed comparison.
     void searchPausesBetweenComparisons()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         for (std::uint32_t n = 0; n < 20; ++n) {
             streamer.left(images::numbered(2, 1, n * 10 * kMillisecond, n));
@@ -328,7 +337,8 @@ private slots:
     {
         constexpr int kCases = 10000;
         std::mt19937_64 random(20261121);
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         tq::Mat out = images::joined(2, 1);
         std::uint32_t number = 0;

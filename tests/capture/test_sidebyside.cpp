@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The joined frame, byte for byte.
 #include <QtTest>
+#include <memory>
 #include <random>
 
 #include "tests/capture/images.h"
@@ -86,7 +87,8 @@ private slots:
         const std::vector<std::uint8_t> left = randomBytes(w * h * 2, 1);
         const std::vector<std::uint8_t> right = randomBytes(w * h * 2, 2);
 
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(width, height)), 0);
         streamer.left(imageOf(width, height, left));
         streamer.right(imageOf(width, height, right));
@@ -105,7 +107,8 @@ private slots:
     // The rows of an image are found by its own step, whatever the configured width.
     void rowsWiderThanTheEye()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(3, 2)), 0);
         const std::vector<std::uint8_t> left = randomBytes(5 * 2 * 2, 3);
         const std::vector<std::uint8_t> right = randomBytes(4 * 2 * 2, 4);
@@ -160,7 +163,8 @@ private slots:
         };
         const std::vector<std::uint8_t> left = eye(leftWidth, leftHeight, 5);
         const std::vector<std::uint8_t> right = eye(rightWidth, rightHeight, 6);
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(kEyeWidth, kEyeHeight)), 0);
         streamer.left(imageOf(leftWidth, leftHeight, left));
         streamer.right(imageOf(rightWidth, rightHeight, right));
@@ -180,7 +184,8 @@ private slots:
     // The emitted image shares the camera's buffer, so the queue must hold a copy of its own.
     void queuedImagesAreDeepCopies()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         tq::Mat left = images::filled(2, 1, 1000, 0x11);
         tq::Mat right = images::filled(2, 1, 1000, 0x22);
@@ -211,7 +216,8 @@ private slots:
         QFETCH(int, height);
         const auto w = static_cast<std::size_t>(width);
         const auto h = static_cast<std::size_t>(height);
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(width, height)), 0);
         for (std::size_t n = 0; n < 3; ++n) {
             const std::vector<std::uint8_t> left = randomBytes(w * h * 2, 10 + n);

@@ -2,6 +2,7 @@
 // The streamer on a scripted sender: configuration, life cycle, IMU data and threads.
 #include <QtTest>
 #include <array>
+#include <memory>
 #include <set>
 #include <thread>
 
@@ -134,7 +135,8 @@ private slots:
         infos.port = port;
         infos.fps = 60;
         infos.hdr = hdr;
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(infos), 0);
         const sdkfake::Sender sender = sdkfake::lastSender();
         QCOMPARE(sender.mode, 0);
@@ -145,7 +147,8 @@ private slots:
     // Nothing of the configuration before survives in the bytes of the next one.
     void configurationStartsFromZero()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(1920, 1200, true)), 0);
         streamer.close();
         VirtualCameraInfos second = images::infos(2, 1, false);
@@ -158,7 +161,8 @@ private slots:
     void logLines()
     {
         const MessageLog log;
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(1920, 1200)), 0);
         QTRY_COMPARE(log.debugMessages("[VirtualCameraStreamer]").size(), 2);
         streamer.close();
@@ -170,7 +174,8 @@ private slots:
 
     void lifeCycle()
     {
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QVERIFY(!streamer.isRunning());
         QCOMPARE(senderCalls(), QStringList());
         streamer.close();
@@ -197,7 +202,8 @@ private slots:
     void destructionCloses()
     {
         {
-            VirtualCameraStreamer streamer;
+            const auto memory = std::make_unique<VirtualCameraStreamer>();
+            VirtualCameraStreamer& streamer = *memory;
             QCOMPARE(streamer.open(images::infos(2, 1)), 0);
             sendPair(streamer, kMillisecond);
             streamer.ingestLeftImage(1, images::filled(2, 1, 5 * kMillisecond, 1), {}, {});
@@ -216,7 +222,8 @@ private slots:
     {
         QFETCH(int, code);
         sdkfake::setSenderResult(code);
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         const MessageLog log;
         StandardOutput output;
         const int result = streamer.open(images::infos(2, 1));
@@ -246,7 +253,8 @@ private slots:
 
     void reopeningReplacesTheSender()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         VirtualCameraInfos second = images::infos(4, 2);
         second.port = 30002;
@@ -269,7 +277,8 @@ private slots:
     // former sender is destroyed without being closed; deliberate.
     void reopeningWhileStreaming()
     {
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         const Ends ends(streamer);
         const MessageLog log;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
@@ -305,7 +314,8 @@ private slots:
 
     void failedReopeningEndsTheStream()
     {
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         const Ends ends(streamer);
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         sendPair(streamer, kMillisecond);
@@ -348,7 +358,8 @@ private slots:
         constexpr int kImages = 2000;  // 10 µs and more for each of 4 million comparisons
         constexpr int kLimit = 15000;  // ms
         QFETCH(bool, reopen);
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         const tq::Mat left = images::filled(2, 1, kMillisecond, 1);
         const tq::Mat right = images::filled(2, 1, 500 * kMillisecond, 2);
@@ -390,7 +401,8 @@ private slots:
         };
         // All memory of this size that there is, back in the pool of the images.
         const std::set<const void*> before = allocated();
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(kWidth, 5)), 0);
         for (int n = 0; n < 10; ++n) {
             streamer.left(images::filled(kWidth, 5, kMillisecond, 1));
@@ -410,7 +422,8 @@ private slots:
             return log.messages().filter("is configured for eyes of").size();
         };
         const MessageLog log;
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         tq::Mat out = images::joined(4, 2);
         tq::Timestamp timestamp = 0;
         for (int opening = 1; opening <= 2; ++opening) {
@@ -434,7 +447,8 @@ private slots:
 
     void imagesWithoutSenderAreDropped()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         tq::Mat out = images::joined(2, 1);
         tq::Timestamp timestamp = 0;
         sendPair(streamer, kMillisecond);
@@ -454,7 +468,8 @@ private slots:
 
     void closeEmptiesTheQueues()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         sendPair(streamer, kMillisecond);
         streamer.close();
@@ -466,7 +481,8 @@ private slots:
 
     void clearImageQueues()
     {
-        QuietStreamer streamer;
+        const auto memory = std::make_unique<QuietStreamer>();
+        QuietStreamer& streamer = *memory;
         streamer.clearImageQueues();
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         for (int n = 0; n < 5; ++n) {
@@ -482,7 +498,8 @@ private slots:
 
     void framesAreSentOnTheStreamersThread()
     {
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         sendPair(streamer, 1'700'000'000'000'000'789);
         QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
@@ -499,7 +516,8 @@ private slots:
     // image that came with them.
     void leftImuPacketsAreForwardedInOrder()
     {
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         std::vector<tq::IMUPacket> batch = {tq::IMUPacket{},
                                             tq::IMUPacket{},
@@ -527,7 +545,8 @@ private slots:
 
     void rightImuPacketsAreIgnored()
     {
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         const tq::IMUPacket packet = sdkfake::makeImuPacket(5, 50);
         streamer.ingestLeftImage(1, images::filled(2, 1, kMillisecond, 1), {}, {});
@@ -542,7 +561,8 @@ private slots:
 
     void withoutImu()
     {
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1, false)), 0);
         const tq::IMUPacket packet = sdkfake::makeImuPacket(5, 50);
         sendPair(streamer, kMillisecond, packet, {packet, packet});
@@ -556,7 +576,8 @@ private slots:
     // and not that of the frame that is sent.
     void metadata()
     {
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         const tq::IMUPacket first = sdkfake::makeImuPacket(11, 110);
         const tq::IMUPacket second = sdkfake::makeImuPacket(22, 220);
@@ -575,7 +596,8 @@ private slots:
 
     void streamUpdatedOnceAtTheEnd()
     {
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         std::vector<std::pair<int, bool>> direct;
         std::vector<std::pair<int, bool>> queued;
         connect(
@@ -603,7 +625,8 @@ private slots:
         if (kThreadSanitizer) {
             QSKIP("the thread sanitizer loses track of a thread that is cancelled");
         }
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         sdkfake::blockIngest(true);
         sendPair(streamer, kMillisecond);
@@ -627,7 +650,8 @@ private slots:
         constexpr int kPairs = 4;
         constexpr qint64 kPatience = 100;  // ms; the images may wait that long in all
         for (int attempt = 0; attempt < 50; ++attempt) {
-            VirtualCameraStreamer streamer;
+            const auto memory = std::make_unique<VirtualCameraStreamer>();
+            VirtualCameraStreamer& streamer = *memory;
             QCOMPARE(streamer.open(images::infos(2, 1)), 0);
             QElapsedTimer timer;
             timer.start();
@@ -661,7 +685,8 @@ private slots:
     {
         constexpr int kPairs = 100;
         constexpr qint64 kLimit = 5000;  // ms
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         sdkfake::blockIngest(true);
         sendPair(streamer, kMillisecond);
@@ -681,7 +706,8 @@ private slots:
     void concurrentIngest()
     {
         constexpr std::uint32_t kImages = 600;
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         const auto feed = [&streamer](bool left) {
             for (std::uint32_t n = 1; n <= kImages; ++n) {
@@ -724,7 +750,8 @@ private slots:
     // A queued connection from another thread reaches the slots.
     void slotsWorkAcrossThreads()
     {
-        VirtualCameraStreamer streamer;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         sdk::registerMetaTypes();
         std::thread emitter([&streamer] {
