@@ -22,6 +22,7 @@ namespace {
 
 constexpr qint64 kPreviewIntervalMs = 31;
 constexpr int kScrollStep = 5;
+constexpr int kPlacingMs = 2000;  // during which a new row is kept in view
 constexpr int kUhdWidth = 3000;
 
 // A preview panel has three lines of text above its picture, and its image view is as tall as the
@@ -283,8 +284,19 @@ void MainWindow::addVirtualCamHandler()
         qDebug() << "FAILED TO CONNECT STREAM SIGNAL";
     }
     insertEditor(identity, editor, position);
-    // The row gets its place only when the layouts have been through.
-    QTimer::singleShot(0, editor, [this, editor] { scrollTo(editor); });
+    showWhenPlaced(editor);
+}
+
+// A row gets its place only when the layouts have been through, which may take some rounds.
+void MainWindow::showWhenPlaced(VirtualCamHandler* editor)
+{
+    auto* const placing = new QObject(editor);
+    const auto showSoon = [this, editor, placing] {
+        QTimer::singleShot(0, placing, [this, editor] { scrollTo(editor); });
+    };
+    connect(ui->scrollArea->verticalScrollBar(), &QScrollBar::rangeChanged, placing, showSoon);
+    showSoon();
+    QTimer::singleShot(kPlacingMs, placing, &QObject::deleteLater);
 }
 
 void MainWindow::addVirtualCamHandlerFromConfig(VirtualCameraInfos info)

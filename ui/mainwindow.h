@@ -149,6 +149,7 @@ private:
     VirtualCamHandler* createEditor(const QString& identity, const QStringList& serials);
     void insertEditor(const QString& identity, VirtualCamHandler* editor, int position);
     void orderTabStops();
+    void showWhenPlaced(VirtualCamHandler* editor);
     void scrollTo(const VirtualCamHandler* editor);
     CameraWidget* panelOf(std::uint64_t serial) const;
     VirtualCameraInfos lastKnown(const QString& identity, std::uint64_t leftSerial) const;
