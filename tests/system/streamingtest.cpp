@@ -239,14 +239,16 @@ std::vector<std::uint64_t> playedImuTimes(const QString& folder,
     return played;
 }
 
-/// Pictures of one eye of the recording, in file order.
-std::vector<QImage> recordedPictures(const QString& eye)
+/// Pictures of one eye of the recording, in file order, scaled to a size.
+std::vector<QImage> recordedPictures(const QString& eye, int width, int height)
 {
     std::vector<QImage> pictures;
     const QDir folder(eye + "/data");
     for (const QString& name : folder.entryList({"*.png"}, QDir::Files, QDir::Name)) {
         pictures.push_back(
-            QImage(folder.filePath(name)).convertToFormat(QImage::Format_Grayscale8));
+            QImage(folder.filePath(name))
+                .scaled(width, height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+                .convertToFormat(QImage::Format_Grayscale8));
     }
     return pictures;
 }
@@ -496,8 +498,9 @@ void StreamingTest::everyPairOfARecordingArrives()
         document({{"cameras", QJsonArray{camera(30100001, source("cam0"), "recorded"),
                                          camera(30100002, source("cam1"), "recorded")}}}));
     VirtualCamera virtualCamera;
-    virtualCamera.width = 752;
-    virtualCamera.height = 480;
+    // Half the recorded size, which emulated processors encode in time.
+    virtualCamera.width = 376;
+    virtualCamera.height = 240;
     virtualCamera.fps = 20;
     QVERIFY2(service.startWith(virtualCamera), service.process.readAllStandardError());
     const std::vector<std::uint64_t> times = recordedTimes(folder + "/cam0/data.csv");
@@ -507,7 +510,6 @@ void StreamingTest::everyPairOfARecordingArrives()
     std::vector<FrameRecord> frames;
     std::vector<ImuRecord> packets;
     bool unbroken = false;
-    bool tooSlow = true;  // every time
     for (int attempt = 0; attempt < kAttempts && !unbroken; ++attempt) {
         const StreamClient client(virtualCamera.url());
         QTRY_VERIFY_WITH_TIMEOUT(client.pictures().size() >= wanted, kStreamLimitMs);
@@ -517,15 +519,13 @@ void StreamingTest::everyPairOfARecordingArrives()
         frames = client.frames();
         packets = client.imu();
         unbroken = isUnbroken(frames);
-        tooSlow = tooSlow && frames.back().dropped > frames.front().dropped;
-    }
-    if (!unbroken && tooSlow) {
-        QSKIP("this machine cannot encode the recording in time: the sender dropped frames");
     }
     QVERIFY2(unbroken, "pairs were missing every time");
 
-    const std::vector<QImage> left = recordedPictures(folder + "/cam0");
-    const std::vector<QImage> right = recordedPictures(folder + "/cam1");
+    const std::vector<QImage> left =
+        recordedPictures(folder + "/cam0", virtualCamera.width, virtualCamera.height);
+    const std::vector<QImage> right =
+        recordedPictures(folder + "/cam1", virtualCamera.width, virtualCamera.height);
     const std::size_t start = bestMatch(pictures.front(), 0, left);
     for (std::size_t i = 0; i < wanted; ++i) {
         const std::size_t expected = (start + i) % left.size();
@@ -553,11 +553,12 @@ void StreamingTest::everyPairOfARecordingArrives()
     }
     QVERIFY2(repeats(measured, playedImuTimes(folder, times), kImuPeriod),
              "the times of the packets are not those of the recording");
-    // They begin with the first frame, or the one behind it where both were waiting as the client
-    // came, and reach the last frame.
+    // They begin with the first frame, or behind those that were waiting as the client came, which
+    // are more on a slow machine, and reach the last frame.
+    constexpr std::size_t kWaiting = 4;
     QVERIFY(frames.size() > times.size());
-    QVERIFY2(measured.front() <= captured[1] + kImuPeriod,
-             qPrintable(QString("%1 ns late").arg(measured.front() - captured[1])));
+    QVERIFY2(measured.front() <= captured[kWaiting] + kImuPeriod,
+             qPrintable(QString("%1 ns late").arg(measured.front() - captured[kWaiting])));
     QVERIFY2(measured.back() + kImuPeriod >= captured.back(),
              qPrintable(QString("%1 ns missing").arg(captured.back() - measured.back())));
 }
