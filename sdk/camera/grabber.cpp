@@ -107,6 +107,7 @@ ErrorCode LiveCameraGrabber::Private::openCamera(const rig::CameraSettings& came
         reason = imu.error;
         return ErrorCode::SOURCE_UNAVAILABLE;
     }
+    const Timestamp opening = systemClock().now();
     source = makeFrameSource(camera);
     SourceResult opened = source->open(request);
     if (opened.code != ErrorCode::SUCCESS) {
@@ -114,7 +115,7 @@ ErrorCode LiveCameraGrabber::Private::openCamera(const rig::CameraSettings& came
         return opened.code;
     }
     if (imu.source != nullptr) {
-        history = std::make_shared<ImuHistory>(std::move(imu.source), systemClock().now());
+        history = std::make_shared<ImuHistory>(std::move(imu.source), opening);
         mcu.reset(new KORmcu(std::make_unique<KORmcu::Private>(KORmcu::Private{history})));
     }
     const FrameFormat format = source->format();

@@ -12,6 +12,9 @@ namespace {
 // A frame this much older than the newest packet means that the clock was set back.
 constexpr Timestamp kSetBack = 1000000000;
 
+// The slowest units measure once a second.
+constexpr Timestamp kLongestPeriod = 1000000000;
+
 bool isAfter(Timestamp time, const IMUPacket& packet)
 {
     return time < packet.timestamp;
@@ -20,8 +23,23 @@ bool isAfter(Timestamp time, const IMUPacket& packet)
 }  // namespace
 
 ImuHistory::ImuHistory(std::unique_ptr<ImuSource> imuSource, Timestamp opened)
-    : source(std::move(imuSource)), takenIn(opened)
+    : source(std::move(imuSource))
 {
+    begin(opened);
+}
+
+// A unit measures before anyone looks. Its last packet is that of the first frames, which may
+// come before the next one.
+void ImuHistory::begin(Timestamp at)
+{
+    packets.clear();
+    fresh.clear();
+    source->collect(at > kLongestPeriod ? at - kLongestPeriod : 0, at, fresh);
+    if (!fresh.empty()) {
+        fresh.back().sequence = sequence++;
+        packets.push_back(fresh.back());
+    }
+    takenIn = at;
 }
 
 void ImuHistory::takeIn(Timestamp to)
@@ -45,8 +63,7 @@ void ImuHistory::advance(Timestamp to)
 {
     const std::lock_guard<std::mutex> lock(mutex);
     if (to + kSetBack < takenIn) {
-        packets.clear();
-        takenIn = to;
+        begin(to);
     }
     takeIn(to);
 }

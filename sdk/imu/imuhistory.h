@@ -17,7 +17,7 @@ class ImuHistory {
 public:
     static constexpr Timestamp kKept = 10000000000;  ///< ns
 
-    /// @param opened packets begin after this instant
+    /// @param opened packets begin with the last one that is not after this instant
     ImuHistory(std::unique_ptr<ImuSource> source, Timestamp opened);
 
     /// Takes in what was measured up to an instant. Follows a clock that was set back.
@@ -31,13 +31,14 @@ public:
     IMUPacket latest(Timestamp at) const;
 
 private:
+    void begin(Timestamp at);
     void takeIn(Timestamp to);
 
     const std::unique_ptr<ImuSource> source;
     mutable std::mutex mutex;
     std::deque<IMUPacket> packets;
     std::vector<IMUPacket> fresh;  // kept for its memory
-    Timestamp takenIn;
+    Timestamp takenIn = 0;
     std::uint64_t sequence = 0;
 };
 

@@ -605,14 +605,18 @@ void Conformance::metadataFollowsThePacket()
         QVERIFY(camera.waitForFrame());
         packets.push_back(camera.grabber.getIMUPacket());
     }
+    const QByteArray nothing(sizeof(tq::kvfrw::kvfSampleMetadata), 0);
     QSet<QByteArray> different;
     for (const tq::IMUPacket& packet : packets) {
         const QByteArray metadata = metadataOf(packet);
         QCOMPARE(metadata.toHex(), metadataOf(packet).toHex());
-        different << metadata;
+        // A unit that starts with its camera may have measured nothing yet, but never again.
+        QVERIFY(metadata != nothing || different.isEmpty());
+        if (metadata != nothing) {
+            different << metadata;
+        }
     }
     QVERIFY2(different.size() > 15, "the metadata of different packets differs");
-    QVERIFY(!different.contains(QByteArray(sizeof(tq::kvfrw::kvfSampleMetadata), 0)));
 }
 
 // Nobody receives: a sender must neither fail nor hold up the program then.

@@ -70,6 +70,7 @@ private slots:
     void rangesAreHalfOpen();
     void historyIsBounded();
     void latestPacketIsNotFromTheFuture();
+    void firstFrameHasAPacket();
     void clockSetBackIsFollowed();
     void clockSetForwardIsBounded();
 };
@@ -189,7 +190,8 @@ void ImuTest::batchesHoldEveryPacketOnce()
         }
         last = time;
     }
-    QCOMPARE(expected, std::uint64_t(300) * 33333333 / 1000000);
+    // One more than were measured since the opening: the last one from before.
+    QCOMPARE(expected, std::uint64_t(300) * 33333333 / 1000000 + 1);
 }
 
 void ImuTest::rangesAreHalfOpen()
@@ -224,11 +226,31 @@ void ImuTest::historyIsBounded()
 void ImuTest::latestPacketIsNotFromTheFuture()
 {
     tq::ImuHistory history(std::make_unique<MillisecondSource>(), kStart);
-    QCOMPARE(history.latest(kStart).timestamp, tq::Timestamp(0));
     const tq::Timestamp base = 1700000000ull * kSecond;
+    QCOMPARE(history.latest(base - 1).timestamp, tq::Timestamp(0));
     history.advance(base + 50000000);
     QCOMPARE(history.latest(base + 20500000).timestamp, base + 20000000);
     QCOMPARE(history.latest(base + 21000000).timestamp, base + 21000000);
+}
+
+// The first frame may come before the first packet after the opening.
+void ImuTest::firstFrameHasAPacket()
+{
+    const tq::Timestamp base = 1700000000ull * kSecond;
+    tq::ImuHistory history(std::make_unique<MillisecondSource>(), base + 300000);
+    history.advance(base + 400000);
+    QCOMPARE(history.latest(base + 400000).timestamp, base);
+    const auto packets = history.between(0, base + 1400000, base + 1400000);
+    QCOMPARE(packets.size(), std::size_t(2));
+    QCOMPARE(packets.front().timestamp, base);
+    QCOMPARE(packets.back().timestamp, base + 1000000);
+    QCOMPARE(packets.back().sequence, packets.front().sequence + 1);
+    // The slowest unit, just before its next packet.
+    tq::ImuHistory slow(std::make_unique<tq::SimulatedImu>(1), base + kSecond - 1);
+    QCOMPARE(slow.latest(base + kSecond - 1).timestamp, base);
+    // A clock that is set back begins a history as an opening does.
+    history.advance(base - 3600 * kSecond + 100);
+    QCOMPARE(history.latest(base - 3600 * kSecond + 100).timestamp, base - 3600 * kSecond);
 }
 
 void ImuTest::clockSetBackIsFollowed()
