@@ -18,9 +18,11 @@ namespace {
 
 constexpr mode_t kForEveryone = 0666;
 constexpr int kFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-// An enumeration holds a shared lock for some microseconds; that must not look like a user.
 constexpr int kAttempts = 10;
 constexpr std::chrono::milliseconds kBetweenAttempts{2};
+// An enumeration holds a shared lock for some microseconds, or for as long as a busy machine halts
+// it meanwhile.
+constexpr std::chrono::seconds kForEnumerations{2};
 
 int openExisting(const std::string& path)
 {
@@ -66,15 +68,29 @@ bool isCurrent(int descriptor, const std::string& path)
            opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
+/// Whether those who hold the lock only look at it.
+bool isShared(int descriptor)
+{
+    if (::flock(descriptor, LOCK_SH | LOCK_NB) != 0) {
+        return false;
+    }
+    ::flock(descriptor, LOCK_UN);
+    return true;
+}
+
+/// A user is in the way at every one of some attempts; who enumerates cameras, much longer.
 bool lockedWithin(int descriptor)
 {
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    const auto end = std::chrono::steady_clock::now() + kForEnumerations;
+    int inUse = 0;
+    while (inUse < kAttempts && std::chrono::steady_clock::now() < end) {
         if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0) {
             return true;
         }
         if (errno != EWOULDBLOCK && errno != EINTR) {
             return false;
         }
+        inUse += isShared(descriptor) ? 0 : 1;
         std::this_thread::sleep_for(kBetweenAttempts);
     }
     errno = EWOULDBLOCK;

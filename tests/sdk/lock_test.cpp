@@ -2,12 +2,15 @@
 // Tests of the camera locks.
 #include "sdk/camera/cameralock.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <QtTest>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <thread>
 
@@ -73,6 +76,7 @@ private slots:
     void fileIsForEveryone();
     void probingCreatesNothing();
     void probingDoesNotDisturb();
+    void slowProbingDoesNotDisturb();
     void removedFileIsNotLockedInVain();
     void otherThingsInTheWayAreReported_data();
     void otherThingsInTheWayAreReported();
@@ -152,6 +156,24 @@ void LockTest::probingDoesNotDisturb()
     stop = true;
     prober.join();
     QCOMPARE(failures, 0);
+}
+
+// The machine may halt whoever enumerates cameras for much longer than it takes to look.
+void LockTest::slowProbingDoesNotDisturb()
+{
+    CameraLock lock;
+    QVERIFY(lock.acquire(serial, reason) == ErrorCode::SUCCESS);
+    lock.release();
+    const int probe = ::open(qPrintable(Serials::lockFile(serial)), O_RDONLY | O_CLOEXEC);
+    QVERIFY(probe >= 0);
+    QCOMPARE(::flock(probe, LOCK_SH), 0);
+    std::thread prober([probe] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        ::close(probe);
+    });
+    const ErrorCode code = lock.acquire(serial, reason);
+    prober.join();
+    QVERIFY(code == ErrorCode::SUCCESS);
 }
 
 void LockTest::removedFileIsNotLockedInVain()
