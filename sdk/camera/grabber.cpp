@@ -73,6 +73,7 @@ struct LiveCameraGrabber::Private {
     std::chrono::steady_clock::time_point published;
     std::thread producer;
     std::atomic<bool> failed{false};
+    std::atomic<bool> closing{false};
     std::uint64_t delivered = 0;
     std::uint64_t beforeReader = 0;  // frames overwritten before anyone asked for one
     bool hasFrame = false;
@@ -156,11 +157,15 @@ void LiveCameraGrabber::Private::publish()
     // same reason, gets the time to take each of them, but no more than cameras on time give it.
     constexpr std::chrono::microseconds kPoll{100};
     const auto period = std::chrono::nanoseconds(std::chrono::seconds(1)) / std::max(1, fps.load());
-    while (slots->hasUnread() && std::chrono::steady_clock::now() < published + period) {
+    const auto due = published + period;
+    bool waited = false;
+    while (slots->hasUnread() && !closing && std::chrono::steady_clock::now() < due) {
         std::this_thread::sleep_for(kPoll);
+        waited = true;
     }
+    // Whoever never reads must not make the source later with every frame.
+    published = waited && slots->hasUnread() ? due : std::chrono::steady_clock::now();
     slots->publish();
-    published = std::chrono::steady_clock::now();
 }
 
 void LiveCameraGrabber::Private::produce()
@@ -194,6 +199,7 @@ void LiveCameraGrabber::Private::reset()
     lock.release();
     isOpen = false;
     failed = false;
+    closing = false;
     hasFrame = false;
     delivered = 0;
     width = height = fps = serial = 0;
@@ -319,6 +325,7 @@ void LiveCameraGrabber::close(bool)
         return;
     }
     // The frame in flight takes some milliseconds at most, so there is nothing to force.
+    d->closing = true;
     d->source->stop();
     d->producer.join();
     std::uint64_t skipped = d->source->skippedFrames();
