@@ -313,6 +313,7 @@ void Conformance::framesArriveAtTheAskedRate()
     QVERIFY(camera.waitForFrame());
     const tq::Timestamp first = camera.grabber.getTimeStamp();
     tq::Timestamp last = first;
+    tq::Timestamp lastTaken = realTime();
     std::vector<tq::Timestamp> intervals;
     for (int i = 0; i < kFrames; ++i) {
         QVERIFY(camera.waitForFrame());
@@ -320,9 +321,11 @@ void Conformance::framesArriveAtTheAskedRate()
         const tq::Timestamp time = camera.grabber.getTimeStamp();
         QVERIFY2(time > last, "capture times increase");
         QVERIFY2(time <= now, "a frame is not from the future");
-        QVERIFY2(now - time < 500000000u, "a frame is recent");
+        // A machine that halts makes the frame as old as the halt.
+        QVERIFY2(now - time < 500000000u + (now - lastTaken), "a frame is recent");
         intervals.push_back(time - last);
         last = time;
+        lastTaken = now;
     }
     // The median, so that a busy machine that misses some frames still measures the camera.
     std::nth_element(intervals.begin(), intervals.begin() + kFrames / 2, intervals.end());
@@ -353,11 +356,18 @@ void Conformance::aLateReaderSeesTheNewestFrame()
     Camera camera;
     QCOMPARE(camera.open(cameras.front()), 0);
     QVERIFY(camera.waitForFrame());
-    QThread::msleep(400);
-    const tq::Timestamp now = realTime();
+    // The camera, too, stands still while the machine does.
+    tq::Timestamp longestPause = 0;
+    tq::Timestamp now = realTime();
+    for (const tq::Timestamp begin = now; now < begin + 400000000u;) {
+        QThread::msleep(1);
+        const tq::Timestamp before = now;
+        now = realTime();
+        longestPause = std::max(longestPause, now - before);
+    }
     QVERIFY(camera.waitForFrame());
     const tq::Timestamp age = now - std::min(now, camera.grabber.getTimeStamp());
-    QVERIFY2(age < 200000000u, qPrintable(QString("the frame is %1 ns old").arg(age)));
+    QVERIFY2(age < 200000000u + longestPause, qPrintable(QString("%1 ns old").arg(age)));
 }
 
 void Conformance::aSecondGrabberIsRefused()
@@ -376,7 +386,7 @@ void Conformance::aSecondProcessIsRefused()
     QProcess other;
     other.start(QCoreApplication::applicationFilePath(),
                 {kHolderOption, QString::number(cameras.front().id)});
-    QVERIFY(other.waitForReadyRead(10000));
+    QVERIFY(other.waitForReadyRead(60000));
     QCOMPARE(other.readLine().trimmed(), QByteArray("held"));
 
     for (const Device& device : monoCameras()) {
@@ -386,7 +396,7 @@ void Conformance::aSecondProcessIsRefused()
     QVERIFY(camera.open(cameras.front()) != 0);
 
     other.closeWriteChannel();
-    QVERIFY(other.waitForFinished(10000));
+    QVERIFY(other.waitForFinished(60000));
     QCOMPARE(other.exitCode(), 0);
     QCOMPARE(camera.open(cameras.front()), 0);
 }
@@ -396,9 +406,9 @@ void Conformance::aKilledProcessReleasesItsCamera()
     QProcess other;
     other.start(QCoreApplication::applicationFilePath(),
                 {kHolderOption, QString::number(cameras.front().id)});
-    QVERIFY(other.waitForReadyRead(10000));
+    QVERIFY(other.waitForReadyRead(60000));
     other.kill();
-    QVERIFY(other.waitForFinished(10000));
+    QVERIFY(other.waitForFinished(60000));
     Camera camera;
     int result = -1;
     QTRY_VERIFY((result == 0 || (result = camera.open(cameras.front())) == 0));

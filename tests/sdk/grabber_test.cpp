@@ -25,6 +25,30 @@ DecodedPattern patternOf(tq::LiveCameraGrabber& grabber)
     return decodePattern(grabber.getPixels(), 2, width * 2, width).value_or(DecodedPattern{});
 }
 
+/// Stops this whole process for somewhat more than 220 ms, soon.
+class Halt {
+public:
+    Halt()
+    {
+        shell.start("sh", {"-c", QString("sleep 0.05; kill -STOP %1; sleep 0.22; "
+                                         "date +%s%N > '%2'; kill -CONT %1")
+                                     .arg(QCoreApplication::applicationPid())
+                                     .arg(folder.filePath("ended"))});
+    }
+    ~Halt() { shell.waitForFinished(); }
+
+    /// When it ended, ns since 1970; 0 before.
+    tq::Timestamp ended() const
+    {
+        QFile file(folder.filePath("ended"));
+        return file.open(QIODevice::ReadOnly) ? file.readAll().trimmed().toULongLong() : 0;
+    }
+
+private:
+    QTemporaryDir folder;
+    QProcess shell;
+};
+
 }  // namespace
 
 class GrabberTest : public QObject {
@@ -230,15 +254,23 @@ void GrabberTest::skippedFramesAreCounted()
     QCOMPARE(openCamera(grabber, 0, 320, 200, 100), 0);
     QCOMPARE(waitForFrame(grabber), 1);
     const std::uint32_t first = patternOf(grabber).counter;
-    QThread::msleep(300);
-    QCOMPARE(waitForFrame(grabber), 1);
-    const std::uint32_t skipped = patternOf(grabber).counter - first - 1;
+    // When the machine halts, too, a reader may find the frame from before the halt.
+    std::uint32_t taken = 1;
+    std::uint32_t skipped = 0;
+    for (int round = 0; round < 10 && skipped < 20; ++round) {
+        QThread::msleep(300);
+        QCOMPARE(waitForFrame(grabber), 1);
+        ++taken;
+        skipped = patternOf(grabber).counter - first + 1 - taken;
+    }
     QVERIFY(skipped >= 20);
     const ErrorLog log;
     grabber.close(true);
     QCOMPARE(log.lines().size(), 1);
     const QRegularExpression line(
-        QString("^camera S/N %1 closed: 2 frames delivered, (\\d+) skipped$").arg(serial));
+        QString("^camera S/N %1 closed: %2 frames delivered, (\\d+) skipped$")
+            .arg(serial)
+            .arg(taken));
     const auto match = line.match(log.lines().front());
     QVERIFY2(match.hasMatch(), qPrintable(log.lines().front()));
     QVERIFY(match.captured(1).toUInt() >= skipped);
@@ -257,20 +289,27 @@ void GrabberTest::halt_ofTheProcess_losesNoFrame()
     std::uint32_t last = patternOf(grabber).counter;
     tq::Timestamp lastTaken = tq::systemClock().now();
     int madeUpFor = 0;
-    for (int halt = 0; halt < 20 && madeUpFor < 3; ++halt) {
-        // Nothing of this process runs for some three periods.
-        QProcess::startDetached("sh", {"-c", QString("sleep 0.05; kill -STOP %1; sleep 0.27; "
-                                                     "kill -CONT %1")
-                                                 .arg(QCoreApplication::applicationPid())});
+    bool excused = false;
+    for (int round = 0; round < 20 && madeUpFor < 3; ++round) {
+        Halt halt;
         for (int frame = 0; frame < 10; ++frame) {
             QCOMPARE(waitForFrame(grabber), 1);
             const std::uint32_t counter = patternOf(grabber).counter;
             const tq::Timestamp taken = tq::systemClock().now();
             const tq::Timestamp gap = taken - lastTaken;
-            // A busy machine may hold the process up for longer than what is made up for.
-            if (gap < 7 * kPeriod / 2) {
+            const tq::Timestamp ended = halt.ended();
+            const bool wasHalted = ended > lastTaken && taken < ended + kPeriod / 2;
+            // The machine may hold up the process, or this thread alone, for longer than what is
+            // made up for. What it costs shows until frames come on time again.
+            if (gap > 2 * kPeriod && !(wasHalted && gap < 7 * kPeriod / 2)) {
+                excused = true;
+            }
+            if (!excused) {
                 QCOMPARE(counter, last + 1);
                 madeUpFor += gap > 2 * kPeriod ? 1 : 0;
+            }
+            if (taken < grabber.getTimeStamp() + kPeriod) {
+                excused = false;
             }
             last = counter;
             lastTaken = taken;

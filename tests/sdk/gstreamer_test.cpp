@@ -97,9 +97,10 @@ void GStreamerTest::filesArePlayedAtTheirPace()
     timer.start();
     while (camera.grabber.getTimeStamp() < first + 500000000) {
         QCOMPARE(waitForFrame(camera.grabber), 1);
+        // An unpaced one runs into the future at once.
+        QVERIFY(camera.grabber.getTimeStamp() <= tq::systemClock().now() + 1000000);
     }
-    QVERIFY2(timer.elapsed() > 350 && timer.elapsed() < 3000,
-             qPrintable(QString::number(timer.elapsed())));
+    QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
 }
 
 void GStreamerTest::picturesAreConvertedAndScaled()

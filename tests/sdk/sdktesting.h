@@ -13,6 +13,7 @@
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTemporaryFile>
+#include <algorithm>
 #include <functional>
 #include <vector>
 
@@ -32,8 +33,13 @@ public:
     /// @param family 30 or 31
     int make(int family = 30)
     {
-        used.push_back(family * 1000000 + QRandomGenerator::system()->bounded(1000000));
-        return used.back();
+        int serial = 0;
+        do {
+            serial = family * 1000000 + QRandomGenerator::system()->bounded(1000000);
+        } while (std::count(used.begin(), used.end(), serial) > 0 ||
+                 QFile::exists(lockFile(serial)));
+        used.push_back(serial);
+        return serial;
     }
 
     static QString lockFile(int serial) { return QString("/dev/shm/tq_local_%1").arg(serial); }

@@ -49,6 +49,7 @@ private slots:
     void refusesUnusableRig();
     void refusesSecondOpen();
     void freesPortOnClose();
+    void closesDuringDescribe_data();
     void closesDuringDescribe();
     void leaksNothing();
     void ignoresCallsWhileClosed();
@@ -242,15 +243,24 @@ void StreamOpenTest::freesPortOnClose()
     }
 }
 
+void StreamOpenTest::closesDuringDescribe_data()
+{
+    QTest::addColumn<int>("delay");
+    // The media is asked for, made, started, and at last waits for a frame.
+    for (const int delay : {0, 1, 2, 5, 10, 20, 50, 100, 500})
+        QTest::addRow("after %d ms", delay) << delay;
+}
+
 // Without frames the answer to DESCRIBE cannot be given; closing must not wait for it.
 void StreamOpenTest::closesDuringDescribe()
 {
+    QFETCH(int, delay);
     const tq::UDPOutConfig config = configuration(freePort());
     tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
     QCOMPARE(output.open(config), 0);
     RtspClient client(config.port);
     client.send("DESCRIBE " + client.url() + " RTSP/1.0\r\nCSeq: 1\r\n\r\n");
-    QTest::qWait(500);
+    std::this_thread::sleep_for(std::chrono::milliseconds(delay));
     const auto begin = std::chrono::steady_clock::now();
     output.close();
     QVERIFY(std::chrono::steady_clock::now() - begin < std::chrono::seconds(5));

@@ -17,7 +17,10 @@ class MessageLog {
 public:
     MessageLog()
     {
-        current() = this;
+        {
+            const std::lock_guard<std::mutex> lock(guard());
+            current() = this;
+        }
         former = qInstallMessageHandler(&MessageLog::handle);
     }
     ~MessageLog()
