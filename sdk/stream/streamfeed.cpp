@@ -31,6 +31,12 @@ GstAppSrc* appSource(GstElement* pipeline, const char* name)
     return GST_APP_SRC(gst_bin_get_by_name(GST_BIN(pipeline), name));
 }
 
+// A media without its first frame would keep the server waiting; an error ends that.
+void endWaiting(GstElement* source)
+{
+    GST_ELEMENT_ERROR(source, RESOURCE, CLOSE, ("The stream is closed"), (nullptr));
+}
+
 }  // namespace
 
 StreamFeed::StreamFeed(const VideoFormat& format, GstVideoFormat pixelFormat,
@@ -104,6 +110,9 @@ void StreamFeed::ingestIMU(const IMUPacket& packet)
 void StreamFeed::attach(GstElement* pipeline)
 {
     const std::lock_guard<std::mutex> lock(mutex);
+    if (ended) {
+        return;
+    }
     forget();
     media = shareObject(pipeline);
     video.reset(appSource(pipeline, "video"));
@@ -134,12 +143,18 @@ void StreamFeed::detach(GstElement* pipeline)
 
 void StreamFeed::encoderReady(GstAppSrc* source)
 {
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (video.get() != source) {
-        return;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (video.get() == source && !ended) {
+            ready = true;
+            pump();
+        }
+        if (video.get() == source || !ended) {
+            return;
+        }
     }
-    ready = true;
-    pump();
+    // It was being made when the feed ended, too early to be told then.
+    endWaiting(GST_ELEMENT(source));
 }
 
 void StreamFeed::requestKeyFrame()
@@ -163,14 +178,17 @@ void StreamFeed::shutdown()
     {
         const std::lock_guard<std::mutex> lock(mutex);
         ended = true;
-        if (video && !playing) {
+        // One that plays waits for nothing; it is known until it is gone.
+        if (playing) {
+            waiting.clear();
+            waitingFrames = 0;
+        } else {
             last = shareObject(GST_ELEMENT(video.get()));
+            forget();
         }
-        forget();
     }
-    // A media without its first frame would keep the server waiting; an error ends that.
     if (last) {
-        GST_ELEMENT_ERROR(last.get(), RESOURCE, CLOSE, ("The stream is closed"), (nullptr));
+        endWaiting(last.get());
     }
 }
 
@@ -180,7 +198,8 @@ SenderStatistics StreamFeed::statistics() const
     return counts;
 }
 
-// While no client plays, only the first frame is wanted: the server needs it for its description.
+// Before a client plays, the server needs a first frame for its description, and the encoder asks
+// for some more until what is behind it is full.
 bool StreamFeed::wantsFrame() const
 {
     return media && !ended && (playing || ready);
