@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/sandbox/sandbox.h"
+#include "ui/drawbudget.h"
 #include "ui/mainwindow.h"
 
 namespace {
@@ -23,7 +24,7 @@ public:
     int drawMs = -1;
     qint64 longestDrawMs = 0;
     QMap<qint64, int> draws;
-    qint64 drawTimeMs = 0;
+    std::atomic<qint64> drawTimeMs{0};
 
 protected:
     void drawPreview(CameraWidget& panel, const tq::Mat& frame) override
@@ -77,20 +78,19 @@ CameraInfos camera(int serial, int width, int height)
     return infos;
 }
 
-// What an event that is posted every 10 ms waited until the event loop came to it.
+// What an event that is posted every 10 ms met until the event loop came to it.
 struct Answers {
-    std::vector<qint64> waitedMs;
-
-    qint64 longest() const
-    {
-        return waitedMs.empty() ? -1 : *std::max_element(waitedMs.begin(), waitedMs.end());
-    }
+    int count = 0;
+    qint64 longestMs = 0;
+    qint64 longestDrawnMs = 0;  // of it: drawing
+    int worstBacklog = 0;       // frames
+    int backlog = 0;            // frames, at the end
 };
 
-// Sends frames of all cameras and measures for a while how long other events wait.
-Answers storm(MainWindow& window, int count, int width, int height, std::atomic<int>& backlog,
-              int& worstBacklog)
+// Sends frames of all cameras and measures for a while what other events wait for.
+Answers storm(SlowWindow& window, int count, int width, int height)
 {
+    std::atomic<int> backlog{0};
     tq::Mat image;
     image.alloc(static_cast<unsigned long>(width), static_cast<unsigned long>(height), sdk::kYuyv,
                 sdk::kHostMemory);
@@ -106,7 +106,7 @@ Answers storm(MainWindow& window, int count, int width, int height, std::atomic<
                 QMetaObject::invokeMethod(
                     &window,
                     [&, serial, image] {
-                        worstBacklog = std::max(worstBacklog, backlog.load());
+                        answers.worstBacklog = std::max(answers.worstBacklog, backlog.load());
                         --backlog;
                         window.updateCameraFrame(serial, image);
                     },
@@ -115,13 +115,21 @@ Answers storm(MainWindow& window, int count, int width, int height, std::atomic<
         }
         tickers.push_back(std::make_unique<Ticker>(100, [&] {
             const qint64 posted = clock.elapsed();
+            const qint64 drawn = window.drawTimeMs;
             QMetaObject::invokeMethod(
-                &window, [&, posted] { answers.waitedMs.push_back(clock.elapsed() - posted); },
+                &window,
+                [&, posted, drawn] {
+                    ++answers.count;
+                    answers.longestMs = std::max(answers.longestMs, clock.elapsed() - posted);
+                    answers.longestDrawnMs =
+                        std::max(answers.longestDrawnMs, window.drawTimeMs - drawn);
+                },
                 Qt::QueuedConnection);
         }));
         QTest::qWait(kRunMs);
     }
     QCoreApplication::processEvents();
+    answers.backlog = backlog;
     return answers;
 }
 
@@ -139,12 +147,13 @@ void drawAllOnce(SlowWindow& window, int count, int width, int height)
     window.longestDrawMs = 0;
 }
 
-// How long an event may wait: the reserve lasts twice its length, then a draw comes at most every
-// second time; the rest is for a machine that has other things to do. Without the limit events wait
-// for seconds, and ever longer.
-qint64 longestWaitMs(const SlowWindow& window)
+// How much drawing an event may wait for: the draw that runs, what the reserve pays for, which
+// lasts twice its length, and a draw that begins when hardly anything of it is left. Without the
+// limit events wait for seconds of drawing, and ever more. How long the machine itself stands still
+// meanwhile is not the window's doing.
+qint64 mostDrawnMs(const SlowWindow& window)
 {
-    return 3 * window.longestDrawMs + 200;
+    return 2 * window.longestDrawMs + 2 * DrawBudget::kReserveNs / 1'000'000 + 10;
 }
 
 }  // namespace
@@ -199,13 +208,12 @@ void MainWindowOverloadTest::slowDrawingLeavesHalfOfTheTime()
     QVERIFY(QTest::qWaitForWindowExposed(&window));
     drawAllOnce(window, count, 16, 16);
     window.drawMs = drawMs;
-    std::atomic<int> backlog{0};
-    int worstBacklog = 0;
-    const Answers answers = storm(window, count, 16, 16, backlog, worstBacklog);
+    const Answers answers = storm(window, count, 16, 16);
 
-    const qint64 limitMs = longestWaitMs(window);
-    QVERIFY2(answers.longest() >= 0 && answers.longest() < limitMs,
-             qPrintable(QStringLiteral("%1, not %2").arg(answers.longest()).arg(limitMs)));
+    const qint64 limitMs = mostDrawnMs(window);
+    QVERIFY(answers.count > 0);
+    QVERIFY2(answers.longestDrawnMs <= limitMs,
+             qPrintable(QStringLiteral("%1, not %2").arg(answers.longestDrawnMs).arg(limitMs)));
     // The reserve is spent once, and one draw may begin while nothing is owed.
     const double share =
         static_cast<double>(window.drawTimeMs - 60 - window.longestDrawMs) / kRunMs;
@@ -213,9 +221,7 @@ void MainWindowOverloadTest::slowDrawingLeavesHalfOfTheTime()
     QCOMPARE(window.draws.size(), count);
     const auto [least, most] = std::minmax_element(window.draws.begin(), window.draws.end());
     QVERIFY2(*least >= *most - 3, qPrintable(QStringLiteral("%1, %2").arg(*least).arg(*most)));
-    // What came in while the longest draw ran, and nothing that piles up.
-    QVERIFY2(worstBacklog < count * 60 * limitMs / 1000, qPrintable(QString::number(worstBacklog)));
-    QCOMPARE(backlog.load(), 0);
+    QCOMPARE(answers.backlog, 0);
 }
 
 void MainWindowOverloadTest::fastDrawingIsNotLimited()
@@ -227,9 +233,7 @@ void MainWindowOverloadTest::fastDrawingIsNotLimited()
         window.updateCameraWidget(kFirstCamera + i, camera(kFirstCamera + i, 16, 16));
     }
     QVERIFY(QTest::qWaitForWindowExposed(&window));
-    std::atomic<int> backlog{0};
-    int worstBacklog = 0;
-    storm(window, 2, 16, 16, backlog, worstBacklog);
+    storm(window, 2, 16, 16);
     for (const int draws : window.draws) {
         // Every second frame of 60 per second comes at least 31 ms after the last one shown.
         QVERIFY2(draws > 15 * kRunMs / 1000 && draws <= 33 * kRunMs / 1000 + 1,
@@ -259,18 +263,19 @@ void MainWindowOverloadTest::realPicturesOnTheProcessor()
     }
     QVERIFY(QTest::qWaitForWindowExposed(&window));
     drawAllOnce(window, count, width, height);  // builds shaders and textures
-    std::atomic<int> backlog{0};
-    int worstBacklog = 0;
-    const Answers answers = storm(window, count, width, height, backlog, worstBacklog);
-    qInfo("longest wait %lld ms, longest backlog %d frames, longest draw %lld ms, %d %% drawing",
-          static_cast<long long>(answers.longest()), worstBacklog,
-          static_cast<long long>(window.longestDrawMs),
-          static_cast<int>(window.drawTimeMs * 100 / kRunMs));
-    const qint64 limitMs = longestWaitMs(window);
-    QVERIFY2(answers.longest() >= 0 && answers.longest() < limitMs,
-             qPrintable(QStringLiteral("%1, not %2").arg(answers.longest()).arg(limitMs)));
+    const Answers answers = storm(window, count, width, height);
+    qInfo(
+        "longest wait %lld ms, %lld ms of drawing; longest backlog %d frames, longest draw %lld "
+        "ms, %d %% drawing",
+        static_cast<long long>(answers.longestMs), static_cast<long long>(answers.longestDrawnMs),
+        answers.worstBacklog, static_cast<long long>(window.longestDrawMs),
+        static_cast<int>(window.drawTimeMs * 100 / kRunMs));
+    const qint64 limitMs = mostDrawnMs(window);
+    QVERIFY(answers.count > 0);
+    QVERIFY2(answers.longestDrawnMs <= limitMs,
+             qPrintable(QStringLiteral("%1, not %2").arg(answers.longestDrawnMs).arg(limitMs)));
     QVERIFY(!window.draws.isEmpty());
-    QCOMPARE(backlog.load(), 0);
+    QCOMPARE(answers.backlog, 0);
 }
 
 QTEST_MAIN(MainWindowOverloadTest)

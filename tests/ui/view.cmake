@@ -11,23 +11,23 @@ set(view_libraries vistrel_view TqKor::TqKor OpenGL::GL ${CMAKE_DL_LIBS})
 
 vistrel_add_gui_test(NAME glwidget_pixels
     SOURCES glwidget_pixels_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
-    LIBRARIES ${view_libraries} TIMEOUT 300)
+    LIBRARIES ${view_libraries})
 vistrel_add_gui_run(NAME glwidget_pixels_dense TARGET test_glwidget_pixels
-    ENVIRONMENT QT_SCALE_FACTOR=2 TIMEOUT 300)
+    ENVIRONMENT QT_SCALE_FACTOR=2)
 
 vistrel_add_gui_test(NAME glwidget_geometry
     SOURCES glwidget_geometry_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
-    LIBRARIES ${view_libraries} TIMEOUT 300)
+    LIBRARIES ${view_libraries})
 vistrel_add_gui_run(NAME glwidget_geometry_dense TARGET test_glwidget_geometry
-    ENVIRONMENT QT_SCALE_FACTOR=2 TIMEOUT 300)
+    ENVIRONMENT QT_SCALE_FACTOR=2)
 
 vistrel_add_gui_test(NAME glwidget_shaders
     SOURCES glwidget_shaders_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
-    LIBRARIES ${view_libraries} TIMEOUT 300)
+    LIBRARIES ${view_libraries})
 
 vistrel_add_gui_test(NAME glwidget_lifetime
     SOURCES glwidget_lifetime_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
-    LIBRARIES ${view_libraries} TIMEOUT 300)
+    LIBRARIES ${view_libraries})
 
 # Qt's offscreen platform has no OpenGL without an X server, so this run has no display. Leaks are
 # not looked for: Qt itself loses its context objects where no context can be made.
@@ -39,14 +39,14 @@ target_link_libraries(test_glwidget_without_gl PRIVATE Qt5::Test ${view_librarie
 add_test(NAME glwidget_without_gl
     COMMAND ${CMAKE_COMMAND} -E env --unset=DISPLAY QT_QPA_PLATFORM=offscreen
             ASAN_OPTIONS=detect_leaks=0 $<TARGET_FILE:test_glwidget_without_gl>)
-set_tests_properties(glwidget_without_gl PROPERTIES TIMEOUT 120 LABELS gui)
+set_tests_properties(glwidget_without_gl PROPERTIES TIMEOUT ${VISTREL_TEST_TIMEOUT} LABELS gui)
 
 vistrel_add_gui_test(NAME camerawidget
     SOURCES camerawidget_test.cpp $<TARGET_OBJECTS:vistrel_view_testing>
-    LIBRARIES ${view_libraries} TIMEOUT 300)
+    LIBRARIES ${view_libraries})
 # The form's header is the one that the panel's own target made.
 set_target_properties(test_camerawidget PROPERTIES AUTOUIC OFF)
 target_include_directories(test_camerawidget PRIVATE
     "$<TARGET_PROPERTY:vistrel_view,BINARY_DIR>/vistrel_view_autogen/include")
 vistrel_add_gui_run(NAME camerawidget_dense TARGET test_camerawidget
-    ENVIRONMENT QT_SCALE_FACTOR=2 TIMEOUT 300)
+    ENVIRONMENT QT_SCALE_FACTOR=2)
