@@ -161,8 +161,21 @@ BufferPtr blackPicture(const GstVideoInfo& info)
     return picture;
 }
 
+enum class TrialResult { WORKS, FAILS, NO_ANSWER };
+
+/// Whether the pipeline reported an error or ended, and so has no picture to come.
+bool hasFailed(GstElement* pipeline, GstElement* sink)
+{
+    const GObjectPtr<GstBus> bus(gst_element_get_bus(pipeline));
+    GstMessage* message = gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR);
+    if (message) {
+        gst_message_unref(message);
+    }
+    return message != nullptr || gst_app_sink_is_eos(GST_APP_SINK(sink)) != FALSE;
+}
+
 /// Codes three pictures and waits for the first.
-bool encodesAPicture(const EncoderChoice& choice, const VideoFormat& format)
+TrialResult encodeAPicture(const EncoderChoice& choice, const VideoFormat& format)
 {
     const std::string line =
         "appsrc name=in format=time ! " + choice.description + " ! appsink name=out sync=false";
@@ -171,7 +184,7 @@ bool encodesAPicture(const EncoderChoice& choice, const VideoFormat& format)
         gst_parse_launch_full(line.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &parseError));
     const GErrorPtr error(parseError);
     if (!pipeline) {
-        return false;
+        return TrialResult::FAILS;
     }
     const GObjectPtr<GstElement> in(gst_bin_get_by_name(GST_BIN(pipeline.get()), "in"));
     const GObjectPtr<GstElement> out(gst_bin_get_by_name(GST_BIN(pipeline.get()), "out"));
@@ -188,11 +201,13 @@ bool encodesAPicture(const EncoderChoice& choice, const VideoFormat& format)
     gst_app_src_end_of_stream(GST_APP_SRC(in.get()));
     // A failing encoder ends the stream without a picture, so this seldom waits for the time-out.
     const SamplePtr sample(gst_app_sink_try_pull_sample(GST_APP_SINK(out.get()), kTrialTimeout));
+    const bool failed = !sample && hasFailed(pipeline.get(), out.get());
     gst_element_set_state(pipeline.get(), GST_STATE_NULL);
-    return sample != nullptr;
+    return sample ? TrialResult::WORKS : (failed ? TrialResult::FAILS : TrialResult::NO_ANSWER);
 }
 
-/// The trial's result, from memory when this encoder met this size before.
+/// The trial's result, from memory when this encoder met this size before. One without an answer is
+/// not remembered: the machine may have been too busy.
 bool works(const EncoderChoice& choice, const VideoFormat& format)
 {
     static std::mutex mutex;
@@ -203,7 +218,12 @@ bool works(const EncoderChoice& choice, const VideoFormat& format)
     if (known != results.end()) {
         return known->second;
     }
-    return results[key] = encodesAPicture(choice, format);
+    const TrialResult result = encodeAPicture(choice, format);
+    const bool success = result == TrialResult::WORKS;
+    if (result != TrialResult::NO_ANSWER) {
+        results[key] = success;
+    }
+    return success;
 }
 
 std::vector<KnownEncoder> candidates(const VideoFormat& format, rig::CodecChoice codec,

@@ -26,7 +26,8 @@ GstVideoInfo inputInfo(const VideoFormat& format, GstVideoFormat pixelFormat);
 
 /// Takes the first encoder of the preference list that codes a picture of this very size: Jetson
 /// hardware, VA-API, x264, OpenH264; pictures wider than 4096 columns prefer H.265 hardware.
-/// The trials' results are kept for the life of the process. Any thread; takes up to some seconds.
+/// What a trial shows is kept for the life of the process; one that times out shows nothing. Any
+/// thread; takes up to some seconds.
 /// @param codec   restricts the list
 /// @param element restricts the list to one element; empty: no restriction
 /// @param reason  filled when there is none

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // Opening and closing of the network sender: its result codes, its port, its resources.
+// GLib's headers use words that Qt's make macros of, so they come first.
+#include <gst/gst.h>
+
 #include <QDirIterator>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTest>
 
 #include "tests/sdk/stream_testing.h"
@@ -30,6 +34,48 @@ int threads()
     return entries("/proc/self/task");
 }
 
+/// What the test's own encoder keeps to itself from now on.
+std::atomic<GstPadProbeType> withheld{GST_PAD_PROBE_TYPE_INVALID};
+constexpr const char* kOwnEncoder = "vaapih264enc";  // one that the sender knows
+
+void makeOwnEncoder(GTypeInstance* instance, gpointer)
+{
+    GstElement* inner = gst_element_factory_make("x264enc", nullptr);
+    gst_bin_add(GST_BIN(instance), inner);
+    for (const char* name : {"sink", "src"}) {
+        GstPad* pad = gst_element_get_static_pad(inner, name);
+        gst_element_add_pad(GST_ELEMENT(instance), gst_ghost_pad_new(name, pad));
+        if (withheld != GST_PAD_PROBE_TYPE_INVALID && gst_pad_get_direction(pad) == GST_PAD_SRC) {
+            gst_pad_add_probe(
+                pad, withheld,
+                [](GstPad*, GstPadProbeInfo*, gpointer) { return GST_PAD_PROBE_DROP; }, nullptr,
+                nullptr);
+        }
+        gst_object_unref(pad);
+    }
+}
+
+/// Puts the test's own encoder in the place of one that is not installed.
+bool registerOwnEncoder()
+{
+    const auto describe = [](gpointer type, gpointer) {
+        gst_element_class_set_static_metadata(GST_ELEMENT_CLASS(type), "Test encoder",
+                                              "Codec/Encoder/Video", "May fail", "The test");
+    };
+    const GType type =
+        g_type_register_static_simple(GST_TYPE_BIN, "OwnEncoder", sizeof(GstBinClass), describe,
+                                      sizeof(GstBin), makeOwnEncoder, GTypeFlags(0));
+    return gst_element_register(nullptr, kOwnEncoder, GST_RANK_NONE, type);
+}
+
+bool elementInstalled(const char* name)
+{
+    GstElementFactory* factory = gst_element_factory_find(name);
+    if (factory)
+        gst_object_unref(factory);
+    return factory != nullptr;
+}
+
 }  // namespace
 
 class StreamOpenTest : public QObject {
@@ -46,6 +92,7 @@ private slots:
     void refusesUnknownEncoder();
     void refusesEncoderOfOtherCodec();
     void takesEncoderOfRig();
+    void remembersTrials();
     void refusesUnusableRig();
     void refusesSecondOpen();
     void freesPortOnClose();
@@ -202,6 +249,34 @@ void StreamOpenTest::takesEncoderOfRig()
     RtspClient client(config.port);
     QVERIFY(client.start());
     QVERIFY(client.packetsUntil([](const Packet& p) { return p.channel == 0 && p.marker(); }));
+}
+
+// A failure is final; an encoder that gave no answer in time may have had a busy moment.
+void StreamOpenTest::remembersTrials()
+{
+    gst_init(nullptr, nullptr);
+    if (!elementInstalled("x264enc") || elementInstalled(kOwnEncoder))
+        QSKIP("x264enc is not installed, or a hardware encoder is");
+    QVERIFY(registerOwnEncoder());
+    qputenv("KOR_ENCODER", kOwnEncoder);
+    const auto restore = qScopeGuard([] {
+        qunsetenv("KOR_ENCODER");
+        GstPluginFeature* own = gst_registry_lookup_feature(gst_registry_get(), kOwnEncoder);
+        gst_registry_remove_feature(gst_registry_get(), own);
+        gst_object_unref(own);
+    });
+    const auto open = [](const tq::UDPOutConfig& config, GstPadProbeType without) {
+        withheld = without;
+        return tq::UDPOutput(tq::STREAMING_MODE::LIVE, false).open(config);
+    };
+    const tq::UDPOutConfig slow = configuration(freePort(), 64, 48);
+    QCOMPARE(open(slow, GST_PAD_PROBE_TYPE_DATA_DOWNSTREAM), code(tq::ErrorCode::NO_ENCODER));
+    QCOMPARE(open(slow, GST_PAD_PROBE_TYPE_INVALID), 0);
+    QCOMPARE(open(slow, GST_PAD_PROBE_TYPE_BUFFER), 0);
+    // The end of the stream without a picture.
+    const tq::UDPOutConfig failing = configuration(freePort(), 64, 64);
+    QCOMPARE(open(failing, GST_PAD_PROBE_TYPE_BUFFER), code(tq::ErrorCode::NO_ENCODER));
+    QCOMPARE(open(failing, GST_PAD_PROBE_TYPE_INVALID), code(tq::ErrorCode::NO_ENCODER));
 }
 
 void StreamOpenTest::refusesUnusableRig()
