@@ -23,24 +23,11 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/freeport.h"
 #include "tests/support/senderconfig.h"
 #include "tq_kor/tq_kor.h"
 
 namespace streamtest {
-
-/// A TCP port that nobody uses at the moment.
-inline int freePort()
-{
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    socklen_t size = sizeof address;
-    bind(fd, reinterpret_cast<sockaddr*>(&address), size);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-    close(fd);
-    return ntohs(address.sin_port);
-}
 
 /// A rig for this process, with the given text as its stream object.
 class StreamRig {
