@@ -7,7 +7,7 @@ pkg_check_modules(VISTREL_TEST_GST REQUIRED IMPORTED_TARGET
 foreach(name IN ITEMS open wire clients load)
     vistrel_add_test(NAME sdk_stream_${name} SOURCES stream_${name}.cpp stream_testing.h
         LIBRARIES TqKor::TqKor Threads::Threads PkgConfig::VISTREL_TEST_GST
-        LABELS sdk stream TIMEOUT 300)
+        LABELS sdk stream)
     target_compile_definitions(test_sdk_stream_${name} PRIVATE
         VISTREL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
 endforeach()
