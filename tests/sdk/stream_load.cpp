@@ -14,6 +14,54 @@ using tq::stream::SenderStatistics;
 using tq::stream::StreamSender;
 using Clock = std::chrono::steady_clock;
 
+namespace {
+
+constexpr std::uint64_t kProbe = ~std::uint64_t{0};  // sequence number of packets that only try
+
+/// Whether packets reach the client: the answer to PLAY may come a moment before they do.
+bool delivers(StreamSender& sender)
+{
+    return waitFor([&] {
+        sender.ingestIMU(imuPacket(realTime(), kProbe));
+        return sender.statistics().imuSent > 0;
+    });
+}
+
+/// A thread that does nothing but notice when the machine does not let it run.
+class PauseMeter {
+public:
+    PauseMeter() : thread([this] { run(); }) {}
+    ~PauseMeter() { stop(); }
+
+    /// The longest time between two of its turns, in milliseconds.
+    std::int64_t stop()
+    {
+        stopped = true;
+        if (thread.joinable())
+            thread.join();
+        return longest;
+    }
+
+private:
+    void run()
+    {
+        auto last = Clock::now();
+        while (!stopped) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            const auto now = Clock::now();
+            longest = std::max<std::int64_t>(
+                longest, std::chrono::duration_cast<std::chrono::milliseconds>(now - last).count());
+            last = now;
+        }
+    }
+
+    std::atomic<bool> stopped{false};
+    std::int64_t longest = 0;
+    std::thread thread;
+};
+
+}  // namespace
+
 class StreamLoadTest : public QObject {
     Q_OBJECT
 
@@ -109,6 +157,8 @@ void StreamLoadTest::neverBlocksAndCountsDrops()
     });
     RtspClient client(config.port);
     QVERIFY(client.start());
+    const SenderStatistics before = sender.statistics();
+    PauseMeter pauses;
     measure = true;
     std::uint64_t lastCounter = 0;
     std::uint64_t gaps = 0;
@@ -128,9 +178,13 @@ void StreamLoadTest::neverBlocksAndCountsDrops()
         },
         60000));
     measure = false;
-    // An encoder that held it up would take seconds to swallow what it was given.
-    QVERIFY2(longest < 500, qPrintable(QString::number(longest)));
     const SenderStatistics counts = sender.statistics();
+    const std::int64_t pause = pauses.stop();
+    QVERIFY2(longest < 500 + pause, qPrintable(QString("%1, pause %2").arg(longest).arg(pause)));
+    // An encoder that held the source up would have it wait for every frame.
+    const std::uint64_t ingested = counts.framesIngested - before.framesIngested;
+    const std::uint64_t encoded = counts.framesEncoded - before.framesEncoded;
+    QVERIFY2(ingested > 2 * encoded, qPrintable(QString("%1 of %2").arg(encoded).arg(ingested)));
     QVERIFY(counts.framesDropped > 0);
     QVERIFY(gaps > 0);
     // Gaps in the counter are exactly the frames that were dropped since the first record.
@@ -161,14 +215,17 @@ void StreamLoadTest::dropsTheOldest()
     first = false;
     source.join();
     QVERIFY(started);
+    QVERIFY(delivers(sender));
     const tq::Timestamp begin = realTime();
     for (unsigned i = 0; i < 40; ++i)
         sender.ingestFrame(pixels.data(), begin + i, {});
     QVERIFY(sender.statistics().framesDropped > 0);
     std::vector<std::uint64_t> times;
     QVERIFY(client.packetsUntil([&](const Packet& p) {
-        for (const Record& record : p.channel == 2 ? records(p.payload()) : std::vector<Record>())
-            times.push_back(record.number(16, 8));
+        for (const Record& record : p.channel == 2 ? records(p.payload()) : std::vector<Record>()) {
+            if (record.kind == 1)
+                times.push_back(record.number(16, 8));
+        }
         return !times.empty() && times.back() == begin + 39;
     }));
     QVERIFY(std::is_sorted(times.begin(), times.end()));
@@ -194,6 +251,7 @@ void StreamLoadTest::keepsManyRecordsAtOnce()
     RtspClient client(config.port);
     QVERIFY(client.start());
     QVERIFY(client.packetsUntil([](const Packet& p) { return p.channel == 0 && p.marker(); }));
+    QVERIFY(delivers(sender));
     constexpr unsigned kPackets = 1000;
     for (unsigned i = 0; i < kPackets; ++i)
         sender.ingestIMU(imuPacket(realTime(), i));
