@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -15,6 +16,8 @@
 #include <QTest>
 #include <csignal>
 #include <memory>
+
+#include "tests/support/freeport.h"
 
 namespace {
 
@@ -70,11 +73,6 @@ private:
     int fd;
     int number = 0;
 };
-
-int freePort()
-{
-    return SilentListener().port();
-}
 
 /// GStreamer's plug-in of this file name, empty if it is not installed.
 QString plugin(const QString& name)
@@ -219,15 +217,21 @@ void ReceiveTest::reportsAbsentSender()
 void ReceiveTest::showsStatus()
 {
     send({"--imu", "7", "--size", "320x240"});
-    const Outcome outcome = receive({"--frames", "100", address()});
-    QCOMPARE(outcome.status, 0);
+    const QString json = folder->filePath("s.json");
+    const Outcome outcome = receive({"-t", "50", "--frames", "100", "-j", json, address()});
+    QVERIFY2(outcome.status == 0, outcome.err);
     const QList<QByteArray> lines = outcome.out.trimmed().split('\n');
     QVERIFY2(lines.size() >= 2, outcome.out);
     const QRegularExpression pattern(
-        "^100000001  640x240  [0-9.]+ fps  [0-9.]+ Mbit/s  latency [0-9.]+ ms  lost 0  "
+        "^100000001  640x240  [0-9.]+ fps  [0-9.]+ Mbit/s  latency [0-9.]+ ms  lost ([0-9]+)  "
         "IMU [0-9]+/s  left 320x240 moving  right 320x240 moving$");
-    QVERIFY2(pattern.match(QString(lines.last())).hasMatch(), lines.last());
-    const Outcome quiet = receive({"--frames", "60", "--quiet", address()});
+    const QRegularExpressionMatch line = pattern.match(QString(lines.last()));
+    QVERIFY2(line.hasMatch(), lines.last());
+    // A busy machine costs frames at the sender, which says so, and none on the way.
+    const QJsonObject statistics = QJsonDocument::fromJson(contents(json)).object();
+    QCOMPARE(statistics["framesLost"].toInt(-1), statistics["framesDroppedBySender"].toInt(-2));
+    QVERIFY2(line.captured(1).toInt() <= statistics["framesLost"].toInt(), lines.last());
+    const Outcome quiet = receive({"-t", "50", "--frames", "60", "--quiet", address()});
     QCOMPARE(quiet.status, 0);
     QVERIFY2(quiet.out.isEmpty(), quiet.out);
 }
@@ -249,7 +253,8 @@ void ReceiveTest::writesEverything()
     QCOMPARE(statistics["height"].toInt(), 240);
     QCOMPARE(statistics["eyeWidth"].toInt(), 320);
     QCOMPARE(statistics["codec"].toString(), QString("H.264"));
-    QCOMPARE(statistics["framesLost"].toInt(), 0);
+    // A busy machine costs frames at the sender, which says so, and none on the way.
+    QCOMPARE(statistics["framesLost"].toInt(-1), statistics["framesDroppedBySender"].toInt(-2));
     QCOMPARE(statistics["malformedRecords"].toInt(), 0);
     QVERIFY(statistics["frames"].toInt() >= 60);
     QVERIFY(statistics["keyFrames"].toInt() >= 1);
@@ -315,7 +320,7 @@ void ReceiveTest::recordsWithEitherDecoder()
 void ReceiveTest::receivesByTcp()
 {
     send();
-    const Outcome outcome = receive({"--tcp", "-q", "-n", "20", "-j", "-", address()});
+    const Outcome outcome = receive({"--tcp", "-q", "-t", "50", "-n", "20", "-j", "-", address()});
     QCOMPARE(outcome.status, 0);
     QVERIFY(QJsonDocument::fromJson(outcome.out).object()["frames"].toInt() >= 20);
 }
@@ -323,7 +328,8 @@ void ReceiveTest::receivesByTcp()
 void ReceiveTest::receivesWithoutDecoding()
 {
     send();
-    const Outcome outcome = receive({"--no-decode", "-q", "-n", "30", "-j", "-", address()});
+    const Outcome outcome =
+        receive({"--no-decode", "-q", "-t", "50", "-n", "30", "-j", "-", address()});
     QCOMPARE(outcome.status, 0);
     const QJsonObject statistics = QJsonDocument::fromJson(outcome.out).object();
     QVERIFY(statistics["frames"].toInt() >= 30);
@@ -334,22 +340,30 @@ void ReceiveTest::receivesWithoutDecoding()
 void ReceiveTest::endsAfterDuration()
 {
     send();
-    const Outcome outcome = receive({"-q", "-d", "2", address()});
-    QCOMPARE(outcome.status, 0);
+    QElapsedTimer timer;
+    timer.start();
+    const Outcome outcome = receive({"-q", "-t", "50", "-d", "10", address()});
+    QVERIFY2(timer.elapsed() >= 10000, outcome.err);
+    QVERIFY2(outcome.status == 0, outcome.err);
 }
 
 void ReceiveTest::endsWithTheSender()
 {
-    send({"--seconds", "6"});
+    send();
+    const QString json = folder->filePath("s.json");
     QProcess all;
-    all.start(VISTREL_RECEIVE, {"-q", "-n", "100000", address()});
+    all.start(VISTREL_RECEIVE, {"-t", "50", "-n", "100000", address()});
     QProcess some;
-    some.start(VISTREL_RECEIVE, {"-q", "-j", "-", address()});
+    some.start(VISTREL_RECEIVE, {"-t", "50", "-j", json, address()});
+    // A status line of each: frames have come.
+    QVERIFY2(all.waitForReadyRead(60000), all.readAllStandardError());
+    QVERIFY2(some.waitForReadyRead(60000), some.readAllStandardError());
+    sender->terminate();
     QCOMPARE(finish(all).status, 1);  // not all that were asked for
     const Outcome outcome = finish(some);
     QCOMPARE(outcome.status, 0);
-    QVERIFY(QJsonDocument::fromJson(outcome.out).object()["frames"].toInt() > 0);
-    QVERIFY(!outcome.err.isEmpty());
+    QVERIFY(QJsonDocument::fromJson(contents(json)).object()["frames"].toInt() > 0);
+    QVERIFY2(!outcome.err.isEmpty() && !outcome.err.contains("no frame for"), outcome.err);
 }
 
 void ReceiveTest::timesOut()
@@ -408,7 +422,7 @@ void ReceiveTest::reportsUnwritableFile()
     QFETCH(QString, option);
     send();
     const QString path = folder->filePath("absent/file");
-    const Outcome outcome = receive({"-q", "-n", "5", option, path, address()});
+    const Outcome outcome = receive({"-q", "-t", "50", "-n", "5", option, path, address()});
     QCOMPARE(outcome.status, 3);
     QVERIFY2(outcome.err.contains(path.toLocal8Bit()), outcome.err);
 }
@@ -416,10 +430,12 @@ void ReceiveTest::reportsUnwritableFile()
 void ReceiveTest::hidesThePassword()
 {
     send({}, R"({"user": "viewer", "password": "se-cret"})");
-    const Outcome right = receive({"-n", "10", "-q", "-j", "-", address("viewer:se-cret@")});
+    const Outcome right =
+        receive({"-t", "50", "-n", "10", "-q", "-j", "-", address("viewer:se-cret@")});
     QVERIFY2(right.status == 0, right.err);
     QVERIFY(!right.out.contains("se-cret") && !right.err.contains("se-cret"));
-    const Outcome wrong = receive({"-n", "10", "-q", "-j", "-", address("viewer:mistaken@")});
+    const Outcome wrong =
+        receive({"-t", "50", "-n", "10", "-q", "-j", "-", address("viewer:mistaken@")});
     QCOMPARE(wrong.status, 1);
     QVERIFY(!wrong.out.contains("mistaken") && !wrong.err.contains("mistaken"));
 }
