@@ -4,6 +4,7 @@ set(packaging "${PROJECT_SOURCE_DIR}/packaging")
 
 add_test(NAME system_service_step
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/service-step-test" "${packaging}/service/service-step")
+set_tests_properties(system_service_step PROPERTIES TIMEOUT ${VISTREL_TEST_TIMEOUT} LABELS system)
 
 add_test(NAME system_sudoers
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/sudoers-test" "${packaging}/service/kor-vistrel.sudoers")
