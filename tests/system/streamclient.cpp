@@ -86,7 +86,15 @@ struct StreamClient::Private {
     std::vector<Picture> pictures;
     std::vector<FrameRecord> frames;
     std::vector<ImuRecord> imu;
+    std::vector<GstElement*> jitterBuffers;
     GstElement* pipeline = nullptr;
+
+    ~Private()
+    {
+        for (GstElement* const buffer : jitterBuffers) {
+            gst_object_unref(buffer);
+        }
+    }
 
     static GstFlowReturn onPicture(GstAppSink* sink, gpointer self)
     {
@@ -161,6 +169,20 @@ struct StreamClient::Private {
         }
     }
 
+    // They alone know what was lost on the way.
+    static void onJitterBuffer(GstElement* /*manager*/, GstElement* buffer, guint /*session*/,
+                               guint /*source*/, gpointer self)
+    {
+        auto* const d = static_cast<Private*>(self);
+        const std::lock_guard<std::mutex> lock(d->mutex);
+        d->jitterBuffers.push_back(GST_ELEMENT(gst_object_ref(buffer)));
+    }
+
+    static void onManager(GstElement* /*source*/, GstElement* manager, gpointer self)
+    {
+        g_signal_connect(manager, "new-jitterbuffer", G_CALLBACK(&Private::onJitterBuffer), self);
+    }
+
     void listen(const char* name, GstFlowReturn (*callback)(GstAppSink*, gpointer))
     {
         GstElement* const sink = gst_bin_get_by_name(GST_BIN(pipeline), name);
@@ -188,6 +210,7 @@ StreamClient::StreamClient(const QString& url, const QString& protocols)
         d->listen("data", &Private::onData);
         GstElement* const source = gst_bin_get_by_name(GST_BIN(d->pipeline), "source");
         g_signal_connect(source, "pad-added", G_CALLBACK(&Private::onPad), nullptr);
+        g_signal_connect(source, "new-manager", G_CALLBACK(&Private::onManager), d.get());
         gst_object_unref(source);
         gst_element_set_state(d->pipeline, GST_STATE_PLAYING);
     }
@@ -219,6 +242,23 @@ std::vector<ImuRecord> StreamClient::imu() const
 {
     const std::lock_guard<std::mutex> lock(d->mutex);
     return d->imu;
+}
+
+std::uint64_t StreamClient::lost() const
+{
+    const std::lock_guard<std::mutex> lock(d->mutex);
+    std::uint64_t sum = 0;
+    for (GstElement* const buffer : d->jitterBuffers) {
+        GstStructure* stats = nullptr;
+        guint64 count = 0;
+        g_object_get(buffer, "stats", &stats, nullptr);
+        if (stats != nullptr) {
+            gst_structure_get_uint64(stats, "num-lost", &count);
+            gst_structure_free(stats);
+        }
+        sum += count;
+    }
+    return sum;
 }
 
 QString StreamClient::error() const

@@ -53,6 +53,9 @@ public:
     std::vector<FrameRecord> frames() const;
     std::vector<ImuRecord> imu() const;
 
+    /// Packets that did not arrive so far, of all streams.
+    std::uint64_t lost() const;
+
     /// Error of the pipeline so far; empty while there is none.
     QString error() const;
 

@@ -169,10 +169,10 @@ QJsonObject probe(const QString& url)
     return QJsonDocument::fromJson(ffprobe.readAllStandardOutput()).object();
 }
 
-std::set<std::uint64_t> captureTimes(const StreamClient& client)
+std::set<std::uint64_t> captureTimes(const std::vector<FrameRecord>& records)
 {
     std::set<std::uint64_t> times;
-    for (const FrameRecord& record : client.frames()) {
+    for (const FrameRecord& record : records) {
         times.insert(record.captureTime);
     }
     return times;
@@ -368,12 +368,27 @@ void StreamingTest::everyFrameIsOnePairInTime()
     Service service(simulatedRig());
     VirtualCamera virtualCamera;
     QVERIFY2(service.startWith(virtualCamera), service.process.readAllStandardError());
-    const StreamClient client(virtualCamera.url(), protocols);
-    QTRY_VERIFY_WITH_TIMEOUT(client.pictures().size() >= 60, kStreamLimitMs);
+    // UDP may lose packets on a machine that is busy; what arrives without loss must be right.
+    std::vector<Picture> pictures;
+    std::vector<FrameRecord> frames;
+    std::uint64_t lost = 1;
+    for (int attempt = 0; attempt < kAttempts && lost > 0; ++attempt) {
+        const StreamClient client(virtualCamera.url(), protocols);
+        QTRY_VERIFY_WITH_TIMEOUT(client.pictures().size() >= 60, kStreamLimitMs);
+        pictures = client.pictures();
+        // The data stream comes on its own way.
+        const auto last =
+            decodePattern(pictures.back().at(0, 0), 1, pictures.back().width, virtualCamera.width);
+        QTRY_VERIFY(!client.frames().empty() &&
+                    (!last || client.frames().back().captureTime >= last->timestamp));
+        frames = client.frames();
+        lost = client.lost();
+        QVERIFY2(client.error().isEmpty(), qPrintable(client.error()));
+        QVERIFY(protocols == "udp" || lost == 0);
+    }
+    QVERIFY2(lost == 0, "packets were lost every time");
 
-    const std::vector<Picture> pictures = client.pictures();
     std::uint32_t lastCounter = 0;
-    std::uint64_t newest = 0;
     for (const Picture& picture : pictures) {
         QCOMPARE(picture.width, 2 * virtualCamera.width);
         const auto left = decodePattern(picture.at(0, 0), 1, picture.width, virtualCamera.width);
@@ -386,12 +401,10 @@ void StreamingTest::everyFrameIsOnePairInTime()
         QCOMPARE(left->timestamp, right->timestamp);
         QVERIFY(left->counter > lastCounter);
         lastCounter = left->counter;
-        newest = left->timestamp;
     }
 
     // The data stream names the same instants, to the nanosecond.
-    QTRY_VERIFY(!client.frames().empty() && client.frames().back().captureTime >= newest);
-    const std::set<std::uint64_t> times = captureTimes(client);
+    const std::set<std::uint64_t> times = captureTimes(frames);
     for (const Picture& picture : pictures) {
         const auto left = decodePattern(picture.at(0, 0), 1, picture.width, virtualCamera.width);
         if (left->timestamp >= *times.begin()) {
@@ -399,17 +412,16 @@ void StreamingTest::everyFrameIsOnePairInTime()
                      qPrintable(QString::number(left->timestamp)));
         }
     }
-    std::uint64_t lastFrame = client.frames().front().counter;
-    std::uint64_t lastDropped = client.frames().front().dropped;
-    for (const FrameRecord& record : client.frames()) {
+    std::uint64_t lastFrame = frames.front().counter;
+    std::uint64_t lastDropped = frames.front().dropped;
+    for (const FrameRecord& record : frames) {
         QCOMPARE(record.serial, static_cast<std::uint32_t>(virtualCamera.serial));
         QCOMPARE(record.eyeWidth, static_cast<std::uint32_t>(virtualCamera.width));
         QCOMPARE(record.eyeHeight, static_cast<std::uint32_t>(virtualCamera.height));
         // No frame is missing but those that the sender says it dropped, which it must on a machine
-        // that is too slow. UDP may lose a record on its way.
+        // that is too slow.
         QVERIFY(record.counter >= lastFrame);
-        QVERIFY(protocols == "udp" ||
-                record.counter - lastFrame <= 1 + record.dropped - lastDropped);
+        QVERIFY(record.counter - lastFrame <= 1 + record.dropped - lastDropped);
         lastFrame = record.counter;
         lastDropped = record.dropped;
         // The grid of the simulated cameras: frame k is due at k / fps seconds.
@@ -417,7 +429,6 @@ void StreamingTest::everyFrameIsOnePairInTime()
         const std::uint64_t k = (rest * 30 + 999999999) / 1000000000;
         QCOMPARE(rest, k * 1000000000 / 30);
     }
-    QVERIFY2(client.error().isEmpty(), qPrintable(client.error()));
 }
 
 void StreamingTest::imuPacketsArriveOnceEach()
@@ -436,6 +447,7 @@ void StreamingTest::imuPacketsArriveOnceEach()
     }
     // The packet received last with a left image: this frame's own, or that of one of the next
     // frames when the streamer's thread was late.
+    QTRY_VERIFY(!client.frames().empty());
     const FrameRecord lastFrame = client.frames().back();
     const std::uint64_t period = 1000000000u / static_cast<std::uint64_t>(virtualCamera.fps);
     QVERIFY(lastFrame.imuTimestamp + period > lastFrame.captureTime);
@@ -482,6 +494,7 @@ void StreamingTest::twoVirtualCamerasShareACamera()
     };
     QCOMPARE(rightSerial(firstClient.pictures().back(), first.width), first.right);
     QCOMPARE(rightSerial(secondClient.pictures().back(), second.width), second.right);
+    QTRY_VERIFY(!secondClient.frames().empty());
     QCOMPARE(secondClient.frames().back().serial, static_cast<std::uint32_t>(second.serial));
 }
 
@@ -512,7 +525,8 @@ void StreamingTest::everyPairOfARecordingArrives()
     bool unbroken = false;
     for (int attempt = 0; attempt < kAttempts && !unbroken; ++attempt) {
         const StreamClient client(virtualCamera.url());
-        QTRY_VERIFY_WITH_TIMEOUT(client.pictures().size() >= wanted, kStreamLimitMs);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            client.pictures().size() >= wanted && client.frames().size() >= wanted, kStreamLimitMs);
         // The packets are read after the frames, so that all that came before the last frame are
         // there.
         pictures = client.pictures();
@@ -553,9 +567,9 @@ void StreamingTest::everyPairOfARecordingArrives()
     }
     QVERIFY2(repeats(measured, playedImuTimes(folder, times), kImuPeriod),
              "the times of the packets are not those of the recording");
-    // They begin with the first frame, or behind those that were waiting as the client came, which
-    // are more on a slow machine, and reach the last frame.
-    constexpr std::size_t kWaiting = 4;
+    // They begin with the first frame, or behind those that were waiting as the client came, at
+    // most as many as the sender keeps, and reach the last frame.
+    constexpr std::size_t kWaiting = 10;
     QVERIFY(frames.size() > times.size());
     QVERIFY2(measured.front() <= captured[kWaiting] + kImuPeriod,
              qPrintable(QString("%1 ns late").arg(measured.front() - captured[kWaiting])));
