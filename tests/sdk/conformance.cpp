@@ -10,6 +10,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QSet>
 #include <QtTest>
 #include <algorithm>
@@ -114,28 +115,31 @@ struct Camera {
 constexpr int kSenderWidth = 320;  // of one eye
 constexpr int kSenderHeight = 240;
 
-/// Binds a socket to a port, 0 for any; returns the port, or 0 when it is taken.
-int bindPort(int type, int port)
+/// Whether a socket can be bound to a port.
+bool isFree(int type, int port)
 {
     const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
-    socklen_t size = sizeof address;
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
-    const bool bound = bind(fd, reinterpret_cast<sockaddr*>(&address), size) == 0 &&
-                       getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) == 0;
+    const bool bound = bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     ::close(fd);
-    return bound ? ntohs(address.sin_port) : 0;
+    return bound;
 }
 
-/// A port that is free for whatever transport the sender has.
+/// A port that is free for whatever transport the sender has, below those that the system gives to
+/// whoever asks for any; another one every time.
 int freePort()
 {
-    int port = 0;
-    for (int attempt = 0; attempt < 100 && port == 0; ++attempt) {
-        port = bindPort(SOCK_DGRAM, bindPort(SOCK_STREAM, 0));
+    static QSet<int> given;
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const int port = QRandomGenerator::system()->bounded(20000, 30000) & ~1;
+        if (!given.contains(port) && isFree(SOCK_STREAM, port) && isFree(SOCK_DGRAM, port)) {
+            given << port;
+            return port;
+        }
     }
-    return port;
+    return 0;
 }
 
 /// The sender's configuration as the program fills it.
