@@ -206,7 +206,9 @@ void onElementAdded(GstBin*, GstBin*, GstElement* element, gpointer)
         }
     } else if (GST_IS_BASE_SINK(element)) {
         g_signal_connect(element, "notify::sync", G_CALLBACK(keepUnsynchronised), nullptr);
-        g_object_set(element, "sync", FALSE, nullptr);
+        // A client that joins adds sinks while the others play. One that wants a first packet
+        // takes the whole pipeline out of playing, and now and then a sink stayed behind.
+        g_object_set(element, "sync", FALSE, "async", FALSE, nullptr);
         if (std::strcmp(name, "appsink") == 0) {
             const GObjectPtr<GstPad> sink(gst_element_get_static_pad(element, "sink"));
             g_signal_connect(sink.get(), "linked", G_CALLBACK(makeLeaky), nullptr);
