@@ -34,6 +34,9 @@ public:
     /// 0 when there is none.
     int number() const { return port; }
 
+    /// The socket, for who wants it to listen after all.
+    int descriptor() const { return fd; }
+
 private:
     int fd;
     int port = 0;

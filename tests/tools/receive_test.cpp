@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // vistrel-receive as a program, against a small sender.
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -53,25 +52,12 @@ Outcome receive(const QStringList& arguments,
 /// A socket that listens on a port of its own and never answers.
 class SilentListener {
 public:
-    SilentListener() : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        socklen_t size = sizeof address;
-        bind(fd, reinterpret_cast<sockaddr*>(&address), size);
-        listen(fd, 5);
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-        number = ntohs(address.sin_port);
-    }
-    ~SilentListener() { close(fd); }
-    SilentListener(const SilentListener&) = delete;
-    SilentListener& operator=(const SilentListener&) = delete;
+    SilentListener() { listen(held.descriptor(), 5); }
 
-    int port() const { return number; }
+    int port() const { return held.number(); }
 
 private:
-    int fd;
-    int number = 0;
+    HeldPort held;
 };
 
 /// GStreamer's plug-in of this file name, empty if it is not installed.
