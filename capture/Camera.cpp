@@ -2,6 +2,7 @@
 // Capture worker of one physical camera.
 #include "capture/Camera.h"
 
+#include <QAbstractEventDispatcher>
 #include <QDebug>
 #include <QMetaObject>
 #include <cstring>
@@ -140,10 +141,15 @@ void KTCamera::captureFrame(tq::KORmcu* mcu)
     }
     emit sendYUYVImage(static_cast<int>(serialNumber), tq::Mat(*frame), imu, pendingImu);
     ring->markInFlight(frame);
-    // Posted behind the frame, hence executed by the owner's event loop after the frame's
-    // receivers on that thread.
-    QMetaObject::invokeMethod(
-        this, [emittedFrom = ring] { emittedFrom->release(); }, Qt::QueuedConnection);
+    if (QAbstractEventDispatcher::instance(thread()) != nullptr) {
+        // Posted behind the frame, hence executed by the owner's event loop after the frame's
+        // receivers on that thread.
+        QMetaObject::invokeMethod(
+            this, [emittedFrom = ring] { emittedFrom->release(); }, Qt::QueuedConnection);
+    } else {
+        // The owner's thread delivers no events: only receivers called directly have seen it.
+        ring->release();
+    }
     pendingImu.clear();
 }
 

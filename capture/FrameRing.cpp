@@ -7,15 +7,20 @@
 namespace {
 
 constexpr std::size_t kMaxBytes = 240'000'000;
-constexpr int kToleratedDelayMs = 300;
+constexpr std::size_t kMinBuffers = 2;
+constexpr std::size_t kMaxBuffers = 1000;
+constexpr int kUsualDelayMs = 300;
 constexpr int kSpareBuffers = 3;
 
 }  // namespace
 
 FrameRing::FrameRing(int widthPixels, int heightPixels, int fps)
-    : width(widthPixels), height(heightPixels), limit(depth(widthPixels, heightPixels, fps))
+    : width(widthPixels),
+      height(heightPixels),
+      limit(depth(widthPixels, heightPixels)),
+      kept(keptDepth(widthPixels, heightPixels, fps))
 {
-    idle.reserve(limit);
+    idle.reserve(kept);
     inFlight.resize(limit);
 }
 
@@ -26,14 +31,18 @@ FrameRing::~FrameRing()
     }
 }
 
-std::size_t FrameRing::depth(int width, int height, int fps)
+std::size_t FrameRing::depth(int width, int height)
 {
     const std::size_t frameBytes =
         std::max<std::size_t>(1, static_cast<std::size_t>(width) *
                                      static_cast<std::size_t>(height) * sdk::kYuyvBytesPerPixel);
-    const int wanted = (std::max(fps, 1) * kToleratedDelayMs + 999) / 1000 + kSpareBuffers;
-    const std::size_t affordable = std::max<std::size_t>(2, kMaxBytes / frameBytes);
-    return std::min(static_cast<std::size_t>(wanted), affordable);
+    return std::clamp(kMaxBytes / frameBytes, kMinBuffers, kMaxBuffers);
+}
+
+std::size_t FrameRing::keptDepth(int width, int height, int fps)
+{
+    const int wanted = (std::max(fps, 1) * kUsualDelayMs + 999) / 1000 + kSpareBuffers;
+    return std::min(static_cast<std::size_t>(wanted), depth(width, height));
 }
 
 tq::Mat* FrameRing::acquire()
@@ -64,9 +73,16 @@ void FrameRing::release()
 {
     delivered = true;
     const std::lock_guard<std::mutex> lock(mutex);
-    if (inFlightCount > 0) {
-        idle.push_back(inFlight[oldestInFlight]);
-        oldestInFlight = (oldestInFlight + 1) % limit;
-        --inFlightCount;
+    if (inFlightCount == 0) {
+        return;
     }
+    tq::Mat* const buffer = inFlight[oldestInFlight];
+    oldestInFlight = (oldestInFlight + 1) % limit;
+    --inFlightCount;
+    if (idle.size() < kept) {
+        idle.push_back(buffer);
+        return;
+    }
+    buffer->free(sdk::kAllMemory);
+    buffers.remove_if([buffer](const tq::Mat& other) { return &other == buffer; });
 }

@@ -4,7 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <vector>
 
@@ -16,12 +16,12 @@
 /// be written while that signal waits. The capture thread takes a free buffer, fills and emits it
 /// and marks it as in flight; the owner's event loop, which delivers events in the order in which
 /// they were posted, gives it back when everything posted before has been delivered. When all
-/// buffers are in flight there is none to take and the frame is lost whole rather than torn.
-/// Thread safe.
+/// buffers are in flight there is none to take and the frame is lost whole rather than torn. What a
+/// late receiver needed beyond 300 ms of frames is freed as it catches up. Thread safe.
 class FrameRing {
 public:
     /// @param width,height image size, pixels
-    /// @param fps          frames per second; sets how many buffers there may be
+    /// @param fps          frames per second; sets how many buffers are kept for good
     FrameRing(int width, int height, int fps);
 
     /// Frees the buffers; images that were emitted keep their pixels until their receivers are
@@ -30,9 +30,12 @@ public:
     FrameRing(const FrameRing&) = delete;
     FrameRing& operator=(const FrameRing&) = delete;
 
-    /// How many buffers there may be: enough for a receiver that is 300 ms late, and at most 240 MB
-    /// unless two buffers take more.
-    static std::size_t depth(int width, int height, int fps);
+    /// How many buffers there may be: 240 MB of them, but at least two and at most 1000.
+    static std::size_t depth(int width, int height);
+
+    /// How many buffers stay allocated while they are idle: enough for a receiver that is 300 ms
+    /// late, and at most depth().
+    static std::size_t keptDepth(int width, int height, int fps);
 
     /// A buffer that nobody uses, or null when all are in flight. Capture thread.
     tq::Mat* acquire();
@@ -50,11 +53,12 @@ private:
     const int width;
     const int height;
     const std::size_t limit;
+    const std::size_t kept;
 
     std::atomic<bool> delivered{false};
     std::mutex mutex;
-    std::deque<tq::Mat> buffers;  // addresses stay valid as it grows
-    std::vector<tq::Mat*> idle;   // the one used last at the back: it is still cached
+    std::list<tq::Mat> buffers;  // allocated ones; addresses stay valid
+    std::vector<tq::Mat*> idle;  // the one used last at the back: it is still cached
     // A ring of limit entries, so that nothing is allocated per frame.
     std::vector<tq::Mat*> inFlight;
     std::size_t oldestInFlight = 0;

@@ -34,12 +34,12 @@ private slots:
         QCOMPARE(aligned, before + 2);
     }
 
-    // One buffer in flight, then as many as there are.
+    // One buffer in flight, then as many as are kept.
     void frameRing_data()
     {
         QTest::addColumn<int>("backlog");
         QTest::newRow("in time") << 1;
-        QTest::newRow("late") << static_cast<int>(FrameRing::depth(16, 8, 30));
+        QTest::newRow("late") << static_cast<int>(FrameRing::keptDepth(16, 8, 30));
     }
     void frameRing()
     {

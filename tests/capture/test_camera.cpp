@@ -2,6 +2,8 @@
 // The capture worker on a scripted camera.
 #include <QtTest>
 #include <cstring>
+#include <thread>
+#include <vector>
 
 #include "capture/Camera.h"
 #include "tests/sdk_fake/sdk_fake.h"
@@ -294,7 +296,7 @@ private slots:
     {
         constexpr std::size_t kLost = 3;
         QFETCH(bool, closed);
-        const std::size_t depth = FrameRing::depth(4, 2, 30);
+        const std::size_t depth = FrameRing::depth(4, 2);
         KTCamera camera;
         Receiver receiver(camera);
         QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
@@ -321,6 +323,52 @@ private slots:
         QCOMPARE(
             log.debugMessages("[KTCamera]"),
             QStringList("[KTCamera] Camera  30123456  lost  3  frames: the receiver was late"));
+    }
+
+    // Frames that come much faster than the owner's event loop runs: all are emitted.
+    void burst()
+    {
+        constexpr std::size_t kFrames = 300;
+        KTCamera camera;
+        Receiver receiver(camera);
+        QCOMPARE(camera.open(5, tq::Resolution(64, 32), 30, false), 0);
+        for (std::size_t n = 1; n <= kFrames; ++n) {
+            sdkfake::pushFrame(kSerial, n, 1);
+        }
+        QVERIFY(captureThreadIsDone());
+        QTRY_COMPARE(receiver.received.size(), kFrames);
+        for (std::size_t n = 1; n <= kFrames; ++n) {
+            QCOMPARE(timestampAtByte120(receiver.received[n - 1].image), tq::Timestamp{n});
+        }
+    }
+
+    // An owner whose thread delivers no events, with receivers that are called directly: no frame
+    // waits for it, and one buffer does for all.
+    void ownerWithoutEvents()
+    {
+        constexpr int kFrames = 120;
+        std::vector<tq::Timestamp> received;
+        bool done = false;
+        std::thread([&] {
+            KTCamera camera;
+            connect(
+                &camera, &KTCamera::sendYUYVImage, &camera,
+                [&received](int, const tq::Mat& image) {
+                    received.push_back(timestampAtByte120(image));
+                },
+                Qt::DirectConnection);
+            if (camera.open(5, tq::Resolution(1920, 1200), 30, false) == 0) {
+                for (tq::Timestamp n = 1; n <= kFrames; ++n) {
+                    sdkfake::pushFrame(kSerial, n, 1);
+                }
+                done = captureThreadIsDone();
+                camera.close();
+            }
+        }).join();
+        QVERIFY(done);
+        QCOMPARE(received.size(), std::size_t{kFrames});
+        QCOMPARE(toList(sdkfake::callTexts(sdkfake::Image)).count("Mat.alloc(1920, 1200, 5, 1)"),
+                 1);
     }
 
     void openTwice()

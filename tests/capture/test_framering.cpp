@@ -33,12 +33,15 @@ private slots:
         QTest::addColumn<int>("height");
         QTest::addColumn<int>("fps");
         QTest::addColumn<int>("depth");
-        QTest::newRow("300 ms and three more") << 960 << 600 << 30 << 12;
-        QTest::newRow("rounded up") << 960 << 600 << 25 << 11;
-        QTest::newRow("no rate") << 960 << 600 << 0 << 4;
-        QTest::newRow("GS") << 1920 << 1200 << 60 << 21;
-        QTest::newRow("UHD is bounded by memory") << 3840 << 2160 << 60 << 14;
-        QTest::newRow("at least two") << 20000 << 10000 << 30 << 2;
+        QTest::addColumn<int>("kept");
+        QTest::newRow("300 ms and three more") << 960 << 600 << 30 << 208 << 12;
+        QTest::newRow("rounded up") << 960 << 600 << 25 << 208 << 11;
+        QTest::newRow("no rate") << 960 << 600 << 0 << 208 << 4;
+        QTest::newRow("GS") << 1920 << 1200 << 60 << 52 << 21;
+        QTest::newRow("UHD is bounded by memory") << 3840 << 2160 << 60 << 14 << 14;
+        QTest::newRow("at least two") << 20000 << 10000 << 30 << 2 << 2;
+        QTest::newRow("at most a thousand") << 4 << 2 << 30 << 1000 << 12;
+        QTest::newRow("no size") << 0 << 0 << 30 << 1000 << 12;
     }
     void depth()
     {
@@ -46,15 +49,16 @@ private slots:
         QFETCH(int, height);
         QFETCH(int, fps);
         QFETCH(int, depth);
-        QCOMPARE(FrameRing::depth(width, height, fps), static_cast<std::size_t>(depth));
+        QFETCH(int, kept);
+        QCOMPARE(FrameRing::depth(width, height), static_cast<std::size_t>(depth));
+        QCOMPARE(FrameRing::keptDepth(width, height, fps), static_cast<std::size_t>(kept));
     }
 
     void memoryIsBounded()
     {
         for (int width = 100; width <= 8000; width += 100) {
             const int height = width / 2;
-            const std::size_t bytes =
-                FrameRing::depth(width, height, 1000) * frameBytes(width, height);
+            const std::size_t bytes = FrameRing::depth(width, height) * frameBytes(width, height);
             QVERIFY2(
                 bytes < kMemoryLimit,
                 qPrintable(QString("%1 MB at a width of %2").arg(bytes / kMegabyte).arg(width)));
@@ -64,8 +68,10 @@ private slots:
     // Buffers come back in the order in which they were emitted, around the ring several times.
     void oldestComesBackFirst()
     {
-        FrameRing ring(4, 2, 10);
-        const std::size_t depth = FrameRing::depth(4, 2, 10);
+        constexpr int kWidth = 3840;
+        constexpr int kHeight = 2160;
+        FrameRing ring(kWidth, kHeight, 60);
+        const std::size_t depth = FrameRing::depth(kWidth, kHeight);
         std::vector<tq::Mat*> emitted;
         for (std::size_t n = 0; n < depth; ++n) {
             emitted.push_back(ring.acquire());
@@ -83,6 +89,45 @@ private slots:
             QVERIFY(ring.acquire() == nullptr);
             ring.markInFlight(buffer);
         }
+    }
+
+    // A long halt needs more buffers; when it is over they are freed, and none is allocated for
+    // what follows.
+    void surplusIsFreed()
+    {
+        const auto count = [](const char* call) {
+            return static_cast<std::size_t>(toList(sdkfake::callTexts(sdkfake::Image)).count(call));
+        };
+        const auto allocated = [&count] {
+            return count("Mat.alloc(4, 2, 5, 1)") - count("Mat.free(3)");
+        };
+        const std::size_t kept = FrameRing::keptDepth(4, 2, 30);
+        {
+            FrameRing ring(4, 2, 30);
+            for (std::size_t needed : {kept + 5, kept + 40}) {
+                for (std::size_t n = 0; n < needed; ++n) {
+                    ring.markInFlight(ring.acquire());
+                }
+                QCOMPARE(allocated(), needed);
+                for (std::size_t n = 0; n < needed; ++n) {
+                    ring.release();
+                }
+                QCOMPARE(allocated(), kept);
+                const std::size_t before = count("Mat.alloc(4, 2, 5, 1)");
+                std::set<tq::Mat*> taken;
+                for (std::size_t n = 0; n < kept; ++n) {
+                    tq::Mat* const buffer = ring.acquire();
+                    taken.insert(buffer);
+                    ring.markInFlight(buffer);
+                }
+                QCOMPARE(count("Mat.alloc(4, 2, 5, 1)"), before);
+                QCOMPARE(taken.size(), kept);
+                for (std::size_t n = 0; n < kept; ++n) {
+                    ring.release();
+                }
+            }
+        }
+        QCOMPARE(allocated(), std::size_t{0});
     }
 
     void releaseWithNothingInFlight()
