@@ -4,6 +4,12 @@
 
 #include <algorithm>
 
+namespace {
+
+constexpr qint64 kFillShare = 2;  // the account fills at this fraction of the clock's speed
+
+}  // namespace
+
 bool DrawBudget::request(const QString& panel, qint64 now)
 {
     refill(now);
@@ -11,11 +17,27 @@ bool DrawBudget::request(const QString& panel, qint64 now)
     if (state.lastDrawn < 0) {
         return true;
     }
-    if (account < 0 || othersGoFirst(panel, now)) {
-        state.refusedAt = now;
-        return false;
+    state.waits = true;
+    return account >= 0 && next() == panel;
+}
+
+QString DrawBudget::next() const
+{
+    QString chosen;
+    qint64 longestAgo = 0;
+    for (auto panel = panels.begin(); panel != panels.end(); ++panel) {
+        if (panel->waits && (chosen.isNull() || panel->lastDrawn < longestAgo)) {
+            chosen = panel.key();
+            longestAgo = panel->lastDrawn;
+        }
     }
-    return true;
+    return chosen;
+}
+
+qint64 DrawBudget::delay(qint64 now)
+{
+    refill(now);
+    return std::max<qint64>(0, -account * kFillShare);
 }
 
 void DrawBudget::drawn(const QString& panel, qint64 start, qint64 end)
@@ -26,7 +48,15 @@ void DrawBudget::drawn(const QString& panel, qint64 start, qint64 end)
         account -= end - start;
     }
     state.lastDrawn = end;
-    state.refusedAt = -1;
+    state.waits = false;
+}
+
+void DrawBudget::withdraw(const QString& panel)
+{
+    const auto state = panels.find(panel);
+    if (state != panels.end()) {
+        state->waits = false;
+    }
 }
 
 void DrawBudget::forget(const QString& panel)
@@ -37,16 +67,7 @@ void DrawBudget::forget(const QString& panel)
 void DrawBudget::refill(qint64 now)
 {
     if (refilledAt >= 0) {
-        account = std::min(kReserveNs, account + (now - refilledAt) / 2);
+        account = std::min(kReserveNs, account + (now - refilledAt) / kFillShare);
     }
     refilledAt = now;
-}
-
-bool DrawBudget::othersGoFirst(const QString& panel, qint64 now) const
-{
-    const qint64 lastDrawn = panels.value(panel).lastDrawn;
-    return std::any_of(panels.begin(), panels.end(), [=](const Panel& other) {
-        return other.refusedAt >= 0 && now - other.refusedAt < kTurnTimeoutNs &&
-               other.lastDrawn < lastDrawn;
-    });
 }

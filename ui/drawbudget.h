@@ -6,7 +6,7 @@
 #include <QString>
 #include <QtGlobal>
 
-/// Decides whether a preview may be drawn now.
+/// Decides when a preview may be drawn.
 ///
 /// Where drawing is done by the processor, a preview of a large picture takes tens of milliseconds,
 /// and a few cameras ask for more drawing than there is time: the event queue would never drain and
@@ -15,21 +15,28 @@
 /// drawing takes at most half of the time, and input is answered between two draws. The account
 /// holds a small reserve, so drawing that is fast enough never meets the limit.
 ///
-/// Under the limit the panels take turns: a panel that was refused goes before every panel drawn
-/// later than it. A panel that no longer asks loses its turn after kTurnTimeoutNs.
+/// Under the limit the panels take turns: of those that wait, the one drawn longest ago is next.
 ///
 /// All times are nanoseconds of one monotonic clock. GUI thread.
 class DrawBudget {
 public:
-    static constexpr qint64 kReserveNs = 60'000'000;       ///< what the account holds at most
-    static constexpr qint64 kTurnTimeoutNs = 250'000'000;  ///< how long a turn is kept
+    static constexpr qint64 kReserveNs = 60'000'000;  ///< what the account holds at most
 
-    /// Whether @p panel may draw now; if not, its frame is to be dropped.
+    /// Whether @p panel may draw now; if not, it waits from now on.
     bool request(const QString& panel, qint64 now);
 
-    /// Reports a draw that request() granted. The first draw of a panel is free: it also builds
+    /// The panel that draws next of those that wait; empty when none does.
+    QString next() const;
+
+    /// How long until next() may draw, ns; 0 when it may now.
+    qint64 delay(qint64 now);
+
+    /// Reports a draw; the panel no longer waits. The first draw of a panel is free: it also builds
     /// what later ones find ready, which says nothing about the speed of drawing.
     void drawn(const QString& panel, qint64 start, qint64 end);
+
+    /// The panel no longer waits.
+    void withdraw(const QString& panel);
 
     /// Forgets a panel that is gone.
     void forget(const QString& panel);
@@ -37,11 +44,10 @@ public:
 private:
     struct Panel {
         qint64 lastDrawn = -1;  // end of the last draw, -1 before the first
-        qint64 refusedAt = -1;  // time of the last refusal since then, -1 when there is none
+        bool waits = false;
     };
 
     void refill(qint64 now);
-    bool othersGoFirst(const QString& panel, qint64 now) const;
 
     QMap<QString, Panel> panels;
     qint64 account = kReserveNs;

@@ -84,11 +84,17 @@ bool sameSize(const CameraInfos& left, const CameraInfos& right)
 
 }  // namespace
 
-MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(std::make_unique<Ui_MainWindow>())
+MainWindow::MainWindow(QWidget* parent)
+    : QMainWindow(parent),
+      ui(std::make_unique<Ui_MainWindow>()),
+      previews([this](const QString& serial, const tq::Mat& frame) {
+          if (CameraWidget* const panel = cameraPanels.value(serial)) {
+              drawPreview(*panel, frame);
+          }
+      })
 {
     // The signal's type by the name under which it is declared, for queued connections and spies.
     qRegisterMetaType<uint64_t>("uint64_t");
-    clock.start();
     ui->setupUi(this);
     ui->loadVCamButton->hide();
     ui->noCameraLabel->hide();
@@ -554,7 +560,7 @@ void MainWindow::removeCameraWidget(int serial_number)
     }
     serialList.removeAll(serial);
     lastPreviewTimes.remove(serial);
-    drawBudget.forget(serial);
+    previews.forget(serial);
     delete panel;
     arrangePanels();
 }
@@ -601,6 +607,7 @@ void MainWindow::arrangePanels()
 void MainWindow::updateCameraWidget(int serial, CameraInfos infos)
 {
     if (CameraWidget* const panel = cameraPanels.value(QString::number(serial))) {
+        previews.withdraw(QString::number(serial));
         panel->updateInfos(infos);
         if (isOpen(panel)) {
             lastDescriptions.insert(QString::number(serial), infos);
@@ -631,14 +638,7 @@ void MainWindow::updateCameraFrame(int serial, tq::Mat frame)
     if (elapsed >= 0 && elapsed < kPreviewIntervalMs) {
         return;
     }
-    // One more reason to drop a frame, deliberate: where drawing is slower than the frames come,
-    // the interval alone would leave the window no time for input.
-    if (!drawBudget.request(key, clock.nsecsElapsed())) {
-        return;
-    }
-    const qint64 start = clock.nsecsElapsed();
-    drawPreview(*panel, frame);
-    drawBudget.drawn(key, start, clock.nsecsElapsed());
+    previews.show(key, frame);
     lastPreview = now;
 }
 

@@ -2,7 +2,6 @@
 // The window of the desktop mode.
 #pragma once
 
-#include <QElapsedTimer>
 #include <QList>
 #include <QMainWindow>
 #include <QMap>
@@ -16,7 +15,7 @@
 #include "capture/VirtualCameraInfos.h"
 #include "capture/sdk.h"
 #include "ui/camerawidget.h"
-#include "ui/drawbudget.h"
+#include "ui/previewqueue.h"
 #include "ui/virtualcamhandler.h"
 
 class FootLine;
@@ -164,6 +163,5 @@ private:
     QMap<QString, VirtualCameraInfos> loadedRecords;  // by identity, of rows from the configuration
     QMap<QString, CameraInfos> lastDescriptions;      // by physical serial, also without a panel
     std::function<void()> rowRemoved;
-    DrawBudget drawBudget;
-    QElapsedTimer clock;
+    PreviewQueue previews;
 };

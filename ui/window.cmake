@@ -2,6 +2,7 @@
 # Main window and the editor of virtual cameras.
 add_library(vistrel_ui STATIC
     drawbudget.cpp drawbudget.h
+    previewqueue.cpp previewqueue.h
     footline.cpp footline.h
     mainwindow.cpp mainwindow.h mainwindow.ui
     virtualcamhandler.cpp virtualcamhandler.h virtualcamhandler.ui

@@ -5,6 +5,7 @@
 #include <QTest>
 #include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -22,6 +23,7 @@ constexpr int kRunMs = 5000;
 class SlowWindow : public MainWindow {
 public:
     int drawMs = -1;
+    QList<int> pictures;  // first byte of each frame drawn
     qint64 longestDrawMs = 0;
     QMap<qint64, int> draws;
     std::atomic<qint64> drawTimeMs{0};
@@ -36,6 +38,7 @@ protected:
         } else {
             QTest::qSleep(drawMs);
         }
+        pictures.append(*frame.getPtr<unsigned char>(sdk::kHostMemory));
         ++draws[panel.getInfos().serial_number];
         drawTimeMs += time.elapsed();
         longestDrawMs = std::max(longestDrawMs, time.elapsed());
@@ -143,6 +146,7 @@ void drawAllOnce(SlowWindow& window, int count, int width, int height)
         window.updateCameraFrame(kFirstCamera + i, image);
     }
     window.draws.clear();
+    window.pictures.clear();
     window.drawTimeMs = 0;
     window.longestDrawMs = 0;
 }
@@ -156,6 +160,39 @@ qint64 mostDrawnMs(const SlowWindow& window)
     return 2 * window.longestDrawMs + 2 * DrawBudget::kReserveNs / 1'000'000 + 10;
 }
 
+// Two panels after a draw of a second: what they are given next has to wait, and it is the first
+// one's turn.
+class OverloadedPair {
+public:
+    OverloadedPair()
+    {
+        window.drawMs = 1;
+        for (int i = 0; i < 2; ++i) {
+            window.addCameraWidget(kFirstCamera + i);
+            window.updateCameraWidget(kFirstCamera + i, camera(kFirstCamera + i, 16, 16));
+        }
+        image.alloc(16, 16, sdk::kYuyv, sdk::kHostMemory);
+        drawAllOnce(window, 2, 16, 16);
+        QTest::qSleep(40);
+        window.drawMs = 1000;
+        give(kFirstCamera + 1, 0);
+        window.drawMs = 1;
+        window.pictures.clear();
+    }
+
+    // Gives the window a frame in a buffer that is written again for the next one.
+    void give(int serial, int value)
+    {
+        std::memset(image.getPtr<unsigned char>(sdk::kHostMemory), value, 16 * 16 * 2);
+        window.updateCameraFrame(serial, image);
+    }
+
+    SlowWindow window;
+
+private:
+    tq::Mat image;
+};
+
 }  // namespace
 
 class MainWindowOverloadTest : public QObject {
@@ -167,6 +204,9 @@ private slots:
     void slowDrawingLeavesHalfOfTheTime_data();
     void slowDrawingLeavesHalfOfTheTime();
     void fastDrawingIsNotLimited();
+    void lastFrameIsDrawn();
+    void describedAnewForgetsItsFrame_data();
+    void describedAnewForgetsItsFrame();
     void realPicturesOnTheProcessor_data();
     void realPicturesOnTheProcessor();
 
@@ -239,6 +279,52 @@ void MainWindowOverloadTest::fastDrawingIsNotLimited()
         QVERIFY2(draws > 15 * kRunMs / 1000 && draws <= 33 * kRunMs / 1000 + 1,
                  qPrintable(QString::number(draws)));
     }
+}
+
+// A frame that finds no time to be drawn is drawn later, unless a newer one has come. It is the
+// window's own by then: the camera writes into its buffers again.
+void MainWindowOverloadTest::lastFrameIsDrawn()
+{
+    OverloadedPair pair;
+    pair.give(kFirstCamera, 11);
+    pair.give(kFirstCamera + 1, 21);
+    QTest::qSleep(40);
+    pair.give(kFirstCamera, 12);
+    pair.give(kFirstCamera + 1, 22);
+    QCOMPARE(pair.window.pictures, QList<int>());
+    QTRY_COMPARE(pair.window.pictures.size(), 2);
+    QCOMPARE(pair.window.pictures, (QList<int>{12, 22}));
+    // Nothing is drawn twice.
+    pair.give(kFirstCamera, 13);
+    QTRY_COMPARE(pair.window.pictures.size(), 3);
+    QCOMPARE(pair.window.pictures.last(), 13);
+}
+
+void MainWindowOverloadTest::describedAnewForgetsItsFrame_data()
+{
+    QTest::addColumn<int>("height");
+    QTest::addColumn<bool>("removed");
+    QTest::newRow("closed") << 0 << false;
+    QTest::newRow("another size") << 32 << false;
+    QTest::newRow("removed") << 16 << true;
+}
+
+// The frame that waits for a panel shows what its camera no longer is.
+void MainWindowOverloadTest::describedAnewForgetsItsFrame()
+{
+    QFETCH(int, height);
+    QFETCH(bool, removed);
+    OverloadedPair pair;
+    pair.give(kFirstCamera, 1);
+    pair.give(kFirstCamera + 1, 2);
+    if (removed) {
+        pair.window.removeCameraWidget(kFirstCamera);
+    } else {
+        pair.window.updateCameraWidget(kFirstCamera, camera(kFirstCamera, height, height));
+    }
+    // The other one's turn came after it.
+    QTRY_COMPARE(pair.window.pictures.size(), 1);
+    QCOMPARE(pair.window.pictures, QList<int>{2});
 }
 
 void MainWindowOverloadTest::realPicturesOnTheProcessor_data()
