@@ -140,15 +140,15 @@ void KTCamera::captureFrame(tq::KORmcu* mcu)
         fetchImu(mcu);
     }
     emit sendYUYVImage(static_cast<int>(serialNumber), tq::Mat(*frame), imu, pendingImu);
-    ring->markInFlight(frame);
     if (QAbstractEventDispatcher::instance(thread()) != nullptr) {
+        ring->markInFlight(frame);
         // Posted behind the frame, hence executed by the owner's event loop after the frame's
         // receivers on that thread.
         QMetaObject::invokeMethod(
             this, [emittedFrom = ring] { emittedFrom->release(); }, Qt::QueuedConnection);
     } else {
-        // The owner's thread delivers no events: only receivers called directly have seen it.
-        ring->release();
+        // The owner's thread can deliver no events: only receivers called directly have seen it.
+        ring->giveBack(frame);
     }
     pendingImu.clear();
 }

@@ -38,7 +38,8 @@ struct CameraResolutionDefinition {
 /// All functions belong to the thread that owns the object; only run() executes on the capture
 /// thread. Frames are written into a ring of buffers and a buffer is written again only after the
 /// owner's event loop has delivered the signal that carried it, so that a receiver living on the
-/// owner's thread never sees a torn frame, however late it is.
+/// owner's thread never sees a torn frame, however late it is. An owner whose thread has no event
+/// dispatcher has no such receivers; those that are called directly see every frame.
 class KTCamera : public QThread {
     Q_OBJECT
 

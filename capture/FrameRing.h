@@ -17,7 +17,8 @@
 /// and marks it as in flight; the owner's event loop, which delivers events in the order in which
 /// they were posted, gives it back when everything posted before has been delivered. When all
 /// buffers are in flight there is none to take and the frame is lost whole rather than torn. What a
-/// late receiver needed beyond 300 ms of frames is freed as it catches up. Thread safe.
+/// late receiver needed beyond 300 ms of frames is freed as it catches up. Where no event loop can
+/// deliver anything, the capture thread gives each buffer back itself. Thread safe.
 class FrameRing {
 public:
     /// @param width,height image size, pixels
@@ -33,12 +34,19 @@ public:
     /// How many buffers there may be: 240 MB of them, but at least two and at most 1000.
     static std::size_t depth(int width, int height);
 
+    /// How many there may be until the first one comes back: 64 MB of them, but at least
+    /// keptDepth() and at most 1000. While the program starts, nobody misses a frame.
+    static std::size_t startDepth(int width, int height, int fps);
+
     /// How many buffers stay allocated while they are idle: enough for a receiver that is 300 ms
     /// late, and at most depth().
     static std::size_t keptDepth(int width, int height, int fps);
 
     /// A buffer that nobody uses, or null when all are in flight. Capture thread.
     tq::Mat* acquire();
+
+    /// The buffer taken last is not used any more. Capture thread.
+    void giveBack(tq::Mat* buffer);
 
     /// The buffer taken last has been emitted. Capture thread.
     void markInFlight(tq::Mat* buffer);
@@ -53,6 +61,7 @@ private:
     const int width;
     const int height;
     const std::size_t limit;
+    const std::size_t startLimit;
     const std::size_t kept;
 
     std::atomic<bool> delivered{false};

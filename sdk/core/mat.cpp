@@ -13,11 +13,14 @@
 #include <utility>
 #include <vector>
 
+#include <sys/mman.h>
+
 namespace tq {
 
 namespace {
 
 constexpr std::size_t kAlignment = 64;
+constexpr std::size_t kMappedBytes = 1u << 20;
 constexpr std::size_t kMaxPooledBytes = 128u << 20;
 
 // Relaxed would do for counting up. This order shows the thread sanitizer, which does not see how
@@ -28,22 +31,40 @@ constexpr std::memory_order kCountUp = std::memory_order_acq_rel;
 
 namespace detail {
 
-/// Pixel memory shared by the copies of one image.
+/// Pixel memory shared by the copies of one image. What is large is mapped, so that the system has
+/// it back when it is freed, whatever lies beside it in the heap.
 class PixelStorage {
 public:
-    explicit PixelStorage(std::size_t byteCount)
-        : bytes(byteCount),
-          pixels(
-              static_cast<std::uint8_t*>(::operator new (byteCount, std::align_val_t{kAlignment})))
+    explicit PixelStorage(std::size_t byteCount) : bytes(byteCount), pixels(allocate(byteCount)) {}
+    ~PixelStorage()
     {
+        if (bytes >= kMappedBytes) {
+            munmap(pixels, bytes);
+        } else {
+            ::operator delete (pixels, std::align_val_t{kAlignment});
+        }
     }
-    ~PixelStorage() { ::operator delete (pixels, std::align_val_t{kAlignment}); }
     PixelStorage(const PixelStorage&) = delete;
     PixelStorage& operator=(const PixelStorage&) = delete;
 
     const std::size_t bytes;
     std::uint8_t* const pixels;
     std::atomic<int> references{1};
+
+private:
+    static std::uint8_t* allocate(std::size_t byteCount)
+    {
+        if (byteCount < kMappedBytes) {
+            return static_cast<std::uint8_t*>(
+                ::operator new (byteCount, std::align_val_t{kAlignment}));
+        }
+        void* const memory =
+            mmap(nullptr, byteCount, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (memory == MAP_FAILED) {
+            throw std::bad_alloc();
+        }
+        return static_cast<std::uint8_t*>(memory);
+    }
 };
 
 /// Keeps released pixel memory for the next image of the same size, up to kMaxPooledBytes.

@@ -18,6 +18,7 @@ namespace {
 constexpr int kSerial = 31123456;
 constexpr std::size_t kMegabyte = 1'000'000;
 constexpr std::size_t kLargestBacklog = 256 * kMegabyte;
+constexpr std::size_t kLargestRest = 150 * kMegabyte;
 
 /// A line of /proc/self/status that is given in kB, as bytes; 0 when it cannot be read.
 std::size_t memoryStatus(const char* key)
@@ -162,16 +163,24 @@ private slots:
         const int beforeDrain = count;
         QTRY_VERIFY_WITH_TIMEOUT(count >= beforeDrain + 60, 60000);
         camera.close();
+        QCoreApplication::processEvents();  // the ring goes with the last acknowledgement
+        const std::size_t after = std::max(memoryStatus("VmRSS:"), before);
 
-        const QString figures = QString("%1 buffers of %2 MB, %3 MB more resident, gap %4 ms")
+        const QString figures = QString(
+                                    "%1 buffers of %2 MB, %3 MB more resident, gap %4 ms, "
+                                    "afterwards %5 MB")
                                     .arg(buffers)
                                     .arg(frameBytes / kMegabyte)
                                     .arg((std::max(peak, before) - before) / kMegabyte)
-                                    .arg(largestGap / 1'000'000);
+                                    .arg(largestGap / 1'000'000)
+                                    .arg((after - before) / kMegabyte);
         qInfo().noquote() << figures;
+        QVERIFY2(buffers == FrameRing::depth(width, height), qPrintable(figures));
         QVERIFY2(buffers * frameBytes <= kLargestBacklog, qPrintable(figures));
         if (!kSanitized) {
             QVERIFY2(peak <= before + kLargestBacklog, qPrintable(figures));
+            // What the images' own pool keeps.
+            QVERIFY2(after <= before + kLargestRest, qPrintable(figures));
         }
         QCOMPARE(torn, 0);
         QCOMPARE(disordered, 0);

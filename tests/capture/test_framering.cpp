@@ -33,15 +33,16 @@ private slots:
         QTest::addColumn<int>("height");
         QTest::addColumn<int>("fps");
         QTest::addColumn<int>("depth");
+        QTest::addColumn<int>("start");
         QTest::addColumn<int>("kept");
-        QTest::newRow("300 ms and three more") << 960 << 600 << 30 << 208 << 12;
-        QTest::newRow("rounded up") << 960 << 600 << 25 << 208 << 11;
-        QTest::newRow("no rate") << 960 << 600 << 0 << 208 << 4;
-        QTest::newRow("GS") << 1920 << 1200 << 60 << 52 << 21;
-        QTest::newRow("UHD is bounded by memory") << 3840 << 2160 << 60 << 14 << 14;
-        QTest::newRow("at least two") << 20000 << 10000 << 30 << 2 << 2;
-        QTest::newRow("at most a thousand") << 4 << 2 << 30 << 1000 << 12;
-        QTest::newRow("no size") << 0 << 0 << 30 << 1000 << 12;
+        QTest::newRow("300 ms and three more") << 960 << 600 << 30 << 208 << 55 << 12;
+        QTest::newRow("rounded up") << 960 << 600 << 25 << 208 << 55 << 11;
+        QTest::newRow("no rate") << 960 << 600 << 0 << 208 << 55 << 4;
+        QTest::newRow("GS") << 1920 << 1200 << 60 << 52 << 21 << 21;
+        QTest::newRow("UHD is bounded by memory") << 3840 << 2160 << 60 << 14 << 14 << 14;
+        QTest::newRow("at least two") << 20000 << 10000 << 30 << 2 << 2 << 2;
+        QTest::newRow("at most a thousand") << 4 << 2 << 30 << 1000 << 1000 << 12;
+        QTest::newRow("no size") << 0 << 0 << 30 << 1000 << 1000 << 12;
     }
     void depth()
     {
@@ -49,8 +50,10 @@ private slots:
         QFETCH(int, height);
         QFETCH(int, fps);
         QFETCH(int, depth);
+        QFETCH(int, start);
         QFETCH(int, kept);
         QCOMPARE(FrameRing::depth(width, height), static_cast<std::size_t>(depth));
+        QCOMPARE(FrameRing::startDepth(width, height, fps), static_cast<std::size_t>(start));
         QCOMPARE(FrameRing::keptDepth(width, height, fps), static_cast<std::size_t>(kept));
     }
 
@@ -128,6 +131,42 @@ private slots:
             }
         }
         QCOMPARE(allocated(), std::size_t{0});
+    }
+
+    // Until the first one comes back there are fewer.
+    void start()
+    {
+        constexpr int kWidth = 1920;
+        constexpr int kHeight = 1200;
+        FrameRing ring(kWidth, kHeight, 30);
+        const auto fill = [&ring] {
+            std::size_t taken = 0;
+            while (tq::Mat* const buffer = ring.acquire()) {
+                ring.markInFlight(buffer);
+                ++taken;
+            }
+            return taken;
+        };
+        const std::size_t start = FrameRing::startDepth(kWidth, kHeight, 30);
+        const std::size_t depth = FrameRing::depth(kWidth, kHeight);
+        QVERIFY(start < depth);
+        QCOMPARE(fill(), start);
+        ring.release();
+        QCOMPARE(fill(), depth - start + 1);
+    }
+
+    void givenBackAtOnce()
+    {
+        FrameRing ring(4, 2, 30);
+        tq::Mat* const waits = ring.acquire();
+        ring.markInFlight(waits);
+        for (int n = 0; n < 2000; ++n) {
+            tq::Mat* const buffer = ring.acquire();
+            QVERIFY(buffer != nullptr && buffer != waits);
+            ring.giveBack(buffer);
+        }
+        QVERIFY(!ring.hasDelivered());
+        QCOMPARE(toList(sdkfake::callTexts(sdkfake::Image)).count("Mat.alloc(4, 2, 5, 1)"), 2);
     }
 
     void releaseWithNothingInFlight()
