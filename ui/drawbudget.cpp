@@ -45,7 +45,7 @@ void DrawBudget::drawn(const QString& panel, qint64 start, qint64 end)
     refill(end);
     Panel& state = panels[panel];
     if (state.lastDrawn >= 0) {
-        account -= end - start;
+        account -= std::min(end - start, kMostPaidNs);
     }
     state.lastDrawn = end;
     state.waits = false;

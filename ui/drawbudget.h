@@ -20,7 +20,8 @@
 /// All times are nanoseconds of one monotonic clock. GUI thread.
 class DrawBudget {
 public:
-    static constexpr qint64 kReserveNs = 60'000'000;  ///< what the account holds at most
+    static constexpr qint64 kReserveNs = 60'000'000;     ///< what the account holds at most
+    static constexpr qint64 kMostPaidNs = 1000'000'000;  ///< what a draw costs at most
 
     /// Whether @p panel may draw now; if not, it waits from now on.
     bool request(const QString& panel, qint64 now);
@@ -32,7 +33,8 @@ public:
     qint64 delay(qint64 now);
 
     /// Reports a draw; the panel no longer waits. The first draw of a panel is free: it also builds
-    /// what later ones find ready, which says nothing about the speed of drawing.
+    /// what later ones find ready, which says nothing about the speed of drawing. Nor does a draw
+    /// during which the machine stood still for seconds: it costs kMostPaidNs.
     void drawn(const QString& panel, qint64 start, qint64 end);
 
     /// The panel no longer waits.

@@ -103,8 +103,8 @@ public slots:
     /// Shows the description of a camera in its panel.
     void updateCameraWidget(int serial, CameraInfos infos);
     /// Shows a frame in its camera's panel, at most one every 31 ms per panel. A frame of another
-    /// size than the one in the panel's description is dropped, and so is one that there is no time
-    /// to draw (see DrawBudget).
+    /// size than the one in the panel's description is dropped. One that there is no time to draw
+    /// is drawn later, unless a newer one has come by then (see PreviewQueue).
     void updateCameraFrame(int serial, tq::Mat frame);
     void addCameraWidget(int serial_number);
     void removeCameraWidget(int serial_number);

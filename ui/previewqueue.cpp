@@ -11,7 +11,7 @@ constexpr qint64 kNsPerMs = 1'000'000;
 
 }  // namespace
 
-PreviewQueue::PreviewQueue(Draw function) : draw(std::move(function))
+PreviewQueue::PreviewQueue(Draw drawFrame) : draw(std::move(drawFrame))
 {
     clock.start();
     timer.setSingleShot(true);
@@ -64,7 +64,7 @@ void PreviewQueue::drawNext()
     scheduleNext();
 }
 
-// Never without a pause: a timer of 0 ms would be served only after everything else.
+// Never without a pause, so that other events come in between two draws.
 void PreviewQueue::scheduleNext()
 {
     if (!budget.next().isNull() && !timer.isActive()) {

@@ -20,8 +20,8 @@ class PreviewQueue {
 public:
     using Draw = std::function<void(const QString& panel, const tq::Mat& frame)>;
 
-    /// @param draw draws a frame on the panel of that name
-    explicit PreviewQueue(Draw draw);
+    /// @param drawFrame draws a frame on the panel of that name
+    explicit PreviewQueue(Draw drawFrame);
     ~PreviewQueue();
     PreviewQueue(const PreviewQueue&) = delete;
     PreviewQueue& operator=(const PreviewQueue&) = delete;

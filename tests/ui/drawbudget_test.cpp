@@ -257,6 +257,10 @@ void DrawBudgetTest::delay()
     QCOMPARE(budget.delay(kSecond + 179 * kMs), kMs);
     QCOMPARE(budget.delay(kSecond + 180 * kMs), qint64{0});
     QCOMPARE(budget.delay(kSecond + 300 * kMs), qint64{0});
+
+    // A draw in which the machine stood still.
+    budget.drawn(panel, 2 * kSecond, 9 * kSecond);
+    QCOMPARE(budget.delay(9 * kSecond), 2 * (DrawBudget::kMostPaidNs - DrawBudget::kReserveNs));
 }
 
 void DrawBudgetTest::panelLosesItsTurn_data()
