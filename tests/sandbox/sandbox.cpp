@@ -3,6 +3,7 @@
 // systemctl.
 #include "tests/sandbox/sandbox.h"
 
+#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -161,6 +162,10 @@ Result run(const Options& options, const QString& program, const QStringList& ar
     result.status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
     result.output = process.readAllStandardOutput();
     result.error = process.readAllStandardError();
+    // Tests look at parts of it; a report must be seen whatever they compare.
+    if (result.error.contains("Sanitizer") || result.error.contains(": runtime error: ")) {
+        qWarning().noquote() << result.error;
+    }
     return result;
 }
 
