@@ -20,10 +20,10 @@
 /// All times are nanoseconds of one monotonic clock. GUI thread.
 class DrawBudget {
 public:
-    static constexpr qint64 kReserveNs = 60'000'000;     ///< what the account holds at most
-    static constexpr qint64 kMostPaidNs = 1000'000'000;  ///< what a draw costs at most
+    static constexpr qint64 kReserveNs = 60'000'000;      ///< what the account holds at most
+    static constexpr qint64 kMostPaidNs = 1'000'000'000;  ///< what a draw costs at most
 
-    /// Whether @p panel may draw now; if not, it waits from now on.
+    /// Whether @p panel may draw now, which drawn() is to report; if not, it waits from now on.
     bool request(const QString& panel, qint64 now);
 
     /// The panel that draws next of those that wait; empty when none does.

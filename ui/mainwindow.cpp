@@ -547,7 +547,6 @@ void MainWindow::addCameraWidget(int serial_number)
 {
     auto* const panel = new CameraWidget(this);
     cameraPanels.insert(QString::number(serial_number), panel);
-    previews.forget(QString::number(serial_number));
     ui->scrollAreaWidgetContentsHorizontalLayout->addWidget(panel);
     arrangePanels();
 }

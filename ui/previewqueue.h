@@ -45,5 +45,5 @@ private:
     DrawBudget budget;
     QElapsedTimer clock;
     QTimer timer;
-    std::map<QString, tq::Mat> frames;  // a panel's waits if the budget says that the panel does
+    std::map<QString, tq::Mat> frames;  // kept for reuse; one waits while the budget says so
 };

@@ -307,7 +307,7 @@ void MainWindowOverloadTest::describedAnewForgetsItsFrame_data()
     QTest::addColumn<bool>("removed");
     QTest::newRow("closed") << 0 << false;
     QTest::newRow("another size") << 32 << false;
-    QTest::newRow("removed") << 16 << true;
+    QTest::newRow("removed and added again") << 16 << true;
 }
 
 // The frame that waits for a panel shows what its camera no longer is.
@@ -320,6 +320,7 @@ void MainWindowOverloadTest::describedAnewForgetsItsFrame()
     pair.give(kFirstCamera + 1, 2);
     if (removed) {
         pair.window.removeCameraWidget(kFirstCamera);
+        pair.window.addCameraWidget(kFirstCamera);
     } else {
         pair.window.updateCameraWidget(kFirstCamera, camera(kFirstCamera, height, height));
     }
