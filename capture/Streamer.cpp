@@ -329,15 +329,15 @@ void VirtualCameraStreamer::recycle(ImageQueue& queue, std::mutex& mutex, std::s
 void VirtualCameraStreamer::warnAboutSize(const tq::Mat& left, const tq::Mat& right)
 {
     const auto matches = [this](const tq::Mat& image) {
-        return image.getWidth() == static_cast<std::size_t>(sbsWidth) &&
-               image.getHeight() == static_cast<std::size_t>(sbsHeight);
+        return sdk::widthOf(image) == static_cast<std::size_t>(sbsWidth) &&
+               sdk::heightOf(image) == static_cast<std::size_t>(sbsHeight);
     };
     if (!sizeWarned && !(matches(left) && matches(right))) {
         sizeWarned = true;
         qWarning() << "[VirtualCameraStreamer] Virtual camera" << config.serialNumber
                    << "is configured for eyes of" << sbsWidth << "x" << sbsHeight
-                   << "but its cameras deliver" << left.getWidth() << "x" << left.getHeight()
-                   << "and" << right.getWidth() << "x" << right.getHeight()
+                   << "but its cameras deliver" << sdk::widthOf(left) << "x" << sdk::heightOf(left)
+                   << "and" << sdk::widthOf(right) << "x" << sdk::heightOf(right)
                    << ": the pictures are cropped or padded";
     }
 }
@@ -347,7 +347,7 @@ bool VirtualCameraStreamer::fitFrame(tq::Mat& frame) const
 {
     const auto joinedWidth = static_cast<std::size_t>(std::max(sbsWidth, 0)) * 2;
     const auto joinedHeight = static_cast<std::size_t>(std::max(sbsHeight, 0));
-    if (frame.getWidth() != joinedWidth || frame.getHeight() != joinedHeight) {
+    if (sdk::widthOf(frame) != joinedWidth || sdk::heightOf(frame) != joinedHeight) {
         frame.alloc(joinedWidth, joinedHeight, sdk::kYuyv, sdk::kHostMemory);
     }
     return frame.getPtr<unsigned char>(sdk::kHostMemory) != nullptr;

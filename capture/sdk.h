@@ -90,6 +90,17 @@ inline void setCaptureTime(tq::Mat& image, tq::Timestamp time)
     std::memcpy(reinterpret_cast<unsigned char*>(&image) + kMatTimestampOffset, &time, sizeof time);
 }
 
+/// Size of an image, pixels. Where an SDK's header spells these two otherwise, this is the only
+/// place that must know.
+inline std::size_t widthOf(const tq::Mat& image)
+{
+    return image.getWidth();
+}
+inline std::size_t heightOf(const tq::Mat& image)
+{
+    return image.getHeight();
+}
+
 /// Registers the records that travel through queued signals. Idempotent; any thread.
 void registerMetaTypes();
 

@@ -13,7 +13,7 @@ struct EyeRows {
     EyeRows(const tq::Mat& image, std::size_t eyeRowBytes)
         : pixels(image.getPtr<unsigned char>(sdk::kHostMemory)),
           step(image.getStepBytes(sdk::kHostMemory)),
-          rows(pixels != nullptr ? image.getHeight() : 0),
+          rows(pixels != nullptr ? sdk::heightOf(image) : 0),
           copied(std::min(step, eyeRowBytes)),
           padded(eyeRowBytes - copied)
     {
