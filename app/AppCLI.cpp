@@ -25,11 +25,6 @@ constexpr unsigned long kDaemonPauseMs = 2000;
     std::_Exit(EXIT_FAILURE);
 }
 
-bool isSolo(tq::MODEL model)
-{
-    return model == sdk::kSoloGs || model == sdk::kSoloUhd;
-}
-
 QVector<int> physicalSerials(const QList<VirtualCameraInfos>& records)
 {
     QVector<int> serials;
@@ -87,9 +82,7 @@ bool AppCLI::openCameras(const QVector<int>& wantedSerials, const VirtualCameraI
 
     for (const tq::DeviceProperties& device : ArgusCamera::getGMSLDevices(true, false)) {
         if (rememberedModel != sdk::kNoModel && rememberedModel != device.model) {
-            std::cout << "Incompatible camera model: " << tq::toString(device.model).c_str()
-                      << " instead of " << tq::toString(rememberedModel).c_str()
-                      << ". You cannot use different models at the same time with this version."
+            std::cout << incompatibleModelText(device.model, rememberedModel).toStdString()
                       << std::endl;
             return false;
         }
@@ -97,9 +90,8 @@ bool AppCLI::openCameras(const QVector<int>& wantedSerials, const VirtualCameraI
             continue;
         }
         auto* const camera = new KTCamera();
-        const tq::Resolution resolution(static_cast<std::uint64_t>(settings.width),
-                                        static_cast<std::uint64_t>(settings.height));
-        if (camera->open(device.id, resolution, settings.fps, settings.hdr != 0) != 0) {
+        if (camera->open(device.id, resolutionOf(settings.width, settings.height), settings.fps,
+                         settings.hdr != 0) != 0) {
             endProcess();
         }
         cameras.insert(static_cast<int>(camera->getSN()), camera);
@@ -116,13 +108,8 @@ void AppCLI::startStreamer(const VirtualCameraInfos& record)
     streamers.insert(virtualSerial, streamer);
 
     // The lookups insert a null entry for a camera that is absent: that eye stays unconnected.
-    if (const KTCamera* const left = cameras[static_cast<int>(record.leftSerialNumber)]) {
-        connect(left, &KTCamera::sendYUYVImage, streamer, &VirtualCameraStreamer::ingestLeftImage);
-    }
-    if (const KTCamera* const right = cameras[static_cast<int>(record.rightSerialNumber)]) {
-        connect(right, &KTCamera::sendYUYVImage, streamer,
-                &VirtualCameraStreamer::ingestRightImage);
-    }
+    connectEyes(cameras[static_cast<int>(record.leftSerialNumber)],
+                cameras[static_cast<int>(record.rightSerialNumber)], streamer);
     if (streamer->open(record) != 0) {
         endProcess();
     }
@@ -130,12 +117,6 @@ void AppCLI::startStreamer(const VirtualCameraInfos& record)
 
 void AppCLI::releaseAll()
 {
-    for (KTCamera*& camera : cameras) {
-        delete camera;
-        camera = nullptr;
-    }
-    for (VirtualCameraStreamer*& streamer : streamers) {
-        delete streamer;
-        streamer = nullptr;
-    }
+    release(cameras);
+    release(streamers);
 }

@@ -3,13 +3,12 @@
 #pragma once
 
 #include <QList>
-#include <QMap>
 #include <QObject>
 #include <QString>
 #include <QVector>
 
-#include "capture/Camera.h"
-#include "capture/Streamer.h"
+#include "app/cameraset.h"
+#include "capture/VirtualCameraInfos.h"
 
 /// Streams every configured virtual camera until the process is killed. The constructor does all
 /// the work; afterwards only the event loop runs. Main thread.
@@ -30,6 +29,6 @@ private:
     void startStreamer(const VirtualCameraInfos& record);
     void releaseAll();
 
-    QMap<int, KTCamera*> cameras;                 // by physical serial
-    QMap<int, VirtualCameraStreamer*> streamers;  // by virtual serial
+    Cameras cameras;
+    Streamers streamers;
 };

@@ -7,13 +7,12 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QThread>
-#include <algorithm>
 #include <iostream>
 
 #include "app/commands/commandrunners.h"
 #include "app/virtualcameraconfig.h"
 #include "ui/mainwindow.h"
-#include "ui/waitnotice.h"
+#include "ui/statusline.h"
 
 namespace {
 
@@ -24,16 +23,6 @@ constexpr int kAvailable = 0;
 QString configPath()
 {
     return QString::fromLatin1(kVirtualCameraConfigPath);
-}
-
-bool isSolo(tq::MODEL model)
-{
-    return model == sdk::kSoloGs || model == sdk::kSoloUhd;
-}
-
-tq::Resolution resolutionOf(int width, int height)
-{
-    return {static_cast<std::uint64_t>(width), static_cast<std::uint64_t>(height)};
 }
 
 void showInformation(QWidget* parent, const QString& text)
@@ -79,7 +68,8 @@ AppGui::AppGui() : window(new MainWindow(nullptr))
 AppGui::~AppGui()
 {
     saveCurrentConfiguration();
-    releaseAll();
+    releaseCameras();
+    release(streamers);
     ArgusCamera::deleteProviderInstance();
     handOverToService();
     delete window;
@@ -87,7 +77,7 @@ AppGui::~AppGui()
 
 void AppGui::takeCamerasFromService()
 {
-    const WaitNotice notice(window->footLine(), tr("Stopping the background service..."));
+    const StatusLine::Wait wait(window->statusLine(), tr("Stopping the background service..."));
     startBlockingProcess(QStringLiteral("./"),
                          QStringLiteral("sudo systemctl stop ") + QLatin1String(kServiceUnit),
                          false);
@@ -97,21 +87,17 @@ void AppGui::connectWindow()
 {
     connect(window, SIGNAL(askCameras()), this, SLOT(reloadCameras()));
     connect(window, SIGNAL(saveConf()), this, SLOT(applyVirtualStreamerConfiguration()));
-    connect(window, &MainWindow::disableStream, this, [this](uint64_t serial) {
-        triggerStream(static_cast<int>(serial), false);
-        // A row from the configuration sends 0 when its cameras change: its stream has none now.
-        stopOrphanedStreamers();
+    connect(window, &MainWindow::disableStream, this,
+            [this](uint64_t serial) { triggerStream(static_cast<int>(serial), false); });
+    connect(window, &MainWindow::activateStream, this, [this](int serial) {
+        window->statusLine()->setText(window->streamObstacle(serial));
+        triggerStream(serial, true);
     });
-    connect(window, &MainWindow::activateStream, this,
-            [this](int serial) { triggerStream(serial, true); });
-    window->onRowRemoved([this] { stopOrphanedStreamers(); });
+    window->onRowRemoved([this] { stopStreamersWithoutRow(); });
 
     settings.open("Vistrel");
-    width = settings.archConf.width;
-    height = settings.archConf.height;
-    fps = settings.archConf.fps;
-    hdr = settings.archConf.hdr_mode;
-    chosen = storedSettings();
+    const auto& stored = settings.archConf;
+    global = {stored.fps, stored.width, stored.height, stored.hdr_mode};
 
     // One text for all three failures, deliberately: it is what logs are searched for.
     const auto report = [](bool connected) {
@@ -122,38 +108,26 @@ void AppGui::connectWindow()
     report(connect(window, &MainWindow::resolutionChanged, this,
                    [this](const QList<int>& serials, int newWidth, int newHeight, bool newHdr) {
                        // The signal carries no frame rate: the one of all cameras stays.
-                       onResolutionChanged(serials, newWidth, newHeight,
-                                           currentSettings(chosen).fps, newHdr);
+                       readCurrentSettings();
+                       onResolutionChanged(serials, newWidth, newHeight, global.fps, newHdr);
                    }));
     report(connect(window, &MainWindow::resolutionAndFPSChanged, this,
                    [this](int newFps, int newWidth, int newHeight, bool newHdr) {
-                       chosen = {newFps, newWidth, newHeight, newHdr};
                        onResolutionChanged(cameras.keys(), newWidth, newHeight, newFps, newHdr);
                    }));
     report(connect(this, &AppGui::StreamEnabled, window, &MainWindow::UpdateStreamingStatus));
 }
 
-// What the window's lists say, each value for itself: the frame-rate list may be blank while the
-// other one is not.
-AppGui::CaptureSettings AppGui::currentSettings(const CaptureSettings& fallback) const
+// What the lists have no value for stays as it was, but HDR.
+void AppGui::readCurrentSettings()
 {
-    CaptureSettings current{fallback.fps, 0, 0, false};
-    window->getCurrentSettings(current.fps, current.width, current.height, current.hdr);
-    if (current.width == 0 || current.height == 0) {
-        // Without a resolution there is no text that could say whether it is HDR.
-        return {current.fps, fallback.width, fallback.height, fallback.hdr};
-    }
-    return current;
+    window->getCurrentSettings(global.fps, global.width, global.height, global.hdr);
 }
 
 void AppGui::saveCurrentConfiguration()
 {
-    const CaptureSettings current = currentSettings(chosen);
-    width = current.width;
-    height = current.height;
-    fps = current.fps;
-    hdr = current.hdr;
-    settings.saveConf(width, height, fps, hdr ? 1 : 0);
+    readCurrentSettings();
+    settings.saveConf(global.width, global.height, global.fps, global.hdr ? 1 : 0);
 }
 
 void AppGui::loadVirtualStreamerConfiguration()
@@ -189,7 +163,7 @@ void AppGui::applyVirtualStreamerConfiguration()
         if (question.exec() != QMessageBox::Yes) {
             return;
         }
-        const WaitNotice notice(window->footLine(), tr("Removing the configuration..."));
+        const StatusLine::Wait wait(window->statusLine(), tr("Removing the configuration..."));
         startBlockingProcess(QStringLiteral("."), QStringLiteral("rm ") + configPath(), false);
     }
 
@@ -210,7 +184,6 @@ void AppGui::applyVirtualStreamerConfiguration()
 
 void AppGui::reloadCameras()
 {
-    window->footLine()->setNotice(QString());
     releaseCameras();
     restartCameraDaemon();
 
@@ -218,22 +191,24 @@ void AppGui::reloadCameras()
     tq::MODEL model = sdk::kNoModel;
     if (!findCameras(found, model)) {
         releaseCameras();
-        refeedStreamers();
-        window->footLine()->setNotice(tr("No camera is open: different models are connected"));
+        window->statusLine()->setText(tr("No camera is open: different models are connected"));
         return;
     }
     qDebug() << "[KORVistrel] Found : " << found.size() << " available cameras";
     window->SetNoCameraLabelVisible(found.empty());
     window->setGlobalCameraConfigurationContent(model);
     window->onGlobalResolutionChanged(QString());
-
-    offerSerials(found.empty() ? QList<int>() : openCameras(found));
-    refeedStreamers();
+    if (!found.empty()) {
+        chooseGlobalSettings();
+        openCameras(found);
+    }
+    offerSerials();
+    feedStreamers();
 }
 
 void AppGui::restartCameraDaemon()
 {
-    const WaitNotice notice(window->footLine(), tr("Restarting the camera daemon..."));
+    const StatusLine::Wait wait(window->statusLine(), tr("Restarting the camera daemon..."));
     startBlockingProcess(QStringLiteral("./"),
                          QStringLiteral("sudo systemctl restart nvargus-daemon.service"), false);
     QThread::sleep(kDaemonPauseS);  // the daemon needs time to come up
@@ -253,12 +228,7 @@ bool AppGui::findCameras(std::vector<tq::DeviceProperties>& found, tq::MODEL& mo
             model = device.model;
         }
         if (device.model != model) {
-            const QString text =
-                QStringLiteral(
-                    "Incompatible camera model: %1 instead of %2. You cannot use different models "
-                    "at the same time with this version.")
-                    .arg(QString::fromUtf8(tq::toString(device.model).c_str()),
-                         QString::fromUtf8(tq::toString(model).c_str()));
+            const QString text = incompatibleModelText(device.model, model);
             showInformation(window, text);
             std::cout << text.toStdString() << std::endl;
             return false;
@@ -268,94 +238,76 @@ bool AppGui::findCameras(std::vector<tq::DeviceProperties>& found, tq::MODEL& mo
     return true;
 }
 
-// Selects the settings of all cameras in the window. Returns what was asked for, which the lists
-// may be unable to show.
-AppGui::CaptureSettings AppGui::chooseGlobalSettings()
+// Selects the settings of all cameras in the window and takes over what it could select. The
+// frame-rate list may be blank then: the rate that was asked for stays.
+void AppGui::chooseGlobalSettings()
 {
-    CaptureSettings asked = storedSettings();
-    if (!QFile::exists(configPath())) {
-        window->setCurrentSettings(asked.fps, asked.width, asked.height, asked.hdr);
-        return asked;
-    }
-    // One setting for all cameras: the last record with a size wins. Deliberate.
-    const QList<VirtualCameraInfos> records = readVirtualCameraConfig(configPath());
-    for (const VirtualCameraInfos& record : records) {
-        if (record.width > 0 && record.height > 0) {
-            asked = {record.fps, record.width, record.height, record.hdr != 0};
-            window->setCurrentSettings(asked.fps, asked.width, asked.height, asked.hdr);
+    if (QFile::exists(configPath())) {
+        // One setting for all cameras: the last record with a size wins. Deliberate.
+        const QList<VirtualCameraInfos> records = readVirtualCameraConfig(configPath());
+        for (const VirtualCameraInfos& record : records) {
+            if (record.width > 0 && record.height > 0) {
+                global.fps = record.fps;
+                window->setCurrentSettings(record.fps, record.width, record.height,
+                                           record.hdr != 0);
+            }
         }
+    } else {
+        window->setCurrentSettings(global.fps, global.width, global.height, global.hdr);
     }
-    return asked;
+    readCurrentSettings();
 }
 
-// Opens what was found with the settings of all cameras. Returns the serial numbers of those that
-// opened.
-QList<int> AppGui::openCameras(const std::vector<tq::DeviceProperties>& found)
+void AppGui::openCameras(const std::vector<tq::DeviceProperties>& found)
 {
-    const WaitNotice notice(window->footLine(), tr("Opening the cameras..."));
-    chosen = currentSettings(chooseGlobalSettings());
-    QList<int> serials;
+    const StatusLine::Wait wait(window->statusLine(), tr("Opening the cameras..."));
     for (const tq::DeviceProperties& device : found) {
-        if (const int serial = openCamera(device, chosen)) {
-            serials.append(serial);
+        auto* const camera = new KTCamera();
+        const int result = openCamera(camera, device.id, global);
+        if (result != 0) {
+            qDebug() << "[KORVistrel] Failed to open camera " << device.id << " at resolution "
+                     << global.width << "x" << global.height << "@" << global.fps
+                     << " ==> ErrCode=" << result;
+            abandon(camera);
+            continue;
         }
+        const int serial = static_cast<int>(camera->getSN());
+        window->addCameraWidget(serial);
+        showCamera(camera);
+        cameras.insert(serial, camera);
     }
-    return serials;
 }
 
-// Returns the serial number under which the camera is stored, 0 when it did not open.
-int AppGui::openCamera(const tq::DeviceProperties& device, const CaptureSettings& wanted)
+int AppGui::openCamera(KTCamera* camera, int id, const CaptureSettings& wanted)
 {
-    auto* const camera = new KTCamera();
-    qDebug() << "[KORVistrel] Opening camera " << device.id << " at Resolution " << wanted.width
-             << "x" << wanted.height << "@" << wanted.fps;
-    const int result =
-        camera->open(device.id, resolutionOf(wanted.width, wanted.height), wanted.fps, wanted.hdr);
-    if (result != 0) {
-        qDebug() << "[KORVistrel] Failed to open camera " << device.id << " at resolution "
-                 << wanted.width << "x" << wanted.height << "@" << wanted.fps
-                 << " ==> ErrCode=" << result;
-        abandon(camera);
-        return 0;
-    }
+    qDebug() << "[KORVistrel] Opening camera " << id << " at Resolution " << wanted.width << "x"
+             << wanted.height << "@" << wanted.fps;
+    return camera->open(id, resolutionOf(wanted.width, wanted.height), wanted.fps, wanted.hdr);
+}
+
+// Describes an opened camera in its panel and shows its pictures there.
+void AppGui::showCamera(const KTCamera* camera)
+{
     const int serial = static_cast<int>(camera->getSN());
-    window->addCameraWidget(serial);
     cameraInfos[serial] = camera->getInfos();
     window->updateCameraWidget(serial, cameraInfos[serial]);
-    connectPreview(camera);
-    cameras.insert(serial, camera);
-    return serial;
-}
-
-void AppGui::connectPreview(const KTCamera* camera) const
-{
     connect(camera, SIGNAL(sendYUYVImage(int, tq::Mat, tq::IMUPacket, std::vector<tq::IMUPacket>)),
             window, SLOT(updateCameraFrame(int, tq::Mat)));
 }
 
-void AppGui::offerSerials(const QList<int>& serials)
+void AppGui::offerSerials()
 {
     QStringList texts;
-    for (const int serial : serials) {
-        texts.append(QString::number(serial));
+    for (auto serial = cameras.keyBegin(); serial != cameras.keyEnd(); ++serial) {
+        texts.append(QString::number(*serial));
     }
-    // Offering the serials clears every row's choices; a reload must not lose the operator's work,
-    // not even that on cameras which come back only with a later one.
-    const QMap<QString, VirtualCameraInfos> former = window->editorRecords();
-    window->updateSerialList(texts);
-    window->restoreSerialChoices(former);
+    window->offerSerials(texts);
 }
 
 void AppGui::onResolutionChanged(QList<int> serials, int newWidth, int newHeight, int newFps,
                                  bool is_hdr)
 {
     window->stopVirtualStreamers();
-    // Streams whose row was renumbered or removed meanwhile: frames of another size would not fit.
-    const QList<int> left = streamers.keys();
-    for (const int serial : left) {
-        stopStreamer(serial);
-    }
-
     logResolutionChange(serials, newWidth, newHeight);
 
     QList<KTCamera*> affected;
@@ -367,7 +319,6 @@ void AppGui::onResolutionChanged(QList<int> serials, int newWidth, int newHeight
     if (affected.isEmpty()) {
         return;
     }
-    const WaitNotice notice(window->footLine(), tr("Opening the cameras..."));
     // All are closed before the first is reopened: cameras on one link share its bandwidth.
     for (KTCamera* const camera : qAsConst(affected)) {
         disconnect(camera,
@@ -375,38 +326,28 @@ void AppGui::onResolutionChanged(QList<int> serials, int newWidth, int newHeight
                    window, SLOT(updateCameraFrame(int, tq::Mat)));
         camera->close();
     }
-    for (KTCamera* const camera : qAsConst(affected)) {
-        reopenCamera(camera, resolutionOf(newWidth, newHeight), newFps, is_hdr);
-    }
+    reopenCameras(affected, {newFps, newWidth, newHeight, is_hdr});
 }
 
-void AppGui::reopenCamera(KTCamera* camera, tq::Resolution resolution, int newFps, bool newHdr)
+void AppGui::reopenCameras(const QList<KTCamera*>& closed, const CaptureSettings& wanted)
 {
-    const int id = camera->getInfos().id;
-    qDebug() << "[KORVistrel] Opening camera " << id << " at Resolution " << resolution.width << "x"
-             << resolution.height << "@" << newFps;
-    const int result = camera->open(id, resolution, newFps, newHdr);
-    if (result != 0) {
-        // Two blanks, deliberately.
-        qDebug() << "[KORVistrel] Failed  to reopen the camera ==> ErrCode=" << result;
-        forgetDescription(static_cast<int>(camera->getSN()));
-        return;
+    QStringList failed;
+    {
+        const StatusLine::Wait wait(window->statusLine(), tr("Opening the cameras..."));
+        for (KTCamera* const camera : closed) {
+            const int result = openCamera(camera, camera->getInfos().id, wanted);
+            if (result == 0) {
+                showCamera(camera);
+                continue;
+            }
+            // Two blanks, deliberately.
+            qDebug() << "[KORVistrel] Failed  to reopen the camera ==> ErrCode=" << result;
+            failed.append(QString::number(camera->getSN()));
+        }
     }
-    const int serial = static_cast<int>(camera->getSN());
-    cameraInfos[serial] = camera->getInfos();
-    window->updateCameraWidget(serial, cameraInfos[serial]);
-    connectPreview(camera);
-}
-
-// The camera is closed: neither its panel nor a stream may go by what it was opened with before.
-void AppGui::forgetDescription(int serial)
-{
-    if (cameraInfos.contains(serial)) {
-        CameraInfos closed = cameraInfos.take(serial);
-        closed.width = 0;
-        closed.height = 0;
-        closed.fps = 0;
-        window->updateCameraWidget(serial, closed);
+    if (!failed.isEmpty()) {
+        window->statusLine()->setText(
+            tr("No pictures from %1: it could not be opened again").arg(failed.join(", ")));
     }
 }
 
@@ -416,7 +357,6 @@ void AppGui::triggerStream(int serial, bool enable)
 {
     if (enable) {
         qDebug() << "[KORVistrel] Enable streaming of virtual camera S/N" << serial;
-        window->footLine()->showRemark(obstacleOf(serial));
     } else {
         qDebug() << "[KORVistrel] Disable streaming of virtual camera S/N" << serial;
     }
@@ -425,9 +365,6 @@ void AppGui::triggerStream(int serial, bool enable)
     }
     const VirtualCameraInfos record = window->getVirtualCameraInfo(serial);
     if (record.virtualSerialNumber != static_cast<std::uint64_t>(serial)) {
-        if (enable) {
-            logClosedCameras(serial);
-        }
         return;
     }
     if (streamers.contains(serial)) {
@@ -443,71 +380,7 @@ void AppGui::triggerStream(int serial, bool enable)
             window, QStringLiteral("Invalid configuration. The same camera was selected twice."));
         return;
     }
-    if (!cameraInfos.contains(static_cast<int>(record.leftSerialNumber)) ||
-        !cameraInfos.contains(static_cast<int>(record.rightSerialNumber))) {
-        logClosedCameras(serial);
-        return;
-    }
-    // One that nothing shows any more could hold the port.
-    stopOrphanedStreamers();
     startStreamer(record);
-}
-
-void AppGui::logClosedCameras(int virtualSerial) const
-{
-    const QMap<QString, VirtualCameraInfos> rows = window->editorRecords();
-    for (const VirtualCameraInfos& row : rows) {
-        if (row.virtualSerialNumber != static_cast<std::uint64_t>(virtualSerial)) {
-            continue;
-        }
-        for (const std::uint64_t serial : {row.leftSerialNumber, row.rightSerialNumber}) {
-            if (serial != 0 && !cameraInfos.contains(static_cast<int>(serial))) {
-                qDebug() << "[KORVistrel] Camera S/N" << serial << "is not open";
-            }
-        }
-    }
-}
-
-// Why pressing "Stream" cannot do anything, for the operator; empty when it can.
-QString AppGui::obstacleOf(int virtualSerial) const
-{
-    if (virtualSerial < 1) {
-        return tr("Press Generate first");
-    }
-    QString obstacle;
-    const QMap<QString, VirtualCameraInfos> rows = window->editorRecords();
-    for (const VirtualCameraInfos& row : rows) {
-        if (row.virtualSerialNumber == static_cast<std::uint64_t>(virtualSerial)) {
-            obstacle = obstacleOf(row);
-            if (obstacle.isEmpty()) {
-                break;  // of rows with one number, this one is streamed
-            }
-        }
-    }
-    return obstacle;
-}
-
-QString AppGui::obstacleOf(const VirtualCameraInfos& row) const
-{
-    for (const std::uint64_t serial : {row.leftSerialNumber, row.rightSerialNumber}) {
-        if (serial == 0) {
-            return tr("Choose both cameras first");
-        }
-        if (!cameras.contains(static_cast<int>(serial))) {
-            return tr("Camera %1 is not available").arg(serial);
-        }
-        if (!cameraInfos.contains(static_cast<int>(serial))) {
-            return tr("Camera %1 is not open").arg(serial);
-        }
-    }
-    const CameraInfos left = cameraInfos.value(static_cast<int>(row.leftSerialNumber));
-    const CameraInfos right = cameraInfos.value(static_cast<int>(row.rightSerialNumber));
-    if (left.width != right.width || left.height != right.height) {
-        return tr("Cameras %1 and %2 have different resolutions")
-            .arg(row.leftSerialNumber)
-            .arg(row.rightSerialNumber);
-    }
-    return {};
 }
 
 void AppGui::startStreamer(const VirtualCameraInfos& record)
@@ -522,15 +395,15 @@ void AppGui::startStreamer(const VirtualCameraInfos& record)
     const QPointer<VirtualCameraStreamer> reporter(streamer);
     if (!connect(streamer, &VirtualCameraStreamer::StreamUpdated, this,
                  [this, reporter](int stoppedSerial, bool) {
-                     if (reporter && streamers.value(stoppedSerial) == reporter) {
+                     if (reporter) {
                          emit StreamEnabled(stoppedSerial, false);
                      }
                  })) {
         qDebug() << "[KORVistrel] Unable to connect the stream update signal.";
     }
-    connectEyes(streamer, record);
+    feedStreamer(streamer, record);
 
-    const int result = streamer->open(record);
+    const int result = openStreamer(streamer, record);
     if (result == 0) {
         emit StreamEnabled(serial, true);
         return;
@@ -545,8 +418,13 @@ void AppGui::startStreamer(const VirtualCameraInfos& record)
     box.exec();
     delete streamers.take(serial);
     streamRecords.remove(serial);
-    // The row may still show a stream that was stopped for this one.
-    window->UpdateStreamingStatus(static_cast<unsigned long>(serial), false);
+}
+
+// Trying encoders may take seconds.
+int AppGui::openStreamer(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record)
+{
+    const StatusLine::Wait wait(window->statusLine(), tr("Starting the stream..."));
+    return streamer->open(record);
 }
 
 void AppGui::stopStreamer(int serial)
@@ -556,60 +434,28 @@ void AppGui::stopStreamer(int serial)
     emit StreamEnabled(serial, false);
 }
 
-// A stream loses its row when the row is removed, gets another number or changes its cameras.
-// Nobody could stop it then, and its port stays taken.
-void AppGui::stopOrphanedStreamers()
+// Nobody could stop the stream of a removed row any more, and its port would stay taken.
+void AppGui::stopStreamersWithoutRow()
 {
-    const QMap<QString, VirtualCameraInfos> rows = window->editorRecords();
     const QList<int> serials = streamers.keys();
     for (const int serial : serials) {
-        const VirtualCameraInfos stream = streamRecords.value(serial);
-        const bool isShown =
-            std::any_of(rows.begin(), rows.end(), [&stream](const VirtualCameraInfos& row) {
-                return row.virtualSerialNumber == stream.virtualSerialNumber &&
-                       row.leftSerialNumber == stream.leftSerialNumber &&
-                       row.rightSerialNumber == stream.rightSerialNumber;
-            });
-        if (!isShown) {
+        if (!window->showsVirtualSerial(serial)) {
             stopStreamer(serial);
         }
     }
 }
 
-void AppGui::connectEyes(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record)
+void AppGui::feedStreamer(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record)
 {
-    if (const KTCamera* const left = cameras.value(static_cast<int>(record.leftSerialNumber))) {
-        connect(left, &KTCamera::sendYUYVImage, streamer, &VirtualCameraStreamer::ingestLeftImage);
-    }
-    if (const KTCamera* const right = cameras.value(static_cast<int>(record.rightSerialNumber))) {
-        connect(right, &KTCamera::sendYUYVImage, streamer,
-                &VirtualCameraStreamer::ingestRightImage);
-    }
+    connectEyes(cameras.value(static_cast<int>(record.leftSerialNumber)),
+                cameras.value(static_cast<int>(record.rightSerialNumber)), streamer);
 }
 
-bool AppGui::canFeed(const VirtualCameraInfos& record) const
+// A reload replaces the workers under streams that run on.
+void AppGui::feedStreamers()
 {
-    for (const std::uint64_t serial : {record.leftSerialNumber, record.rightSerialNumber}) {
-        const CameraInfos camera = cameraInfos.value(static_cast<int>(serial));
-        if (camera.width != record.width || camera.height != record.height ||
-            camera.fps != record.fps) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// A reload replaces the workers under the running streams: those whose cameras came back as they
-// were go on, the others are stopped rather than shown as streaming without a picture.
-void AppGui::refeedStreamers()
-{
-    const QList<int> serials = streamers.keys();
-    for (const int serial : serials) {
-        if (canFeed(streamRecords.value(serial))) {
-            connectEyes(streamers.value(serial), streamRecords.value(serial));
-        } else {
-            stopStreamer(serial);
-        }
+    for (auto streamer = streamers.begin(); streamer != streamers.end(); ++streamer) {
+        feedStreamer(*streamer, streamRecords.value(streamer.key()));
     }
 }
 
@@ -617,17 +463,9 @@ void AppGui::refeedStreamers()
 
 void AppGui::releaseCameras()
 {
-    qDeleteAll(cameras);
+    release(cameras);
     cameras.clear();
     cameraInfos.clear();
-}
-
-void AppGui::releaseAll()
-{
-    releaseCameras();
-    qDeleteAll(streamers);
-    streamers.clear();
-    streamRecords.clear();
 }
 
 void AppGui::handOverToService()

@@ -7,9 +7,8 @@
 #include <QObject>
 #include <vector>
 
+#include "app/cameraset.h"
 #include "app/confFileManager.h"
-#include "capture/Camera.h"
-#include "capture/Streamer.h"
 #include "capture/VirtualCameraInfos.h"
 
 class MainWindow;
@@ -58,7 +57,7 @@ public slots:
     void reloadCameras();
 
 private:
-    /// Capture settings of all cameras: frames per second, pixels.
+    /// Capture settings: frames per second, pixels.
     struct CaptureSettings {
         int fps = 0;
         int width = 0;
@@ -66,41 +65,31 @@ private:
         bool hdr = false;
     };
 
-    CaptureSettings currentSettings(const CaptureSettings& fallback) const;
-    CaptureSettings storedSettings() const { return {fps, width, height, hdr}; }
     void takeCamerasFromService();
     void connectWindow();
+    void readCurrentSettings();
     void restartCameraDaemon();
     bool findCameras(std::vector<tq::DeviceProperties>& found, tq::MODEL& model);
-    CaptureSettings chooseGlobalSettings();
-    QList<int> openCameras(const std::vector<tq::DeviceProperties>& found);
-    int openCamera(const tq::DeviceProperties& device, const CaptureSettings& wanted);
-    void reopenCamera(KTCamera* camera, tq::Resolution resolution, int fps, bool hdr);
-    void forgetDescription(int serial);
-    void offerSerials(const QList<int>& serials);
-    void connectPreview(const KTCamera* camera) const;
+    void chooseGlobalSettings();
+    void openCameras(const std::vector<tq::DeviceProperties>& found);
+    void reopenCameras(const QList<KTCamera*>& closed, const CaptureSettings& wanted);
+    static int openCamera(KTCamera* camera, int id, const CaptureSettings& wanted);
+    void showCamera(const KTCamera* camera);
+    void offerSerials();
     void startStreamer(const VirtualCameraInfos& record);
+    int openStreamer(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record);
     void stopStreamer(int serial);
-    void stopOrphanedStreamers();
-    void refeedStreamers();
-    void connectEyes(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record);
-    bool canFeed(const VirtualCameraInfos& record) const;
-    void logClosedCameras(int virtualSerial) const;
-    QString obstacleOf(int virtualSerial) const;
-    QString obstacleOf(const VirtualCameraInfos& row) const;
+    void stopStreamersWithoutRow();
+    void feedStreamer(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record);
+    void feedStreamers();
     void releaseCameras();
-    void releaseAll();
     void handOverToService();
 
     ConfFileManager settings;
-    MainWindow* window = nullptr;                 // deleted by the destructor
-    QMap<int, VirtualCameraStreamer*> streamers;  // by virtual serial
-    QMap<int, KTCamera*> cameras;                 // by physical serial
+    MainWindow* window = nullptr;  // deleted by the destructor
+    Streamers streamers;
+    Cameras cameras;
     QMap<int, CameraInfos> cameraInfos;           // by physical serial
-    int width = 0;                                // global capture settings last stored, pixels
-    int height = 0;
-    int fps = 0;
-    bool hdr = false;
+    CaptureSettings global;                       // last stored or last read from the window
     QMap<int, VirtualCameraInfos> streamRecords;  // by virtual serial, of the running streamers
-    CaptureSettings chosen;                       // last asked for, by a scan or the operator
 };

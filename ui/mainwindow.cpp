@@ -12,10 +12,11 @@
 #include <QUuid>
 #include <QVariant>
 #include <algorithm>
+#include <numeric>
 
 #include "app/commands/commandrunners.h"
+#include "ui/statusline.h"
 #include "ui/style.h"
-#include "ui/waitnotice.h"
 #include "ui_mainwindow.h"
 
 namespace {
@@ -71,10 +72,13 @@ void fillFromCamera(VirtualCameraInfos& record, const CameraInfos& camera)
     record.hdr = camera.hdr ? 1 : 0;
 }
 
-// Whether there is a camera that delivers pictures; one that did not reopen has no size.
-bool isOpen(const CameraWidget* panel)
+void fillFromRecord(VirtualCameraInfos& record, const VirtualCameraInfos& stored)
 {
-    return panel != nullptr && panel->getInfos().width > 0 && panel->getInfos().height > 0;
+    record.imu = stored.imu;
+    record.width = stored.width;
+    record.height = stored.height;
+    record.fps = stored.fps;
+    record.hdr = stored.hdr;
 }
 
 bool sameSize(const CameraInfos& left, const CameraInfos& right)
@@ -84,14 +88,7 @@ bool sameSize(const CameraInfos& left, const CameraInfos& right)
 
 }  // namespace
 
-MainWindow::MainWindow(QWidget* parent)
-    : QMainWindow(parent),
-      ui(std::make_unique<Ui_MainWindow>()),
-      previews([this](const QString& serial, const tq::Mat& frame) {
-          if (CameraWidget* const panel = cameraPanels.value(serial)) {
-              drawPreview(*panel, frame);
-          }
-      })
+MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(std::make_unique<Ui_MainWindow>())
 {
     // The signal's type by the name under which it is declared, for queued connections and spies.
     qRegisterMetaType<uint64_t>("uint64_t");
@@ -284,7 +281,7 @@ void MainWindow::addVirtualCamHandler()
     const QSignalBlocker blocker(this);
     const int position = ui->scrollAreaWidgetContentsVerticalLayout->count() - 1;
     const QString identity = generateUniqueID();
-    VirtualCamHandler* const editor = createEditor(identity, serialList);
+    VirtualCamHandler* const editor = createEditor(identity);
     editor->updatePort(static_cast<unsigned int>(position));
     if (!connectEditor(editor)) {
         qDebug() << "FAILED TO CONNECT STREAM SIGNAL";
@@ -310,14 +307,9 @@ void MainWindow::addVirtualCamHandlerFromConfig(VirtualCameraInfos info)
     const QSignalBlocker blocker(this);
     const int position = ui->scrollAreaWidgetContentsVerticalLayout->count() - 1;
     const QString identity = generateUniqueID();
-    QStringList serials = serialList;
-    for (const std::uint64_t serial : {info.leftSerialNumber, info.rightSerialNumber}) {
-        const QString text = QString::number(serial);
-        if (serial != 0 && !serials.contains(text)) {
-            serials.append(text);
-        }
-    }
-    VirtualCamHandler* const editor = createEditor(identity, serials);
+    VirtualCamHandler* const editor = createEditor(identity);
+    editor->offerAbsent(0, info.leftSerialNumber);
+    editor->offerAbsent(1, info.rightSerialNumber);
     editor->setSerial(0, static_cast<unsigned int>(info.leftSerialNumber));
     editor->setSerial(1, static_cast<unsigned int>(info.rightSerialNumber));
     editor->setPort(info.port);
@@ -326,18 +318,14 @@ void MainWindow::addVirtualCamHandlerFromConfig(VirtualCameraInfos info)
         // Three N, deliberately: logs tell the two ways of adding a row apart by it.
         qDebug() << "FAILED TO CONNNECT STREAM SIGNAL";
     }
-    // Absent cameras were offered for the checks only; the row waits for them, as after a scan.
-    const VirtualCameraInfos chosen = editor->getInfos();
-    editor->updateSerials(serialList);
-    editor->restoreChoices(chosen.leftSerialNumber, chosen.rightSerialNumber);
     loadedRecords.insert(identity, info);
     insertEditor(identity, editor, position);
 }
 
-VirtualCamHandler* MainWindow::createEditor(const QString& identity, const QStringList& serials)
+VirtualCamHandler* MainWindow::createEditor(const QString& identity)
 {
     auto* const editor = new VirtualCamHandler(identity, this);
-    editor->updateSerials(serials);
+    editor->updateSerials(serialList);
     return editor;
 }
 
@@ -402,7 +390,7 @@ void MainWindow::removeVirtualCamHandler(QString uuid_)
     }
     ui->scrollAreaWidgetContentsVerticalLayout->removeWidget(editor);
     // The editor's own button brought us here: it must outlive the click.
-    editor->hide();
+    editor->setParent(nullptr);
     editor->deleteLater();
     editors.remove(uuid_);
     loadedRecords.remove(uuid_);
@@ -419,94 +407,89 @@ void MainWindow::updateSerialList(QStringList serials)
     }
 }
 
-QMap<QString, VirtualCameraInfos> MainWindow::editorRecords() const
+void MainWindow::offerSerials(const QStringList& serials)
 {
-    QMap<QString, VirtualCameraInfos> records;
-    for (auto editor = editors.begin(); editor != editors.end(); ++editor) {
-        records.insert(editor.key(), editor.value()->getCompleteInfos());
+    QMap<VirtualCamHandler*, VirtualCameraInfos> former;
+    for (VirtualCamHandler* const editor : qAsConst(editors)) {
+        former.insert(editor, editor->getInfos());
     }
-    return records;
+    updateSerialList(serials);
+    for (auto row = former.begin(); row != former.end(); ++row) {
+        row.key()->restoreChoices(row->leftSerialNumber, row->rightSerialNumber);
+    }
 }
 
-void MainWindow::restoreSerialChoices(const QMap<QString, VirtualCameraInfos>& records)
+bool MainWindow::showsVirtualSerial(int virtualSerial) const
 {
-    for (auto record = records.begin(); record != records.end(); ++record) {
-        if (VirtualCamHandler* const editor = editors.value(record.key())) {
-            editor->restoreChoices(record->leftSerialNumber, record->rightSerialNumber);
-        }
-    }
+    return std::any_of(editors.begin(), editors.end(), [=](const VirtualCamHandler* editor) {
+        return editor->shownSerial() == virtualSerial;
+    });
 }
 
 QList<VirtualCameraInfos> MainWindow::getVirtualCameras()
 {
     QList<VirtualCameraInfos> records;
     for (auto editor = editors.begin(); editor != editors.end(); ++editor) {
-        // Cameras that the row waits for are in it: a reload without them does not spoil the row.
-        VirtualCameraInfos record = editor.value()->getCompleteInfos();
+        VirtualCameraInfos record = editor.value()->getInfos();
         const CameraWidget* const left = panelOf(record.leftSerialNumber);
         const CameraWidget* const right = panelOf(record.rightSerialNumber);
-        if (isOpen(left) && isOpen(right)) {
-            if (!sameSize(left->getInfos(), right->getInfos())) {
-                continue;
-            }
+        if (left != nullptr && right != nullptr && !sameSize(left->getInfos(), right->getInfos())) {
+            continue;
+        }
+        if (left != nullptr) {
             fillFromCamera(record, left->getInfos());
         } else {
-            fillFromGlobalSettings(record, editor.key());
+            fillFromRecord(record, loadedRecords.value(editor.key()));
         }
         records.append(record);
     }
     return records;
 }
 
-// What a row's left camera last delivered, or else what the row was loaded with.
-VirtualCameraInfos MainWindow::lastKnown(const QString& identity, std::uint64_t leftSerial) const
-{
-    VirtualCameraInfos known = loadedRecords.value(identity);
-    // The row may have got another left camera since.
-    known.imu = known.imu && known.leftSerialNumber == leftSerial;
-    const auto camera = lastDescriptions.find(QString::number(leftSerial));
-    if (camera != lastDescriptions.end()) {
-        fillFromCamera(known, *camera);
-    }
-    return known;
-}
-
-void MainWindow::fillFromGlobalSettings(VirtualCameraInfos& record, const QString& identity)
-{
-    // Without any camera the global lists are empty; then a row keeps what it last had.
-    const VirtualCameraInfos last = lastKnown(identity, record.leftSerialNumber);
-    int fps = last.fps;
-    int width = last.width;
-    int height = last.height;
-    bool hdr = false;
-    // The frame-rate list may be blank; the cameras run with what was asked for.
-    for (const CameraWidget* const panel : qAsConst(cameraPanels)) {
-        fps = isOpen(panel) ? panel->getInfos().fps : fps;
-    }
-    getCurrentSettings(fps, width, height, hdr);
-    const bool isListed = ui->ResolutionComboBox->currentIndex() >= 0;
-    record.imu = last.imu;
-    record.fps = fps;
-    record.width = width;
-    record.height = height;
-    record.hdr = isListed ? (hdr ? 1 : 0) : last.hdr;
-}
-
 VirtualCameraInfos MainWindow::getVirtualCameraInfo(int virtualSerial)
 {
     for (const VirtualCamHandler* const editor : qAsConst(editors)) {
         VirtualCameraInfos record = editor->getInfos();
-        if (record.leftSerialNumber == 0 || record.rightSerialNumber == 0) {
-            continue;
+        if (obstacleOf(record).isEmpty() &&
+            record.virtualSerialNumber == static_cast<std::uint64_t>(virtualSerial)) {
+            fillFromCamera(record, panelOf(record.leftSerialNumber)->getInfos());
+            return record;
         }
-        const CameraWidget* const left = panelOf(record.leftSerialNumber);
-        const CameraWidget* const right = panelOf(record.rightSerialNumber);
-        if (left == nullptr || right == nullptr || !sameSize(left->getInfos(), right->getInfos()) ||
-            record.virtualSerialNumber != static_cast<std::uint64_t>(virtualSerial)) {
-            continue;
+    }
+    return {};
+}
+
+QString MainWindow::streamObstacle(int virtualSerial) const
+{
+    QString obstacle = tr("Press Generate first");
+    for (const VirtualCamHandler* const editor : qAsConst(editors)) {
+        const VirtualCameraInfos row = editor->getInfos();
+        if (virtualSerial > 0 &&
+            row.virtualSerialNumber == static_cast<std::uint64_t>(virtualSerial)) {
+            obstacle = obstacleOf(row);
+            if (obstacle.isEmpty()) {
+                break;  // of rows with one number, this one is streamed
+            }
         }
-        fillFromCamera(record, left->getInfos());
-        return record;
+    }
+    return obstacle;
+}
+
+// Why a row cannot be streamed, whatever its number; empty when it can.
+QString MainWindow::obstacleOf(const VirtualCameraInfos& row) const
+{
+    const std::uint64_t left = row.leftSerialNumber;
+    const std::uint64_t right = row.rightSerialNumber;
+    if (left == 0 || right == 0) {
+        return tr("Choose both cameras first");
+    }
+    for (const std::uint64_t serial : {left, right}) {
+        if (panelOf(serial) == nullptr) {
+            return tr("Camera %1 is not available").arg(serial);
+        }
+    }
+    if (!sameSize(panelOf(left)->getInfos(), panelOf(right)->getInfos())) {
+        return tr("Cameras %1 and %2 have different resolutions").arg(left).arg(right);
     }
     return {};
 }
@@ -560,7 +543,7 @@ void MainWindow::removeCameraWidget(int serial_number)
     }
     serialList.removeAll(serial);
     lastPreviewTimes.remove(serial);
-    previews.forget(serial);
+    lastDrawTimes.remove(serial);
     delete panel;
     arrangePanels();
 }
@@ -607,13 +590,7 @@ void MainWindow::arrangePanels()
 void MainWindow::updateCameraWidget(int serial, CameraInfos infos)
 {
     if (CameraWidget* const panel = cameraPanels.value(QString::number(serial))) {
-        previews.withdraw(QString::number(serial));
         panel->updateInfos(infos);
-        if (isOpen(panel)) {
-            lastDescriptions.insert(QString::number(serial), infos);
-        } else {
-            panel->clearPicture();  // a closed camera's last picture would pass for a live one
-        }
         arrangePanels();
     }
 }
@@ -629,17 +606,26 @@ void MainWindow::updateCameraFrame(int serial, tq::Mat frame)
         return;
     }
     const CameraInfos& camera = panel->getInfos();
-    if (frame.getWidth() != static_cast<std::size_t>(camera.width) ||
-        frame.getHeight() != static_cast<std::size_t>(camera.height)) {
+    if (sdk::widthOf(frame) != static_cast<std::size_t>(camera.width) ||
+        sdk::heightOf(frame) != static_cast<std::size_t>(camera.height)) {
         return;
     }
     // A clock that was set back would stop the preview until it has caught up.
     const qint64 elapsed = now - lastPreview;
-    if (elapsed >= 0 && elapsed < kPreviewIntervalMs) {
+    if (elapsed >= 0 && elapsed < previewIntervalMs()) {
         return;
     }
-    previews.show(key, frame);
+    drawPreview(*panel, frame);
     lastPreview = now;
+    lastDrawTimes[key] = qMax<qint64>(0, currentTimeMs() - now);
+}
+
+// 31 ms on any graphics card. Where drawing is slow, all panels together leave the GUI thread half
+// of its time.
+qint64 MainWindow::previewIntervalMs() const
+{
+    const qint64 drawing = std::accumulate(lastDrawTimes.begin(), lastDrawTimes.end(), qint64(0));
+    return qMax(kPreviewIntervalMs, 2 * drawing);
 }
 
 qint64 MainWindow::currentTimeMs() const
@@ -681,7 +667,8 @@ void MainWindow::requestConfSave()
 
 void MainWindow::toggleDaemonService()
 {
-    const WaitNotice notice(ui->footLine, tr("Switching the automatic start of the service..."));
+    const StatusLine::Wait wait(ui->statusLine,
+                                tr("Switching the automatic start of the service..."));
     const bool enabled = ServiceHandler::getDaemonServiceEnableStatus(kServiceUnit);
     std::string output;
     executeCMD_RC(
@@ -703,7 +690,7 @@ void MainWindow::updateDaemonServiceEnableStatusButton(bool enabled)
     ui->toggleDaemonButton->repaint();
 }
 
-FootLine* MainWindow::footLine() const
+StatusLine* MainWindow::statusLine() const
 {
-    return ui->footLine;
+    return ui->statusLine;
 }

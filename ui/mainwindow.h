@@ -15,10 +15,9 @@
 #include "capture/VirtualCameraInfos.h"
 #include "capture/sdk.h"
 #include "ui/camerawidget.h"
-#include "ui/previewqueue.h"
 #include "ui/virtualcamhandler.h"
 
-class FootLine;
+class StatusLine;
 class Style;
 class Ui_MainWindow;
 
@@ -46,19 +45,21 @@ public:
     /// Selects global settings and announces them, unless that would change nothing.
     void setCurrentSettings(int fps, int width, int height, bool hdr);
 
-    /// Adds a row filled from a record of the configuration. The row waits for cameras of the
-    /// record that are not in the serial list, so that saving does not lose them.
+    /// Adds a row filled from a record of the configuration. The row keeps cameras of the record
+    /// that are not in the serial list.
     void addVirtualCamHandlerFromConfig(VirtualCameraInfos info);
 
     /// The records of all rows, in the order of the rows' identities. Size, frame rate, IMU and HDR
-    /// come from the left camera; where a camera is absent or not open the global settings fill
-    /// them, but for IMU, which stays as the left camera last had it. A pair whose cameras differ
-    /// in size is left out.
+    /// come from the left camera. Where that is absent, a row from the configuration keeps what it
+    /// was loaded with, and a new one has zeros. A pair whose cameras differ in size is left out.
     QList<VirtualCameraInfos> getVirtualCameras();
 
-    /// The record of the first row with this virtual serial that can be streamed: both cameras are
-    /// there and of one size. A default record when there is none.
+    /// The record of the first row with this virtual serial that can be streamed. A default record
+    /// when there is none.
     VirtualCameraInfos getVirtualCameraInfo(int virtualSerial);
+
+    /// Why getVirtualCameraInfo() finds no record, for the operator; empty when it finds one.
+    QString streamObstacle(int virtualSerial) const;
 
     /// Shows the label and hides what is of no use without cameras, or the other way round.
     void SetNoCameraLabelVisible(bool visible);
@@ -72,18 +73,18 @@ public:
     /// A new identity for an editor: a random UUID in braces that no editor has.
     QString generateUniqueID();
 
-    /// What each row says, by the row's identity; with the cameras that it waits for.
-    QMap<QString, VirtualCameraInfos> editorRecords() const;
-
-    /// Gives rows their cameras back without signals, checks or boxes. A camera that is not in the
-    /// serial list is not chosen; the row waits for it.
-    void restoreSerialChoices(const QMap<QString, VirtualCameraInfos>& records);
+    /// Offers these physical serials in all rows. Unlike updateSerialList() it keeps what the rows
+    /// have chosen, also cameras that are not among them.
+    void offerSerials(const QStringList& serials);
 
     /// What to call after a row was removed, when its record is gone.
     void onRowRemoved(std::function<void()> function) { rowRemoved = std::move(function); }
 
+    /// Whether a row shows this virtual serial.
+    bool showsVirtualSerial(int virtualSerial) const;
+
     /// Where the window says what it waits for, and why nothing happened.
-    FootLine* footLine() const;
+    StatusLine* statusLine() const;
 
 signals:
     /// Enumerate the cameras again.
@@ -102,9 +103,9 @@ signals:
 public slots:
     /// Shows the description of a camera in its panel.
     void updateCameraWidget(int serial, CameraInfos infos);
-    /// Shows a frame in its camera's panel, at most one every 31 ms per panel. A frame of another
-    /// size than the one in the panel's description is dropped. One that there is no time to draw
-    /// is drawn later, unless a newer one has come by then (see PreviewQueue).
+    /// Shows a frame in its camera's panel, at most one every 31 ms per panel, and fewer where
+    /// drawing takes so long that it would fill more than half of the time. All others are dropped,
+    /// and those of another size than the one in the panel's description.
     void updateCameraFrame(int serial, tq::Mat frame);
     void addCameraWidget(int serial_number);
     void removeCameraWidget(int serial_number);
@@ -145,14 +146,14 @@ protected:
 private:
     void connectControls();
     void arrangePanels();
-    VirtualCamHandler* createEditor(const QString& identity, const QStringList& serials);
+    VirtualCamHandler* createEditor(const QString& identity);
     void insertEditor(const QString& identity, VirtualCamHandler* editor, int position);
     void orderTabStops();
     void showWhenPlaced(VirtualCamHandler* editor);
     void scrollTo(const VirtualCamHandler* editor);
     CameraWidget* panelOf(std::uint64_t serial) const;
-    VirtualCameraInfos lastKnown(const QString& identity, std::uint64_t leftSerial) const;
-    void fillFromGlobalSettings(VirtualCameraInfos& record, const QString& identity);
+    QString obstacleOf(const VirtualCameraInfos& row) const;
+    qint64 previewIntervalMs() const;
 
     std::unique_ptr<Style> style;
     std::unique_ptr<Ui_MainWindow> ui;
@@ -161,7 +162,6 @@ private:
     QMap<QString, VirtualCamHandler*> editors;  // by identity: walks follow the keys, not the rows
     QStringList serialList;
     QMap<QString, VirtualCameraInfos> loadedRecords;  // by identity, of rows from the configuration
-    QMap<QString, CameraInfos> lastDescriptions;      // by physical serial, also without a panel
+    QMap<QString, qint64> lastDrawTimes;              // by physical serial, ms that it took
     std::function<void()> rowRemoved;
-    PreviewQueue previews;
 };

@@ -2,6 +2,7 @@
 // Editor of one virtual stereo camera: a row of the main window.
 #include "ui/virtualcamhandler.h"
 
+#include <QColor>
 #include <QComboBox>
 #include <QDebug>
 #include <QEvent>
@@ -68,6 +69,9 @@ VirtualCamHandler::VirtualCamHandler(QString identity, QWidget* parent,
     connect(
         ui->RightSensorSNChoice, &QComboBox::currentTextChanged, ui->RightSensorSNChoice,
         [this](const QString& text) { SensorSNChanged(kRight, text); }, Qt::DirectConnection);
+    for (QComboBox* const choice : {ui->LeftSensorSNChoice, ui->RightSensorSNChoice}) {
+        connect(choice, &QComboBox::currentTextChanged, choice, [choice] { dimAbsent(choice); });
+    }
     ui->resolutionComboBox->hide();
     guardFromWheel();
     style = std::make_unique<Style>();
@@ -126,9 +130,8 @@ void VirtualCamHandler::updateSerials(QStringList serials)
         choice->clear();
         choice->addItems(serials);
         choice->setCurrentIndex(-1);
+        dimAbsent(choice);
     }
-    waitForCamera(kLeft, 0);
-    waitForCamera(kRight, 0);
 }
 
 void VirtualCamHandler::updatePort(unsigned int index)
@@ -154,30 +157,38 @@ void VirtualCamHandler::setSerial(int side, unsigned int serial)
     }
 }
 
+void VirtualCamHandler::offerAbsent(int side, std::uint64_t serial)
+{
+    QComboBox* const choice = serialChoice(side);
+    const QString text = QString::number(serial);
+    if (serial == 0 || choice->findText(text) >= 0) {
+        return;
+    }
+    const QSignalBlocker blocker(choice);
+    const int index = choice->currentIndex();
+    choice->addItem(text);
+    choice->setItemData(choice->count() - 1, QColor(Qt::gray), Qt::ForegroundRole);
+    choice->setCurrentIndex(index);  // the toolkit chooses the first entry of an empty list
+}
+
 void VirtualCamHandler::restoreChoices(std::uint64_t leftSerial, std::uint64_t rightSerial)
 {
     for (const auto& [side, serial] :
          {std::pair(kLeft, leftSerial), std::pair(kRight, rightSerial)}) {
+        offerAbsent(side, serial);
         QComboBox* const choice = serialChoice(side);
         const QSignalBlocker blocker(choice);
         choice->setCurrentIndex(choice->findText(QString::number(serial)));
-        waitForCamera(side, choice->currentIndex() < 0 ? serial : 0);
+        dimAbsent(choice);
     }
 }
 
-void VirtualCamHandler::waitForCamera(int side, std::uint64_t serial)
+// The choice itself is dimmed like its entry.
+void VirtualCamHandler::dimAbsent(QComboBox* choice)
 {
-    awaited.at(static_cast<std::size_t>(side)) = serial;
-    QComboBox* const choice = serialChoice(side);
-    {
-        // Without a placeholder the toolkit selects the first entry where none is selected.
-        const QSignalBlocker blocker(choice);
-        const int index = choice->currentIndex();
-        choice->setPlaceholderText(serial == 0 ? QString() : QString::number(serial));
-        choice->setCurrentIndex(index);
-    }
-    if (choice->property(kWaitingProperty).toBool() != (serial != 0)) {
-        choice->setProperty(kWaitingProperty, serial != 0);
+    const bool absent = choice->currentData(Qt::ForegroundRole).isValid();
+    if (choice->property(kWaitingProperty).toBool() != absent) {
+        choice->setProperty(kWaitingProperty, absent);
         choice->style()->unpolish(choice);  // rules by property are looked up once
         choice->style()->polish(choice);
     }
@@ -190,18 +201,6 @@ VirtualCameraInfos VirtualCamHandler::getInfos() const
     infos.leftSerialNumber = ui->LeftSensorSNChoice->currentText().toULongLong();
     infos.rightSerialNumber = ui->RightSensorSNChoice->currentText().toULongLong();
     infos.port = static_cast<std::uint32_t>(ui->RTPPortChoice->value());
-    return infos;
-}
-
-VirtualCameraInfos VirtualCamHandler::getCompleteInfos() const
-{
-    VirtualCameraInfos infos = getInfos();
-    if (infos.leftSerialNumber == 0) {
-        infos.leftSerialNumber = awaited.at(kLeft);
-    }
-    if (infos.rightSerialNumber == 0) {
-        infos.rightSerialNumber = awaited.at(kRight);
-    }
     return infos;
 }
 
@@ -293,9 +292,6 @@ void VirtualCamHandler::SensorSNChanged(int side, QString text)
 {
     if (text.isEmpty()) {
         return;
-    }
-    if (serialChoice(side) != nullptr) {
-        waitForCamera(side, 0);  // the operator chose another one
     }
     emit disableStream(virtualSerial);
     UpdateStreamingStatus(false);

@@ -6,7 +6,6 @@
 #include <QString>
 #include <QStringList>
 #include <QWidget>
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -55,17 +54,17 @@ public:
     /// @param serial physical serial number; one that is not offered leaves the choice as it is
     void setSerial(int side, unsigned int serial);
 
-    /// Chooses both cameras without a signal, a check or a box. One that is not offered leaves its
-    /// side empty, and the row waits for it: its serial stands dimmed in the empty list until a
-    /// camera is chosen there or the serials are offered anew.
+    /// Offers a camera that is absent besides the list, dimmed, so that the row can keep it; emits
+    /// nothing. 0 and a serial that is offered already do nothing.
+    /// @param side 0 left, 1 right
+    void offerAbsent(int side, std::uint64_t serial);
+
+    /// Chooses both cameras without a signal, a check or a box, also absent ones; 0 chooses none.
     void restoreChoices(std::uint64_t leftSerial, std::uint64_t rightSerial);
 
     /// What the row says; texts that are no number read as 0, and nothing is validated. Size, frame
     /// rate and flags are 0.
     VirtualCameraInfos getInfos() const;
-
-    /// The same, with the cameras that the row waits for on sides where none is chosen.
-    VirtualCameraInfos getCompleteInfos() const;
 
     /// The number in the serial field as a decimal int, 0 when it is none.
     int shownSerial() const;
@@ -121,7 +120,7 @@ protected:
 private:
     void guardFromWheel();
     void alignStreamButton();
-    void waitForCamera(int side, std::uint64_t serial);
+    static void dimAbsent(QComboBox* choice);
     QComboBox* serialChoice(int side) const;
     void refuseChoice(int side, const QString& text);
 
@@ -131,5 +130,4 @@ private:
     // disableStream carries it rather than the text shown. Deliberate.
     std::uint64_t virtualSerial = 0;
     std::unique_ptr<Style> style;
-    std::array<std::uint64_t, 2> awaited{};  // absent cameras, left and right; 0 none
 };

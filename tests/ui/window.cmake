@@ -2,10 +2,6 @@
 # Main window and editor on windows of a private virtual display, sudo and systemctl stood in for.
 include(VistrelGuiTest)
 
-vistrel_add_test(NAME drawbudget SOURCES drawbudget_test.cpp LIBRARIES vistrel_ui TqKor::TqKor
-    LABELS ui)
-vistrel_add_test(NAME previewqueue SOURCES previewqueue_test.cpp LIBRARIES vistrel_ui TqKor::TqKor
-    LABELS ui)
 vistrel_add_gui_test(NAME virtualcamhandler LABELS ui
     SOURCES virtualcamhandler_test.cpp LIBRARIES vistrel_ui TqKor::TqKor)
 vistrel_add_gui_run(NAME virtualcamhandler_dense TARGET test_virtualcamhandler LABELS ui

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+// The line of text at the foot of the window.
+#pragma once
+
+#include <QLabel>
+#include <QPointer>
+#include <QString>
+
+/// Says one thing at a time: what is waited for, or why nothing happened. GUI thread.
+class StatusLine : public QLabel {
+    Q_OBJECT
+
+public:
+    using QLabel::QLabel;
+
+    /// A busy cursor and a text for as long as it lives. External commands run and cameras open on
+    /// the GUI thread, so the text is painted at once; no event is processed.
+    class Wait {
+    public:
+        /// @param where where the text is shown
+        /// @param text  what is waited for
+        Wait(StatusLine* where, const QString& text);
+        ~Wait();
+
+        Wait(const Wait&) = delete;
+        Wait& operator=(const Wait&) = delete;
+
+    private:
+        QPointer<StatusLine> line;
+    };
+};
