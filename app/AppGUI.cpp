@@ -191,6 +191,7 @@ void AppGui::reloadCameras()
     tq::MODEL model = sdk::kNoModel;
     if (!findCameras(found, model)) {
         releaseCameras();
+        feedStreamers();
         window->statusLine()->setText(tr("No camera is open: different models are connected"));
         return;
     }
@@ -451,11 +452,31 @@ void AppGui::feedStreamer(VirtualCameraStreamer* streamer, const VirtualCameraIn
                 cameras.value(static_cast<int>(record.rightSerialNumber)), streamer);
 }
 
-// A reload replaces the workers under streams that run on.
+bool AppGui::canFeed(const VirtualCameraInfos& record) const
+{
+    for (const std::uint64_t serial : {record.leftSerialNumber, record.rightSerialNumber}) {
+        const CameraInfos camera = cameraInfos.value(static_cast<int>(serial));
+        if (camera.width != record.width || camera.height != record.height ||
+            camera.fps != record.fps) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A reload replaces the workers under the running streams: those whose cameras came back as they
+// were go on, the others are stopped rather than shown as streaming without a picture.
 void AppGui::feedStreamers()
 {
-    for (auto streamer = streamers.begin(); streamer != streamers.end(); ++streamer) {
-        feedStreamer(*streamer, streamRecords.value(streamer.key()));
+    const QList<int> serials = streamers.keys();
+    for (const int serial : serials) {
+        const VirtualCameraInfos record = streamRecords.value(serial);
+        if (canFeed(record)) {
+            feedStreamer(streamers.value(serial), record);
+            window->UpdateStreamingStatus(static_cast<unsigned long>(serial), true);
+        } else {
+            stopStreamer(serial);
+        }
     }
 }
 

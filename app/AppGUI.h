@@ -81,6 +81,7 @@ private:
     void stopStreamer(int serial);
     void stopStreamersWithoutRow();
     void feedStreamer(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record);
+    bool canFeed(const VirtualCameraInfos& record) const;
     void feedStreamers();
     void releaseCameras();
     void handOverToService();
