@@ -99,7 +99,7 @@ private slots:
     void choiceStopsTheStream();
     void refusedChoiceIsClearedWithTheEditorsSignalsBlocked();
     void restoredChoicesAreSilent();
-    void absentCamerasAreAwaited();
+    void absentCameraIsOfferedDimmed();
     void streamButtonThatCannotBeConnected();
     void generatedSerials();
     void generatedSerialsMayRepeat();
@@ -450,43 +450,41 @@ void VirtualCamHandlerTest::restoredChoicesAreSilent()
     row.editor.restoreChoices(30123456, 30123457);
     QCOMPARE(row.left->currentText(), QStringLiteral("30123456"));
     QCOMPARE(row.right->currentText(), QStringLiteral("30123457"));
-    row.editor.restoreChoices(30123456, 30999999);
-    QCOMPARE(row.left->currentText(), QStringLiteral("30123456"));
-    QCOMPARE(row.right->currentIndex(), -1);
+    row.editor.restoreChoices(0, 30999999);
+    QCOMPARE(row.left->currentIndex(), -1);
+    QCOMPARE(row.right->currentText(), QStringLiteral("30999999"));
     QCOMPARE(row.disabled.count(), 0);
     QCOMPARE(boxes.seen.size(), 0);
     QCOMPARE(row.stream->text(), QStringLiteral("Streaming..."));
 }
 
-void VirtualCamHandlerTest::absentCamerasAreAwaited()
+void VirtualCamHandlerTest::absentCameraIsOfferedDimmed()
 {
-    MessageBoxes boxes;
     Row row;
-    row.editor.restoreChoices(30123456, 30999999);
+    row.editor.offerAbsent(1, 30999999);
+    row.editor.offerAbsent(1, 30999999);
+    row.editor.offerAbsent(1, 0);
+    QCOMPARE(row.right->count(), kSerials.size() + 1);
     QCOMPARE(row.right->currentIndex(), -1);
-    QCOMPARE(row.right->currentText(), QString());
-    QCOMPARE(row.right->placeholderText(), QStringLiteral("30999999"));  // what the row shows
-    QCOMPARE(row.left->placeholderText(), QString());
-    QVERIFY(hasPixels(row.right, QColor(137, 137, 137)));  // dimmed, unlike a choice
+    QCOMPARE(row.left->count(), kSerials.size());
+    row.editor.restoreChoices(30123456, 30999999);
+    QCOMPARE(row.right->count(), kSerials.size() + 1);
+    QVERIFY(hasPixels(row.right, QColor(137, 137, 137)));  // unlike a camera that is there
     QVERIFY(!hasPixels(row.right, QColor(242, 242, 242)));
     QVERIFY(hasPixels(row.left, QColor(242, 242, 242)));
-    QCOMPARE(row.editor.getInfos().rightSerialNumber, std::uint64_t(0));
-    QCOMPARE(row.editor.getCompleteInfos().leftSerialNumber, std::uint64_t(30123456));
-    QCOMPARE(row.editor.getCompleteInfos().rightSerialNumber, std::uint64_t(30999999));
+    QCOMPARE(row.editor.getInfos().rightSerialNumber, std::uint64_t(30999999));
 
-    row.editor.restoreChoices(30888888, 30999999);
-    row.editor.setSerial(0, 30123457);  // another one instead of the left camera
-    QCOMPARE(row.editor.getCompleteInfos().leftSerialNumber, std::uint64_t(30123457));
-    row.editor.setSerial(1, 30123457);  // refused: none is chosen or awaited then
-    QCOMPARE(boxes.seen.size(), 1);
-    QCOMPARE(row.editor.getCompleteInfos().rightSerialNumber, std::uint64_t(0));
-    QCOMPARE(row.right->placeholderText(), QString());
-
-    row.editor.restoreChoices(30888888, 30999999);
+    row.editor.setSerial(1, 30123457);  // another one instead
+    QVERIFY(hasPixels(row.right, QColor(242, 242, 242)));
+    row.editor.setSerial(1, 30999999);
     row.editor.updateSerials(kSerials);  // clears everything
-    QCOMPARE(row.editor.getCompleteInfos().leftSerialNumber, std::uint64_t(0));
-    QCOMPARE(row.editor.getCompleteInfos().rightSerialNumber, std::uint64_t(0));
-    QCOMPARE(row.left->placeholderText(), QString());
+    QCOMPARE(row.right->count(), kSerials.size());
+    QCOMPARE(row.editor.getInfos().rightSerialNumber, std::uint64_t(0));
+    QVERIFY(!row.right->property("waiting").toBool());
+    // The first one in an empty list is not chosen by itself.
+    row.editor.updateSerials({});
+    row.editor.offerAbsent(0, 30999999);
+    QCOMPARE(row.left->currentIndex(), -1);
 }
 
 void VirtualCamHandlerTest::streamButtonThatCannotBeConnected()
