@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QMessageBox>
 #include <QPointer>
+#include <QSaveFile>
 #include <QThread>
 #include <iostream>
 
@@ -52,6 +53,17 @@ void abandon(KTCamera* camera)
 {
     static auto* const abandoned = new std::vector<KTCamera*>;
     abandoned->push_back(camera);
+}
+
+// Replaces the file as a whole, so that no end of the program leaves a part of it.
+void writeConfiguration(const QList<VirtualCameraInfos>& records)
+{
+    QSaveFile file(configPath());
+    file.setDirectWriteFallback(true);  // in a folder that only an administrator may write to
+    const QByteArray text = QByteArray::fromStdString(serializeVirtualCameraConfig(records)) + '\n';
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) < 0 || !file.commit()) {
+        qDebug() << "[KORVistrel] Configuration was not written:" << file.errorString();
+    }
 }
 
 }  // namespace
@@ -167,16 +179,9 @@ void AppGui::applyVirtualStreamerConfiguration()
         startBlockingProcess(QStringLiteral("."), QStringLiteral("rm ") + configPath(), false);
     }
 
-    // Whether the file could be opened is not checked, deliberately: the box below follows in any
-    // case, and a missing folder shows at the next start.
-    QFile file(configPath());
-    if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        file.write(QByteArray::fromStdString(serializeVirtualCameraConfig(records)));
-        file.write("\n");
-        file.flush();
-    }
+    writeConfiguration(records);
+    // The box follows also when nothing could be written. Deliberate.
     showInformation(window, QStringLiteral("Configuration has been saved in %1").arg(configPath()));
-    file.close();
     saveCurrentConfiguration();
 }
 

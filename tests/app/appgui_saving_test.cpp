@@ -19,6 +19,7 @@ private slots:
     void savingTwoRowsWithOneSerial();
     void savingNothing_data();
     void savingNothing();
+    void savingReplacesTheFile();
     void savingWithoutAFolder();
 };
 
@@ -187,6 +188,23 @@ void AppGuiSavingTest::savingNothing()
     QCOMPARE(written(), content);
 }
 
+// Nothing is ever half-written: who has the former file open goes on reading that.
+void AppGuiSavingTest::savingReplacesTheFile()
+{
+    addTwoCameras();
+    MessageBoxes boxes;
+    Desktop desktop;
+    desktop.addRow(kVirtual, kLeft, kRight);
+    sandbox::writeFile(kConfig, "former");
+    QFile former(kConfig);
+    QVERIFY(former.open(QIODevice::ReadOnly));
+    desktop.part<QPushButton>("ApplyButton")->click();
+    QCOMPARE(former.readAll(), QByteArray("former"));
+    QVERIFY(written().startsWith("{\"101234567\":"));
+    QCOMPARE(QFileInfo(kConfig).dir().entryList(QDir::Files),
+             QStringList{QFileInfo(kConfig).fileName()});
+}
+
 void AppGuiSavingTest::savingWithoutAFolder()
 {
     addTwoCameras();
@@ -195,10 +213,13 @@ void AppGuiSavingTest::savingWithoutAFolder()
     desktop.addRow(kVirtual, kLeft, kRight);
     // A folder in the file's place cannot be written to, not even by root.
     QVERIFY(QDir().mkdir(kConfig));
+    const MessageLog log;
     desktop.part<QPushButton>("ApplyButton")->click();
     QVERIFY(QDir().rmdir(kConfig));
     QCOMPARE(boxes.seen.size(), 1);  // it says "saved" all the same
     QVERIFY(boxes.seen.first().text.startsWith(QStringLiteral("Configuration has been saved in")));
+    QCOMPARE(log.debugMessages(QStringLiteral("[KORVistrel] Configuration was not written")).size(),
+             1);
 }
 
 int main(int argc, char** argv)
