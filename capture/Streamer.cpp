@@ -4,10 +4,8 @@
 
 #include <QDebug>
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <iostream>
-#include <thread>
 
 #include "capture/sidebyside.h"
 
@@ -15,17 +13,12 @@ namespace {
 
 constexpr unsigned long kLoopIntervalUs = 100;
 constexpr unsigned long kStopTimeoutMs = 2000;
-constexpr std::chrono::microseconds kSearchPause{10};
+constexpr unsigned long kSearchPauseUs = 10;
+constexpr int kLongestWaitMs = 100;
+constexpr std::chrono::seconds kReportInterval{10};
 constexpr std::uint64_t kNsPerUs = 1000;
 constexpr std::int64_t kMaxPairDistanceUs = 5000;
-constexpr std::size_t kMaxSpareImages = 8;
 constexpr int kNoPair = 1;
-
-// How long images may wait for the streamer's thread: enough for a machine that was halted for some
-// frames, and too little to hold up the receiving thread when the sender is slow for good.
-constexpr std::chrono::milliseconds kMaxPatience{100};
-constexpr int kPatienceShare = 20;         // grows by one part in so many of the time that passes
-constexpr std::size_t kLookedThrough = 8;  // newest images of each eye
 
 // Each time is cut to whole microseconds by itself before two are compared, so that 5000.999 µs may
 // still pair and 5000.001 µs may not. Deliberate: it is how pairs have always been chosen.
@@ -75,29 +68,23 @@ VirtualCameraStreamer::~VirtualCameraStreamer()
 int VirtualCameraStreamer::open(VirtualCameraInfos infos)
 {
     int result = 0;
-    // A running thread may search long queues for minutes; it must let go of the sender first.
-    searchInterrupted = true;
     {
         const std::unique_lock<std::shared_mutex> lock(senderMutex);
         // The sender that is replaced is not closed but destroyed at once. Deliberate: its
         // destruction ends the stream.
         udp.reset();
         udp = std::make_unique<tq::UDPOutput>(sdk::kStreamingMode, true);
-        config = senderConfig(infos);
-        sbsWidth = infos.width;
-        sbsHeight = infos.height;
-        sizeWarned = false;
+        configure(infos);
         result = udp->open(config);
         if (result != 0) {
             udp.reset();
         }
     }
     if (result != 0) {
-        stopThread();
         std::cout << "Streaming Error " << result << std::endl;
+        stopThread();
         return -1;
     }
-    searchInterrupted = false;
     running = true;
     qDebug() << "[VirtualCameraStreamer] Creating Streamer for " << infos.width << "x"
              << infos.height << "@" << infos.fps;
@@ -113,217 +100,120 @@ void VirtualCameraStreamer::close()
         udp->close();
     }
     clearImageQueues();
-    {
-        const std::lock_guard<std::mutex> spareLock(spareMutex);
-        spareImages.clear();
-    }
     udp.reset();
-    running = false;
 }
 
 void VirtualCameraStreamer::stopThread()
 {
-    if (!running) {
+    if (!running.exchange(false)) {
         return;
     }
-    searchInterrupted = true;
-    running = false;
-    announceHandOver();
+    arrivals.release();
     if (!wait(kStopTimeoutMs)) {
         terminate();
         wait();
     }
-    ended.exchange(false);
+    // Reads what run() wrote last: shows the thread sanitizer, which does not see into Qt, that all
+    // the thread did comes before what follows.
+    running.exchange(false);
+}
+
+void VirtualCameraStreamer::configure(const VirtualCameraInfos& infos)
+{
+    const std::lock_guard<std::mutex> leftLock(leftEye.mutex);
+    const std::lock_guard<std::mutex> rightLock(rightEye.mutex);
+    config = senderConfig(infos);
+    sbsWidth = infos.width;
+    sbsHeight = infos.height;
+    sizeWarned = false;
 }
 
 void VirtualCameraStreamer::clearImageQueues()
 {
-    {
-        const std::lock_guard<std::mutex> lock(leftMutex);
-        leftImages.clear();
-    }
-    {
-        const std::lock_guard<std::mutex> lock(rightMutex);
-        rightImages.clear();
-    }
-    announceHandOver();
+    leftEye.clear();
+    rightEye.clear();
 }
 
+// The lock cannot be had only while the sender is being replaced or released: there is none then.
 void VirtualCameraStreamer::ingestLeftImage(int, tq::Mat image, tq::IMUPacket imu,
                                             std::vector<tq::IMUPacket> imus)
 {
-    awaitHandOver();
-    const std::shared_lock<std::shared_mutex> lock(senderMutex);
-    if (!udp) {
+    const std::shared_lock<std::shared_mutex> lock(senderMutex, std::try_to_lock);
+    if (!lock || !udp) {
         return;
     }
     if (config.imuRate > 0) {
         {
-            const std::lock_guard<std::mutex> imuLock(imuMutex);
+            const std::lock_guard<std::mutex> imuLock(leftEye.mutex);
             lastIMU = imu;
         }
         for (const tq::IMUPacket& packet : imus) {
             udp->ingestIMU(packet);
         }
     }
-    enqueue(image, leftImages, leftMutex);
+    leftEye.append(image);
+    arrivals.release();
 }
 
 // Only the left camera's IMU data is streamed. Deliberate.
 void VirtualCameraStreamer::ingestRightImage(int, tq::Mat image, tq::IMUPacket,
                                              std::vector<tq::IMUPacket>)
 {
-    awaitHandOver();
-    const std::shared_lock<std::shared_mutex> lock(senderMutex);
-    if (!udp) {
+    const std::shared_lock<std::shared_mutex> lock(senderMutex, std::try_to_lock);
+    if (!lock || !udp) {
         return;
     }
-    enqueue(image, rightImages, rightMutex);
-}
-
-// The queues have no bound: an image waits until a match consumes it or the streamer closes.
-void VirtualCameraStreamer::enqueue(const tq::Mat& image, ImageQueue& queue, std::mutex& mutex)
-{
-    std::unique_ptr<tq::Mat> copy;
-    {
-        const std::lock_guard<std::mutex> lock(spareMutex);
-        if (!spareImages.empty()) {
-            copy = std::move(spareImages.back());
-            spareImages.pop_back();
-        }
-    }
-    if (!copy) {
-        copy = std::make_unique<tq::Mat>();
-    }
-    copy->clone(image);
-    const std::lock_guard<std::mutex> lock(mutex);
-    queue.push(std::move(copy));
-}
-
-// One camera may be some frames ahead of the other, so the newest images need not be the pair.
-bool VirtualCameraStreamer::pairWaits()
-{
-    const std::lock_guard<std::mutex> leftLock(leftMutex);
-    const std::lock_guard<std::mutex> rightLock(rightMutex);
-    const auto oldestOf = [](const ImageQueue& queue) {
-        return queue.size() - std::min(queue.size(), kLookedThrough);
-    };
-    for (std::size_t i = oldestOf(leftImages); i < leftImages.size(); ++i) {
-        for (std::size_t j = oldestOf(rightImages); j < rightImages.size(); ++j) {
-            if (isPair(captureTimeUs(leftImages[i]), captureTimeUs(rightImages[j]))) {
-                return true;
-            }
-        }
-    }
-    return false;
-}
-
-void VirtualCameraStreamer::awaitHandOver()
-{
-    using Clock = std::chrono::steady_clock;
-    std::unique_lock<std::mutex> lock(handOverMutex);
-    const Clock::time_point now = Clock::now();
-    const auto taken = [this] { return !running || !isRunning() || !pairWaits(); };
-    patience = std::min<Clock::duration>(patience + (now - patienceCounted) / kPatienceShare,
-                                         kMaxPatience);
-    patienceCounted = now;
-    if (handedOver.wait_for(lock, patience, taken)) {
-        patience -= std::min(patience, Clock::now() - now);
-    } else {
-        patience = {};
-    }
-}
-
-void VirtualCameraStreamer::announceHandOver()
-{
-    {
-        const std::lock_guard<std::mutex> lock(handOverMutex);
-    }
-    handedOver.notify_all();
+    rightEye.append(image);
+    arrivals.release();
 }
 
 int VirtualCameraStreamer::createSBS(tq::Mat& out, tq::Timestamp& ts)
 {
-    Pair pair{};
-    if (!findPair(pair) || !joinPair(pair, out, ts)) {
+    const std::optional<Pair> pair = findPair();
+    if (!pair || !joinPair(*pair, out, ts)) {
         return kNoPair;
     }
-    consume(pair);
-    announceHandOver();
+    leftEye.consume(pair->left);
+    rightEye.consume(pair->right);
     return 0;
 }
 
-// The first match wins: the newest left image that has any partner, with its newest partner.
-bool VirtualCameraStreamer::findPair(Pair& pair)
+// The first match wins: the newest left image that has any partner, with its newest partner. Among
+// many images without partners the search takes minutes, so it ends with the stream.
+std::optional<VirtualCameraStreamer::Pair> VirtualCameraStreamer::findPair()
 {
-    const auto sizeOf = [](const ImageQueue& queue, std::mutex& mutex) {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return queue.size();
-    };
-    const auto timeOf = [](const ImageQueue& queue, std::mutex& mutex, std::size_t index,
-                           std::int64_t& time) {
-        const std::lock_guard<std::mutex> lock(mutex);
-        if (queue.size() <= index) {
-            return false;
-        }
-        time = captureTimeUs(queue[index]);
-        return true;
-    };
-
-    const std::size_t leftCount = sizeOf(leftImages, leftMutex);
-    const std::size_t rightCount = sizeOf(rightImages, rightMutex);
+    const std::size_t leftCount = leftEye.count();
+    const std::size_t rightCount = rightEye.count();
     for (std::size_t i = leftCount; i-- > 0;) {
-        std::int64_t leftTime = 0;
-        if (rightCount == 0 || !timeOf(leftImages, leftMutex, i, leftTime)) {
-            return false;
-        }
+        const std::optional<std::int64_t> leftTime = leftEye.timeUs(i);
         for (std::size_t j = rightCount; j-- > 0;) {
-            std::int64_t rightTime = 0;
-            if (searchInterrupted || !timeOf(rightImages, rightMutex, j, rightTime)) {
-                return false;
+            const std::optional<std::int64_t> rightTime = rightEye.timeUs(j);
+            if (!running || !leftTime || !rightTime) {
+                return std::nullopt;
             }
-            if (isPair(leftTime, rightTime)) {
-                pair = {i, j};
-                return true;
+            if (isPair(*leftTime, *rightTime)) {
+                return Pair{i, j};
             }
-            std::this_thread::sleep_for(kSearchPause);
+            usleep(kSearchPauseUs);
         }
     }
-    return false;
+    return std::nullopt;
 }
 
 bool VirtualCameraStreamer::joinPair(const Pair& pair, tq::Mat& out, tq::Timestamp& ts)
 {
-    const std::lock_guard<std::mutex> leftLock(leftMutex);
-    const std::lock_guard<std::mutex> rightLock(rightMutex);
-    if (leftImages.size() <= pair.left || rightImages.size() <= pair.right || !fitFrame(out)) {
+    const std::lock_guard<std::mutex> leftLock(leftEye.mutex);
+    const std::lock_guard<std::mutex> rightLock(rightEye.mutex);
+    if (leftEye.images.size() <= pair.left || rightEye.images.size() <= pair.right) {
         return false;
     }
-    const tq::Mat& left = leftImages[pair.left];
-    const tq::Mat& right = rightImages[pair.right];
+    const tq::Mat& left = *leftEye.images[pair.left];
+    const tq::Mat& right = *rightEye.images[pair.right];
     ts = sdk::captureTime(left);
     warnAboutSize(left, right);
+    fitFrame(out);
     joinSideBySide(left, right, sbsWidth, sbsHeight, out.getPtr<unsigned char>(sdk::kHostMemory));
     return true;
-}
-
-// Everything up to the pair is older than what was sent, so it is of no use any more.
-void VirtualCameraStreamer::consume(const Pair& pair)
-{
-    recycle(leftImages, leftMutex, pair.left + 1);
-    recycle(rightImages, rightMutex, pair.right + 1);
-}
-
-void VirtualCameraStreamer::recycle(ImageQueue& queue, std::mutex& mutex, std::size_t count)
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    const std::lock_guard<std::mutex> spareLock(spareMutex);
-    for (std::size_t n = std::min(count, queue.size()); n > 0; --n) {
-        std::unique_ptr<tq::Mat> image = queue.pop();
-        if (spareImages.size() < kMaxSpareImages) {
-            spareImages.push_back(std::move(image));
-        }
-    }
 }
 
 void VirtualCameraStreamer::warnAboutSize(const tq::Mat& left, const tq::Mat& right)
@@ -343,52 +233,137 @@ void VirtualCameraStreamer::warnAboutSize(const tq::Mat& left, const tq::Mat& ri
 }
 
 /// Gives the frame the joined size if it has another one.
-bool VirtualCameraStreamer::fitFrame(tq::Mat& frame) const
+void VirtualCameraStreamer::fitFrame(tq::Mat& frame) const
 {
-    const auto joinedWidth = static_cast<std::size_t>(std::max(sbsWidth, 0)) * 2;
-    const auto joinedHeight = static_cast<std::size_t>(std::max(sbsHeight, 0));
-    if (sdk::widthOf(frame) != joinedWidth || sdk::heightOf(frame) != joinedHeight) {
-        frame.alloc(joinedWidth, joinedHeight, sdk::kYuyv, sdk::kHostMemory);
+    if (!isFitting(frame)) {
+        frame.alloc(static_cast<unsigned long>(std::max(sbsWidth, 0)) * 2,
+                    static_cast<unsigned long>(std::max(sbsHeight, 0)), sdk::kYuyv,
+                    sdk::kHostMemory);
     }
-    return frame.getPtr<unsigned char>(sdk::kHostMemory) != nullptr;
+}
+
+bool VirtualCameraStreamer::isFitting(const tq::Mat& frame) const
+{
+    return sdk::widthOf(frame) == static_cast<std::size_t>(std::max(sbsWidth, 0)) * 2 &&
+           sdk::heightOf(frame) == static_cast<std::size_t>(std::max(sbsHeight, 0));
 }
 
 void VirtualCameraStreamer::run()
 {
     tq::Mat frame;
     {
-        const std::shared_lock<std::shared_mutex> lock(senderMutex);
+        const std::lock_guard<std::mutex> leftLock(leftEye.mutex);
+        const std::lock_guard<std::mutex> rightLock(rightEye.mutex);
         fitFrame(frame);
+        leftEye.dropped = 0;
+        rightEye.dropped = 0;
+        reportedDrops = 0;
     }
     qDebug() << "[VirtualCameraStreamer] --> Enter <--";
     while (running) {
-        processQueues(frame);
+        if (arrivals.tryAcquire(1, kLongestWaitMs)) {
+            arrivals.tryAcquire(arrivals.available());
+        }
+        sendPair(frame);
+        reportDrops(std::chrono::steady_clock::now());
         usleep(kLoopIntervalUs);
     }
     clearImageQueues();
+    logDrops();
     qDebug() << "[VirtualCameraStreamer] --> Exit <--";
-    int serial = 0;
-    {
-        const std::shared_lock<std::shared_mutex> lock(senderMutex);
-        serial = config.serialNumber;
-    }
-    emit StreamUpdated(serial, false);
-    ended = true;
+    emit StreamUpdated(serialNumber(), false);
+    running = false;
 }
 
-void VirtualCameraStreamer::processQueues(tq::Mat& frame)
+void VirtualCameraStreamer::sendPair(tq::Mat& frame)
 {
-    const std::shared_lock<std::shared_mutex> lock(senderMutex);
     tq::Timestamp ts = 0;
-    if (!udp || createSBS(frame, ts) != 0) {
+    if (createSBS(frame, ts) != 0) {
+        return;
+    }
+    const std::shared_lock<std::shared_mutex> lock(senderMutex);
+    // A frame that was joined for a sender which has been replaced since goes nowhere.
+    if (!udp || !isFitting(frame)) {
         return;
     }
     tq::kvfrw::kvfSampleMetadata metadata{};
     if (config.imuRate > 0) {
         // The packet received last with any left image, which may be newer than this frame when the
         // thread is late. Deliberate: receivers get the newest measurement there is.
-        const std::lock_guard<std::mutex> imuLock(imuMutex);
+        const std::lock_guard<std::mutex> imuLock(leftEye.mutex);
         tq::kvfrw::convertMetadataFromMCUData(metadata, lastIMU);
     }
     udp->ingestYUVFrame(frame.getPtr<unsigned char>(sdk::kHostMemory), ts, metadata);
+}
+
+DroppedImages VirtualCameraStreamer::droppedImages()
+{
+    const std::lock_guard<std::mutex> leftLock(leftEye.mutex);
+    const std::lock_guard<std::mutex> rightLock(rightEye.mutex);
+    return {leftEye.dropped, rightEye.dropped};
+}
+
+void VirtualCameraStreamer::reportDrops(std::chrono::steady_clock::time_point now)
+{
+    const DroppedImages dropped = droppedImages();
+    if (now < nextReport || dropped.left + dropped.right == reportedDrops) {
+        return;
+    }
+    reportedDrops = dropped.left + dropped.right;
+    nextReport = now + kReportInterval;
+    logDrops();
+}
+
+void VirtualCameraStreamer::logDrops()
+{
+    const DroppedImages dropped = droppedImages();
+    if (dropped.left + dropped.right > 0) {
+        qDebug() << "[VirtualCameraStreamer] Virtual camera" << serialNumber() << "dropped"
+                 << dropped.left << "left and" << dropped.right << "right images for newer ones";
+    }
+}
+
+int VirtualCameraStreamer::serialNumber()
+{
+    const std::lock_guard<std::mutex> lock(leftEye.mutex);
+    return config.serialNumber;
+}
+
+std::size_t VirtualCameraStreamer::Eye::count()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return images.size();
+}
+
+std::optional<std::int64_t> VirtualCameraStreamer::Eye::timeUs(std::size_t index)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (images.size() <= index) {
+        return std::nullopt;
+    }
+    return captureTimeUs(*images[index]);
+}
+
+void VirtualCameraStreamer::Eye::append(const tq::Mat& image)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    auto copy = std::make_unique<tq::Mat>();
+    copy->clone(image);
+    images.push_back(std::move(copy));
+}
+
+// Everything up to the image that was sent is older, so it is of no use any more.
+void VirtualCameraStreamer::Eye::consume(std::size_t index)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    dropped += index;
+    for (std::size_t n = std::min(index + 1, images.size()); n > 0; --n) {
+        images.pop_front();
+    }
+}
+
+void VirtualCameraStreamer::Eye::clear()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    images.clear();
 }

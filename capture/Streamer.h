@@ -2,18 +2,26 @@
 // Turns two mono cameras into one virtual stereo camera and streams it.
 #pragma once
 
+#include <QSemaphore>
 #include <QThread>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <shared_mutex>
 #include <vector>
 
-#include "capture/ImageQueue.h"
 #include "capture/VirtualCameraInfos.h"
 #include "capture/sdk.h"
+
+/// Images of a stream that were given up for a newer pair.
+struct DroppedImages {
+    std::uint64_t left = 0;
+    std::uint64_t right = 0;
+};
 
 /// Pairs left and right frames by capture time, joins them side by side and gives them to the
 /// SDK's network sender on a thread of its own.
@@ -24,8 +32,8 @@ public:
     VirtualCameraStreamer();
     ~VirtualCameraStreamer() override;
 
-    /// Opens the sender and starts the thread. On an open streamer the sender is replaced and the
-    /// thread goes on.
+    /// Opens the sender and starts the thread. On an open streamer the sender is replaced, once a
+    /// frame that is being sent has been sent, and the thread goes on.
     /// @return 0, or -1 when the sender cannot be opened; the streamer is closed then
     int open(VirtualCameraInfos infos);
 
@@ -42,6 +50,9 @@ public:
     /// @return 0, or 1 when no pair is available
     int createSBS(tq::Mat& out, tq::Timestamp& ts);
 
+    /// What was dropped unsent since the thread was started. Any thread.
+    DroppedImages droppedImages();
+
     void run() override;
 
 signals:
@@ -49,9 +60,8 @@ signals:
     void StreamUpdated(int serial, bool streaming);
 
 public slots:
-    /// Queues a deep copy of a left image and forwards its IMU packets. Any thread. Where a pair
-    /// waits already, the thread that sends is first given up to 100 ms to take it, and up to one
-    /// twentieth of the time in the long run.
+    /// Queues a deep copy of a left image and forwards its IMU packets. Any thread; never waits
+    /// for a frame that is being sent.
     /// @param serial physical serial number
     /// @param image  packed YUYV
     /// @param imu    the camera's latest IMU packet
@@ -59,57 +69,58 @@ public slots:
     void ingestLeftImage(int serial, tq::Mat image, tq::IMUPacket imu,
                          std::vector<tq::IMUPacket> imus);
 
-    /// Queues a deep copy of a right image; its IMU packets are ignored. Any thread. Waits like
-    /// the left one.
+    /// Queues a deep copy of a right image; its IMU packets are ignored. Any thread, like the left
+    /// one.
     void ingestRightImage(int serial, tq::Mat image, tq::IMUPacket imu,
                           std::vector<tq::IMUPacket> imus);
 
+protected:
+    /// Logs what was dropped, if that has changed, at most every ten seconds.
+    void reportDrops(std::chrono::steady_clock::time_point now);
+
 private:
+    /// The images of one side, oldest first. They have no bound: an image waits until a match
+    /// consumes it or the streamer closes.
+    struct Eye {
+        std::mutex mutex;  // held for every access to the rest
+        std::deque<std::unique_ptr<tq::Mat>> images;
+        std::uint64_t dropped = 0;
+
+        std::size_t count();
+        std::optional<std::int64_t> timeUs(std::size_t index);
+        void append(const tq::Mat& image);
+        void consume(std::size_t index);
+        void clear();
+    };
     struct Pair {
         std::size_t left;
         std::size_t right;
     };
 
     void stopThread();
-    void awaitHandOver();
-    bool pairWaits();
-    void processQueues(tq::Mat& frame);
-    bool fitFrame(tq::Mat& frame) const;
-    bool findPair(Pair& pair);
+    void configure(const VirtualCameraInfos& infos);
+    std::optional<Pair> findPair();
     bool joinPair(const Pair& pair, tq::Mat& out, tq::Timestamp& ts);
-    void consume(const Pair& pair);
-    void enqueue(const tq::Mat& image, ImageQueue& queue, std::mutex& mutex);
-    void announceHandOver();
-    void recycle(ImageQueue& queue, std::mutex& mutex, std::size_t count);
+    void fitFrame(tq::Mat& frame) const;
+    bool isFitting(const tq::Mat& frame) const;
     void warnAboutSize(const tq::Mat& left, const tq::Mat& right);
+    void sendPair(tq::Mat& frame);
+    void logDrops();
+    int serialNumber();
 
     std::atomic<bool> running{false};
-    // Set last by the thread and cleared when it has been waited for: shows the thread sanitizer,
-    // which does not see into Qt, that all the thread did comes before what follows the wait.
-    std::atomic<bool> ended{false};
+    // Shared while the sender is used, exclusive while it is replaced. Taken before the eyes' own.
+    std::shared_mutex senderMutex;
     std::unique_ptr<tq::UDPOutput> udp;
+    // Written with this mutex and both eyes' held, so that any one of them is enough to read.
     tq::UDPOutConfig config{};
-    tq::IMUPacket lastIMU{};
-    int sbsWidth = 0;   // of one eye
-    int sbsHeight = 0;  // of one eye
-    ImageQueue leftImages;
-    ImageQueue rightImages;
-    std::mutex leftMutex;
-    std::mutex rightMutex;
-
-    // Guards sender, configuration and eye size: shared while they are used, exclusive while they
-    // are replaced. Taken before every other mutex.
-    mutable std::shared_mutex senderMutex;
-    std::mutex imuMutex;  // guards lastIMU
-    std::mutex spareMutex;
-    std::vector<std::unique_ptr<tq::Mat>> spareImages;  // consumed images, for the next to arrive
-    std::atomic<bool> searchInterrupted{false};         // ends a long search for a pair
-
-    // Of two pairs that wait only the newer is sent, so the next image lets the streamer's thread
-    // take a pair first, as long as there is time left to spend on that.
-    std::mutex handOverMutex;
-    std::condition_variable handedOver;
-    std::chrono::steady_clock::duration patience{};
-    std::chrono::steady_clock::time_point patienceCounted{};
-    bool sizeWarned = false;
+    int sbsWidth = 0;         // of one eye
+    int sbsHeight = 0;        // of one eye
+    bool sizeWarned = false;  // guarded by both eyes' mutexes
+    tq::IMUPacket lastIMU{};  // guarded by the left eye's mutex
+    Eye leftEye;              // where both eyes' mutexes are needed, this one's is taken first
+    Eye rightEye;
+    QSemaphore arrivals;  // images that came since the last look
+    std::uint64_t reportedDrops = 0;
+    std::chrono::steady_clock::time_point nextReport{};
 };

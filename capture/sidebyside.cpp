@@ -3,60 +3,35 @@
 #include "capture/sidebyside.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 
 namespace {
 
-/// Where one eye's rows come from and how much of them there is.
-struct EyeRows {
-    EyeRows(const tq::Mat& image, std::size_t eyeRowBytes)
-        : pixels(image.getPtr<unsigned char>(sdk::kHostMemory)),
-          step(image.getStepBytes(sdk::kHostMemory)),
-          rows(pixels != nullptr ? sdk::heightOf(image) : 0),
-          copied(std::min(step, eyeRowBytes)),
-          padded(eyeRowBytes - copied)
-    {
+/// Copies one row of an eye; what the image does not cover is black: luma 0, chroma 128.
+void copyRow(const tq::Mat& image, std::size_t row, std::size_t rowBytes, unsigned char* out)
+{
+    const auto* const pixels = image.getPtr<unsigned char>(sdk::kHostMemory);
+    std::size_t filled = 0;
+    if (pixels != nullptr && row < sdk::heightOf(image)) {
+        const std::size_t step = image.getStepBytes(sdk::kHostMemory);
+        filled = std::min(step, rowBytes);
+        std::memcpy(out, pixels + row * step, filled);
     }
-
-    void copyRow(std::size_t row, unsigned char* out) const
-    {
-        if (row < rows) {
-            std::memcpy(out, pixels + row * step, copied);
-            blacken(out + copied, padded);
-        } else {
-            blacken(out, copied + padded);
-        }
+    for (; filled < rowBytes; ++filled) {
+        out[filled] = filled % 2 == 0 ? 0 : 128;
     }
-
-    /// Black in full-range YUYV: luma 0, chroma 128.
-    static void blacken(unsigned char* out, std::size_t bytes)
-    {
-        for (std::size_t i = 0; i < bytes; ++i) {
-            out[i] = (i % 2 == 0) ? 0 : 128;
-        }
-    }
-
-    const unsigned char* pixels;
-    std::size_t step;
-    std::size_t rows;
-    std::size_t copied;
-    std::size_t padded;
-};
+}
 
 }  // namespace
 
 void joinSideBySide(const tq::Mat& left, const tq::Mat& right, int eyeWidth, int eyeHeight,
                     unsigned char* out)
 {
-    const std::size_t eyeRowBytes =
+    const std::size_t rowBytes =
         static_cast<std::size_t>(std::max(eyeWidth, 0)) * sdk::kYuyvBytesPerPixel;
     const auto rows = static_cast<std::size_t>(std::max(eyeHeight, 0));
-    const EyeRows leftRows(left, eyeRowBytes);
-    const EyeRows rightRows(right, eyeRowBytes);
     for (std::size_t row = 0; row < rows; ++row) {
-        unsigned char* const outRow = out + 2 * row * eyeRowBytes;
-        leftRows.copyRow(row, outRow);
-        rightRows.copyRow(row, outRow + eyeRowBytes);
+        copyRow(left, row, rowBytes, out + 2 * row * rowBytes);
+        copyRow(right, row, rowBytes, out + (2 * row + 1) * rowBytes);
     }
 }

@@ -2,6 +2,7 @@
 // Images and streamers for the tests of the streamer.
 #pragma once
 
+#include <QByteArray>
 #include <cstdint>
 #include <cstring>
 #include <vector>
@@ -11,6 +12,7 @@
 namespace images {
 
 constexpr tq::MEM kHost = tq::MEM(1);
+constexpr tq::Timestamp kMillisecond = 1'000'000;
 
 /// Gives an image a capture time, which lies at byte 120.
 inline void setTimestamp(tq::Mat& image, tq::Timestamp timestamp)
@@ -24,7 +26,7 @@ inline tq::Mat filled(int width, int height, tq::Timestamp timestamp, int value)
     tq::Mat image;
     image.alloc(static_cast<unsigned long>(width), static_cast<unsigned long>(height),
                 tq::MAT_TYPE(5), kHost);
-    std::memset(image.getPtr<char>(kHost), value,
+    std::memset(image.getPtr<unsigned char>(kHost), value,
                 image.getStepBytes(kHost) * static_cast<std::size_t>(height));
     setTimestamp(image, timestamp);
     return image;
@@ -34,7 +36,7 @@ inline tq::Mat filled(int width, int height, tq::Timestamp timestamp, int value)
 inline tq::Mat numbered(int width, int height, tq::Timestamp timestamp, std::uint32_t number)
 {
     tq::Mat image = filled(width, height, timestamp, 0);
-    std::memcpy(image.getPtr<char>(kHost), &number, sizeof number);
+    std::memcpy(image.getPtr<unsigned char>(kHost), &number, sizeof number);
     return image;
 }
 
@@ -73,4 +75,19 @@ public:
 
     void left(const tq::Mat& image) { ingestLeftImage(30123456, image, {}, {}); }
     void right(const tq::Mat& image) { ingestRightImage(30123457, image, {}, {}); }
+    using VirtualCameraStreamer::reportDrops;
 };
+
+/// Bytes as text, for comparison.
+inline QByteArray hex(const void* data, int count)
+{
+    return QByteArray(static_cast<const char*>(data), count).toHex(' ');
+}
+
+/// Sends one left and one right image that belong together.
+inline void sendPair(VirtualCameraStreamer& streamer, tq::Timestamp timestamp,
+                     const tq::IMUPacket& imu = {}, const std::vector<tq::IMUPacket>& imus = {})
+{
+    streamer.ingestLeftImage(1, images::filled(2, 1, timestamp, 1), imu, imus);
+    streamer.ingestRightImage(2, images::filled(2, 1, timestamp, 2), {}, {});
+}

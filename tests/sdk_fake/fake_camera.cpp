@@ -280,6 +280,7 @@ int LiveCameraGrabber::getFrameStatus()
         return 0;
     }
     sdkfake::waitWhile(d->camera->blocked);
+    ++d->camera->polls;
     if (!d->takePushed() && !d->takeFreeRunning()) {
         const std::lock_guard<std::mutex> lock(world().mutex);
         return d->camera->setup.idleStatus;

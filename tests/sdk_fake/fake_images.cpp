@@ -15,6 +15,7 @@ void __real__ZN2tq3Mat5allocEmmNS_8MAT_TYPEENS_3MEME(tq::Mat* self, unsigned lon
                                                      unsigned long height, tq::MAT_TYPE type,
                                                      tq::MEM memory);
 void __real__ZN2tq3Mat4freeENS_3MEME(tq::Mat* self, tq::MEM memory);
+void __real__ZN2tq3Mat5cloneERKS0_(tq::Mat* self, const tq::Mat& other);
 
 void __wrap__ZN2tq3Mat5allocEmmNS_8MAT_TYPEENS_3MEME(tq::Mat* self, unsigned long width,
                                                      unsigned long height, tq::MAT_TYPE type,
@@ -29,6 +30,12 @@ void __wrap__ZN2tq3Mat4freeENS_3MEME(tq::Mat* self, tq::MEM memory)
 {
     record(Image, "Mat", "free", join(static_cast<int>(memory)));
     __real__ZN2tq3Mat4freeENS_3MEME(self, memory);
+}
+
+void __wrap__ZN2tq3Mat5cloneERKS0_(tq::Mat* self, const tq::Mat& other)
+{
+    record(Image, "Mat", "clone", join(sdk::captureTime(other)));
+    __real__ZN2tq3Mat5cloneERKS0_(self, other);
 }
 // NOLINTEND(readability-identifier-naming, bugprone-reserved-identifier)
 

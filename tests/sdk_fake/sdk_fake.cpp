@@ -152,6 +152,12 @@ void stopFreeRun(int serial)
     requireCamera(serial)->freeRun.reset();
 }
 
+int polls(int serial)
+{
+    const std::lock_guard<std::mutex> lock(world().mutex);
+    return requireCamera(serial)->polls;
+}
+
 void blockFrameStatus(int serial, bool block)
 {
     const std::lock_guard<std::mutex> lock(world().mutex);

@@ -45,7 +45,8 @@ enum Kind : unsigned {
     Query = 2,    ///< descriptions of a camera: size, rate, serial, model, hasMCU, getMCU
     Frame = 4,    ///< frames and IMU packets, in and out; getFrameStatus only when it returned 1
     Everything = 7,
-    Image = 8,  ///< Mat.alloc and Mat.free of all images, also the test's own: not in Everything
+    Image = 8,  ///< Mat.alloc, Mat.free and Mat.clone (argument: capture time) of all images, also
+                ///< the test's own: not in Everything
 };
 
 /// One call to the SDK.
@@ -136,6 +137,9 @@ struct FreeRun {
 };
 void startFreeRun(int serial, const FreeRun& run);
 void stopFreeRun(int serial);
+
+/// How often getFrameStatus of a camera has returned, whatever it returned.
+int polls(int serial);
 
 /// Holds every call of getFrameStatus of a camera until it is called with false. The thread inside
 /// can be cancelled.

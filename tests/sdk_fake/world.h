@@ -29,6 +29,7 @@ struct CameraState {
     std::chrono::steady_clock::time_point freeRunStart;
     std::int64_t lastDelivered = -1;
     std::atomic<bool> blocked{false};
+    std::atomic<int> polls{0};
 };
 
 struct SenderState {

@@ -11,11 +11,18 @@
 namespace allocations {
 
 inline thread_local std::uint64_t counter = 0;
+inline thread_local std::uint64_t alignedCounter = 0;
 
 /// Allocations of the calling thread so far.
 inline std::uint64_t ofThisThread()
 {
     return counter;
+}
+
+/// Those of them that are aligned specially: the pixels of an image that is smaller than 1 MB.
+inline std::uint64_t ofPixelsByThisThread()
+{
+    return alignedCounter;
 }
 
 inline void* counted(void* memory)
@@ -39,6 +46,7 @@ void* operator new(std::size_t bytes)
 void* operator new(std::size_t bytes, std::align_val_t alignment)
 {
     // The size must be a multiple of the alignment.
+    ++allocations::alignedCounter;
     const auto unit = static_cast<std::size_t>(alignment);
     return allocations::counted(std::aligned_alloc(unit, (bytes + unit - 1) / unit * unit));
 }

@@ -76,4 +76,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(ResolutionsTest)
-#include "test_resolutions.moc"
+#include "resolutions_test.moc"

@@ -589,4 +589,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(CameraTest)
-#include "test_camera.moc"
+#include "camera_test.moc"

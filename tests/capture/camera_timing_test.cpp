@@ -98,4 +98,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(CameraTimingTest)
-#include "test_camera_timing.moc"
+#include "camera_timing_test.moc"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the image path allocates once its pools are filled: nothing.
+// What the image path allocates once its pools are filled: no pixels.
 #include <QtTest>
 #include <memory>
 
@@ -32,6 +32,11 @@ private slots:
         const std::uint64_t aligned = allocations::ofThisThread();
         QCOMPARE(plain, before + 1);
         QCOMPARE(aligned, before + 2);
+
+        constexpr int kUnusedWidth = 131;  // nothing of this size is in the pool of the images
+        const std::uint64_t pixels = allocations::ofPixelsByThisThread();
+        const tq::Mat image = images::filled(kUnusedWidth, 3, 0, 0);
+        QCOMPARE(allocations::ofPixelsByThisThread(), pixels + 1);
     }
 
     // One buffer in flight, then as many as are kept.
@@ -93,15 +98,15 @@ private slots:
             now += kPeriod;
         };
         round();
-        const std::uint64_t before = allocations::ofThisThread();
+        const std::uint64_t before = allocations::ofPixelsByThisThread();
         for (int frame = 0; frame < kFrames; ++frame) {
             round();
         }
-        const std::uint64_t made = allocations::ofThisThread() - before;
+        const std::uint64_t made = allocations::ofPixelsByThisThread() - before;
         QCOMPARE(missing, 0);
         QCOMPARE(made, std::uint64_t{0});
     }
 };
 
 QTEST_GUILESS_MAIN(AllocationsTest)
-#include "test_allocations.moc"
+#include "allocations_test.moc"

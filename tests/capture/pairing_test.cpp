@@ -8,6 +8,7 @@
 #include <random>
 
 #include "tests/capture/images.h"
+#include "tests/capture/pauses.h"
 #include "tests/sdk_fake/sdk_fake.h"
 
 namespace {
@@ -90,7 +91,7 @@ private:
 std::uint32_t numberAt(const tq::Mat& joined, std::size_t offset)
 {
     std::uint32_t number;
-    std::memcpy(&number, joined.getPtr<char>(images::kHost) + offset, sizeof number);
+    std::memcpy(&number, joined.getPtr<unsigned char>(images::kHost) + offset, sizeof number);
     return number;
 }
 
@@ -314,7 +315,7 @@ private slots:
         }
     }
 
-    // The search gives way to the slots after each failed comparison.
+    // The search gives way to the slots for 10 µs after each failed comparison.
     void searchPausesBetweenComparisons()
     {
         const auto memory = std::make_unique<QuietStreamer>();
@@ -326,11 +327,14 @@ private slots:
         }
         tq::Mat out = images::joined(2, 1);
         tq::Timestamp timestamp = 0;
-        QElapsedTimer timer;
-        timer.start();
+        pauses::reset();
         QCOMPARE(streamer.createSBS(out, timestamp), 1);
-        QVERIFY2(timer.nsecsElapsed() >= 20 * 20 * 10'000,
-                 qPrintable(QString::number(timer.nsecsElapsed())));
+        QVERIFY(pauses::ofThread(std::this_thread::get_id()) == (pauses::Counts{{10, 20 * 20}}));
+        // Five right images are passed over before the newest left one's partner.
+        streamer.left(images::numbered(2, 1, 1140 * kMillisecond, 20));
+        pauses::reset();
+        QCOMPARE(streamer.createSBS(out, timestamp), 0);
+        QVERIFY(pauses::ofThread(std::this_thread::get_id()) == (pauses::Counts{{10, 5}}));
     }
 
     void randomSequences()
@@ -385,4 +389,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(PairingTest)
-#include "test_pairing.moc"
+#include "pairing_test.moc"

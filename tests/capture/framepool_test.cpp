@@ -199,4 +199,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(FrameRingTest)
-#include "test_framering.moc"
+#include "framepool_test.moc"

@@ -237,4 +237,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(SideBySideTest)
-#include "test_sidebyside.moc"
+#include "sidebyside_test.moc"

@@ -88,4 +88,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(CameraAllocationsTest)
-#include "test_camera_allocations.moc"
+#include "camera_allocations_test.moc"

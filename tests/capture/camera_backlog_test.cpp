@@ -280,4 +280,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(CameraBacklogTest)
-#include "test_camera_backlog.moc"
+#include "camera_backlog_test.moc"
