@@ -8,8 +8,8 @@
 #include <cstring>
 #include <vector>
 
-#include "capture/FrameRing.h"
 #include "capture/Streamer.h"
+#include "capture/framepool.h"
 #include "capture/sdk.h"
 #include "capture/sidebyside.h"
 #include "tests/support/allocations.h"
@@ -118,32 +118,33 @@ public:
     void run() override {}
 };
 
-/// All that a stereo frame goes through before the sender: the copy out of the SDK into a ring
+/// All that a stereo frame goes through before the sender: the copy out of the SDK into a
 /// buffer, the deep copy into the streamer's queue, the search for the pair and the join.
 void captureCopyAndJoin(benchmark::State& state)
 {
     const std::vector<Bytes> captured = makeFrames(kEyeBytes);
-    FrameRing rings[2] = {{kWidth, kHeight, 30}, {kWidth, kHeight, 30}};
+    FramePool pools[2] = {{kWidth, kHeight}, {kWidth, kHeight}};
     SteppedStreamer streamer;
     tq::Mat joined;
     joined.alloc(2 * kWidth, kHeight, sdk::kYuyv, sdk::kHostMemory);
     tq::Timestamp now = 0;
     std::size_t next = 0;
-    const auto capture = [&](FrameRing& ring) {
-        tq::Mat* const buffer = ring.acquire();
+    const auto capture = [&](FramePool& pool) {
+        tq::Mat* const buffer = pool.take();
         std::memcpy(buffer->getPtr<unsigned char>(sdk::kHostMemory), captured[next].data(),
                     kEyeBytes);
         sdk::setCaptureTime(*buffer, now);
         next = (next + 1) % kFrames;
-        ring.markInFlight(buffer);
-        return tq::Mat(*buffer);
+        return buffer;
     };
     const auto frame = [&] {
         now += 33'333'333;
-        streamer.ingestLeftImage(1, capture(rings[0]), {}, {});
-        rings[0].release();
-        streamer.ingestRightImage(2, capture(rings[1]), {}, {});
-        rings[1].release();
+        tq::Mat* const left = capture(pools[0]);
+        streamer.ingestLeftImage(1, *left, {}, {});
+        pools[0].giveBack(left);
+        tq::Mat* const right = capture(pools[1]);
+        streamer.ingestRightImage(2, *right, {}, {});
+        pools[1].giveBack(right);
         tq::Timestamp sent = 0;
         const bool paired = streamer.createSBS(joined, sent) == 0 && sent == now;
         benchmark::ClobberMemory();

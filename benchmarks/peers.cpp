@@ -25,7 +25,7 @@
 #include <string>
 #include <vector>
 
-#include "capture/FrameRing.h"
+#include "capture/framepool.h"
 #include "capture/sdk.h"
 #include "capture/sidebyside.h"
 
@@ -239,11 +239,10 @@ public:
     {
         forEachFrame([this] {
             for (std::size_t eye = 0; eye < 2; ++eye) {
-                tq::Mat* const buffer = rings[eye].acquire();
+                tq::Mat* const buffer = pools[eye].take();
                 std::memcpy(pixels(*buffer), pixels(inputs[eye]), kEyeBytes);
                 queued[eye].clone(*buffer);
-                rings[eye].markInFlight(buffer);
-                rings[eye].release();
+                pools[eye].giveBack(buffer);
             }
             joinSideBySide(queued[0], queued[1], kWidth, kHeight, pixels(out));
         });
@@ -269,7 +268,7 @@ private:
     Frames stored[2];
     tq::Mat inputs[2];
     tq::Mat queued[2];
-    FrameRing rings[2] = {{kWidth, kHeight, 30}, {kWidth, kHeight, 30}};
+    FramePool pools[2] = {{kWidth, kHeight}, {kWidth, kHeight}};
     tq::Mat out;  // aligned like the image that goes to the sender
 };
 

@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "capture/FrameRing.h"
+#include "capture/framepool.h"
 #include "capture/sdk.h"
 
 /// One opened physical camera.
@@ -36,10 +36,10 @@ struct CameraResolutionDefinition {
 /// getWith() and graceFullyExit() are spelt as they always were. Deliberate: callers know them so.
 ///
 /// All functions belong to the thread that owns the object; only run() executes on the capture
-/// thread. Frames are written into a ring of buffers and a buffer is written again only after the
-/// owner's event loop has delivered the signal that carried it, so that a receiver living on the
-/// owner's thread never sees a torn frame, however late it is. An owner whose thread has no event
-/// dispatcher has no such receivers; those that are called directly see every frame.
+/// thread. A buffer is written again only after the owner's event loop has delivered the signal
+/// that carried it, so that a receiver living on the owner's thread never sees a torn frame,
+/// however late it is. Where that thread has no event dispatcher each frame has a buffer of its
+/// own.
 class KTCamera : public QThread {
     Q_OBJECT
 
@@ -88,14 +88,11 @@ protected:
     void run() override;
 
 private:
-    void captureFrame(tq::KORmcu* mcu);
+    void captureFrame(const std::shared_ptr<FramePool>& pool, tq::KORmcu* mcu);
     void fetchImu(tq::KORmcu* mcu);
     void reportLostFrames();
 
     std::atomic<bool> running{false};
-    // Set last by the thread and cleared when it has been waited for: shows the thread sanitizer,
-    // which does not see into Qt, that all the thread did comes before what follows the wait.
-    std::atomic<bool> ended{false};
     std::shared_ptr<tq::LiveCameraGrabber> grabber;
     tq::Mat unusedImage;  // no operation uses it; kept in the record
     int id = 0;
@@ -106,7 +103,6 @@ private:
     bool hdr = false;
     tq::Timestamp lastTimestamp = 0;
     std::vector<tq::IMUPacket> pendingImu;
-    std::shared_ptr<FrameRing> ring;  // shared with acknowledgements that are still queued
     tq::Timestamp lastBatchEnd = 0;
     unsigned long lostFrames = 0;  // since the last one that was emitted
 };

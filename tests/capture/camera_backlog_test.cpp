@@ -163,7 +163,7 @@ private slots:
         const int beforeDrain = count;
         QTRY_VERIFY_WITH_TIMEOUT(count >= beforeDrain + 60, 60000);
         camera.close();
-        QCoreApplication::processEvents();  // the ring goes with the last acknowledgement
+        QCoreApplication::processEvents();  // the pool goes with the last acknowledgement
         const std::size_t after = std::max(memoryStatus("VmRSS:"), before);
 
         const QString figures = QString(
@@ -175,7 +175,7 @@ private slots:
                                     .arg(largestGap / 1'000'000)
                                     .arg((after - before) / kMegabyte);
         qInfo().noquote() << figures;
-        QVERIFY2(buffers == FrameRing::depth(width, height), qPrintable(figures));
+        QVERIFY2(buffers == FramePool::depth(width, height), qPrintable(figures));
         QVERIFY2(buffers * frameBytes <= kLargestBacklog, qPrintable(figures));
         if (!kSanitized) {
             QVERIFY2(peak <= before + kLargestBacklog, qPrintable(figures));
@@ -195,7 +195,7 @@ private slots:
     }
 
     // Frames that are on their way when the worker closes, changes its size or goes: what arrives
-    // is whole, and the ring of the second size does not wait for acknowledgements of the first.
+    // is whole, and the buffers of the second size does not wait for acknowledgements of the first.
     void closedWithFramesUnderWay()
     {
         const sdkfake::FreeRun run;
@@ -209,7 +209,7 @@ private slots:
                 &camera, &KTCamera::sendYUYVImage, &receiver,
                 [&](int, tq::Mat image, const tq::IMUPacket&, const std::vector<tq::IMUPacket>&) {
                     torn += freerun::isIntact(image, run) ? 0 : 1;
-                    widths.insert(image.getWidth());
+                    widths.insert(sdk::widthOf(image));
                     ++count;
                 });
             QCOMPARE(camera.open(0, tq::Resolution(64, 32), 60, false), 0);
@@ -222,11 +222,9 @@ private slots:
             }
             camera.close();
             QCOMPARE(camera.open(0, tq::Resolution(32, 64), 60, false), 0);
-            QThread::msleep(100);
             QTRY_VERIFY(widths.count(64) == 1 && widths.count(32) == 1);
             const int former = count;
             QTRY_VERIFY_WITH_TIMEOUT(count >= former + 120, 30000);
-            QThread::msleep(100);
         }
         QCoreApplication::processEvents();
         QCOMPARE(torn, 0);
