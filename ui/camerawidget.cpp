@@ -49,9 +49,9 @@ void convertPixel(int luma, int u, int v, std::uint8_t* rgba)
     rgba[3] = 255;
 }
 
-// Converts packed groups Y0 U Y1 V to RGBA. The last of an odd number of pixels has no V of its
-// own: it takes that of the group before. Deliberate: the group in full would be read and written
-// beyond the ends of both buffers.
+// Converts packed groups Y0 U Y1 V to RGBA. The last group of an odd number of pixels is
+// deliberately not taken in full: that would read two bytes behind the frame, its Y1 and V, and
+// write four behind the picture. Its one pixel takes the V of the group before.
 void convertYuyv(const std::uint8_t* yuyv, std::uint8_t* rgba, int pixelCount)
 {
     int v = kNeutralChroma;
@@ -103,8 +103,8 @@ void CameraWidget::updateInfos(CameraInfos infos)
 
 void CameraWidget::updateImageGL(tq::Mat image)
 {
-    const int width = static_cast<int>(image.getWidth());
-    const int height = static_cast<int>(image.getHeight());
+    const int width = static_cast<int>(sdk::widthOf(image));
+    const int height = static_cast<int>(sdk::heightOf(image));
     if (width != frameWidth || height != frameHeight) {
         frameWidth = width;
         frameHeight = height;
@@ -112,32 +112,25 @@ void CameraWidget::updateImageGL(tq::Mat image)
         const QMutexLocker lock(&view->drawingMutex());
         view->ClearDisplay();
     }
-    view->DrawBuffer(image.getPtr<char>(sdk::kHostMemory));
+    view->DrawBuffer(reinterpret_cast<char*>(image.getPtr<unsigned char>(sdk::kHostMemory)));
     view->update();
-    view->doneCurrent();
-}
-
-void CameraWidget::clearPicture()
-{
-    {
-        const QMutexLocker lock(&view->drawingMutex());
-        view->ClearDisplay();
-    }
     view->doneCurrent();
 }
 
 void CameraWidget::updateImage(tq::Mat image)
 {
-    if (image.getWidth() == 0) {
+    const std::size_t columns = sdk::widthOf(image);
+    const std::size_t rows = sdk::heightOf(image);
+    if (columns == 0) {
         return;
     }
-    if (rgbaImage->getWidth() != image.getWidth() || rgbaImage->getHeight() != image.getHeight()) {
+    if (sdk::widthOf(*rgbaImage) != columns || sdk::heightOf(*rgbaImage) != rows) {
         rgbaImage->free(sdk::kAllMemory);
-        rgbaImage->alloc(image.getWidth(), image.getHeight(), kRgba, sdk::kHostMemory);
+        rgbaImage->alloc(columns, rows, kRgba, sdk::kHostMemory);
     }
 
-    const int width = static_cast<int>(image.getWidth());
-    const int height = static_cast<int>(image.getHeight());
+    const int width = static_cast<int>(columns);
+    const int height = static_cast<int>(rows);
     auto* const rgba = rgbaImage->getPtr<unsigned char>(sdk::kHostMemory);
     // Row padding of either buffer is deliberately not looked at.
     convertYuyv(image.getPtr<unsigned char>(sdk::kHostMemory), rgba, width * height);

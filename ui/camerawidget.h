@@ -29,9 +29,6 @@ public:
     /// @param image packed YUYV, 2 bytes per pixel, in processor memory
     void updateImageGL(tq::Mat image);
 
-    /// Takes the picture away: the ground stays blank until the next frame.
-    void clearPicture();
-
     /// Converts one frame on the processor and shows it as a pixmap. For machines without OpenGL;
     /// the program itself does not use it.
     /// @param image packed YUYV, 2 bytes per pixel, in processor memory; ignored while empty

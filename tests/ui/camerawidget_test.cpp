@@ -3,11 +3,13 @@
 #include <QLabel>
 #include <QOpenGLContext>
 #include <QPixmap>
+#include <QSet>
 #include <QTest>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <random>
 
+#include "tests/sdk_fake/sdk_fake.h"
 #include "tests/ui/glwidget_testing.h"
 #include "ui/style.h"
 #include "ui_camerawidget.h"
@@ -288,28 +290,6 @@ private slots:
                         qRgb(170, 170, 170)) <= 1);
     }
 
-    void clearedPictureComesBackWithTheNextFrame()
-    {
-        CameraWidget panel(nullptr);
-        panel.clearPicture();  // nothing to be seen yet
-        panel.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&panel));
-        GLWidget& view = CameraWidgetInspector::view(panel);
-        const QPoint centre = view.rect().center() * static_cast<int>(panel.devicePixelRatioF());
-        const auto grey = [&] { return qGray(viewtest::grabbed(view).pixel(centre)); };
-        const tq::Mat frame = mat(viewtest::plainFrame(64, 36, 170, 128, 128).bytes, 64, 36);
-        for (int i = 0; i < 2; ++i) {  // the renderer may learn the window's size late
-            panel.updateImageGL(frame);
-        }
-        QTRY_VERIFY(qAbs(grey() - 170) <= 1);
-        panel.clearPicture();
-        QVERIFY(QOpenGLContext::currentContext() == nullptr);
-        QTRY_COMPARE(grey(), 0);
-        panel.updateImageGL(frame);
-        QTRY_VERIFY(qAbs(grey() - 170) <= 1);
-        QCOMPARE(glRecord().generatedTextures, 1);  // the view stays set up
-    }
-
     void groundBesideThePictureIsBlack()
     {
         CameraWidget panel(nullptr);
@@ -453,13 +433,25 @@ private slots:
         QVERIFY(QTest::qWaitForWindowExposed(&panel));
         QLabel* picture = label(panel, "imageLabel");
         QVERIFY(picture->pixmap(Qt::ReturnByValue).isNull());
-        const QSize room = picture->size();
         panel.updateImage(randomMat(64, 36, 5));
         const QPixmap shown = picture->pixmap(Qt::ReturnByValue);
-        QCOMPARE(shown.size(), QSize(64, 36).scaled(room, Qt::KeepAspectRatio));
-        // Nearest neighbour: the corner is the frame's first pixel.
+        QCOMPARE(shown.size(), QSize(64, 36).scaled(picture->size(), Qt::KeepAspectRatio));
         const std::array<int, 4> first = pixelOf(panel, 0);
         QCOMPARE(shown.toImage().pixel(0, 0) | 0xFF000000, qRgb(first[0], first[1], first[2]));
+    }
+
+    // Nearest neighbour: a black and a white pixel give no grey between them.
+    void processorPathScalesWithoutSmoothing()
+    {
+        CameraWidget panel(nullptr);
+        panel.updateImage(mat({0, 128, 255, 128}, 2, 1));
+        const QImage shown = label(panel, "imageLabel")->pixmap(Qt::ReturnByValue).toImage();
+        QVERIFY(shown.width() > 2);
+        QSet<int> levels;
+        for (int x = 0; x < shown.width(); ++x) {
+            levels << qGray(shown.pixel(x, 0));
+        }
+        QCOMPARE(levels, QSet<int>({0, 255}));
     }
 
     void processorPathIgnoresAnEmptyImage()
@@ -473,17 +465,46 @@ private slots:
         QCOMPARE(CameraWidgetInspector::rgbaImage(panel).getWidth(), std::size_t(64));
     }
 
+    // Freed in both memories and made anew for another width or height, and only then.
     void processorPathKeepsItsBufferForOneSize()
     {
+        const QVector<tq::Mat> frames{randomMat(64, 36, 5), randomMat(64, 36, 6),
+                                      randomMat(64, 64, 7), randomMat(36, 64, 8)};
         CameraWidget panel(nullptr);
-        panel.updateImage(randomMat(64, 36, 5));
-        const auto* before =
-            CameraWidgetInspector::rgbaImage(panel).getPtr<std::uint8_t>(sdk::kHostMemory);
-        panel.updateImage(randomMat(64, 36, 6));
-        QCOMPARE(CameraWidgetInspector::rgbaImage(panel).getPtr<std::uint8_t>(sdk::kHostMemory),
-                 before);
-        panel.updateImage(randomMat(36, 64, 6));
-        QCOMPARE(CameraWidgetInspector::rgbaImage(panel).getHeight(), std::size_t(64));
+        sdkfake::clearCalls();
+        for (const tq::Mat& frame : frames) {
+            panel.updateImage(frame);
+        }
+        QStringList calls;
+        for (const std::string& call : sdkfake::callTexts(sdkfake::Image)) {
+            calls << QString::fromStdString(call);
+        }
+        QCOMPARE(calls, QStringList({"Mat.free(3)", "Mat.alloc(64, 36, 7, 1)", "Mat.free(3)",
+                                     "Mat.alloc(64, 64, 7, 1)", "Mat.free(3)",
+                                     "Mat.alloc(36, 64, 7, 1)"}));
+    }
+
+    // The view is asked for a repaint, although it paints nothing then, deliberately.
+    void frameAsksForARepaint()
+    {
+        class Paints : public QObject {
+        public:
+            int count = 0;
+            bool eventFilter(QObject*, QEvent* event) override
+            {
+                count += event->type() == QEvent::Paint ? 1 : 0;
+                return false;
+            }
+        };
+        CameraWidget panel(nullptr);
+        panel.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&panel));
+        panel.updateImageGL(randomMat(64, 40, 1));
+        QCoreApplication::processEvents();
+        Paints paints;
+        CameraWidgetInspector::view(panel).installEventFilter(&paints);
+        panel.updateImageGL(randomMat(64, 40, 2));
+        QTRY_VERIFY(paints.count > 0);
     }
 
     void panelsComeAndGo()
