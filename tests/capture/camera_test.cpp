@@ -146,6 +146,7 @@ private slots:
         sdkfake::clearCalls();
         QCOMPARE(camera.open(5, tq::Resolution(8, 4), 60, hdr), 0);
         QVERIFY(camera.isRunning());
+        QVERIFY(camera.priority() == QThread::InheritPriority);
         QCOMPARE(toList(sdkfake::callTexts()), QStringList("LiveCameraGrabber#1." + call));
         QCOMPARE(camera.getInfos().hdr, hdr);
     }
@@ -178,6 +179,25 @@ private slots:
         QCOMPARE(log.debugMessages("[KTCamera]"),
                  QStringList("[KTCamera] Camera  30123456  opened at resolution  6  x  3  and "
                              "fps  25"));
+    }
+
+    // Model and micro-controller are asked for each time, the rest is remembered.
+    void descriptionAfterClosing()
+    {
+        KTCamera camera;
+        QCOMPARE(camera.open(5, tq::Resolution(8, 4), 60, true), 0);
+        QVERIFY(camera.getInfos().model == tq::MODEL::KOR_TSOLO_GS);
+        QVERIFY(camera.getInfos().hasMCU);
+        camera.close();
+        const CameraInfos infos = camera.getInfos();
+        QVERIFY(infos.model == sdk::kNoModel);
+        QVERIFY(!infos.hasMCU);
+        QCOMPARE(infos.id, 5);
+        QCOMPARE(infos.serial_number, std::int64_t{kSerial});
+        QCOMPARE(infos.width, 8);
+        QCOMPARE(infos.height, 4);
+        QCOMPARE(infos.fps, 60);
+        QVERIFY(infos.hdr);
     }
 
     void withoutMicroController()

@@ -172,6 +172,7 @@ private slots:
 
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         QVERIFY(streamer.isRunning());
+        QVERIFY(streamer.priority() == QThread::InheritPriority);
         QCOMPARE(senderCalls(),
                  QStringList({"UDPOutput#1.UDPOutput(0, true)", "UDPOutput#1." + kOpened}));
         streamer.close();
@@ -451,6 +452,26 @@ private slots:
         QVERIFY(!streamer.isRunning());
         QVERIFY(sdkfake::lastSender().closed);
         QVERIFY(sdkfake::lastSender().destroyed);
+    }
+
+    // The joined frame is allocated once, before the thread says that it has begun.
+    void oneFrameForTheWholeStream()
+    {
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        VirtualCameraStreamer& streamer = *memory;
+        const MessageLog log;
+        QCOMPARE(streamer.open(images::infos(6, 4)), 0);
+        const auto allocated = [] {
+            return toList(sdkfake::callTexts(sdkfake::Image)).count("Mat.alloc(12, 4, 5, 1)");
+        };
+        QTRY_COMPARE(log.debugMessages("[VirtualCameraStreamer] --> Enter").size(), 1);
+        QCOMPARE(allocated(), 1);
+        for (std::size_t n = 1; n <= 5; ++n) {
+            streamer.ingestLeftImage(1, images::filled(6, 4, n * kMillisecond, 1), {}, {});
+            streamer.ingestRightImage(2, images::filled(6, 4, n * kMillisecond, 1), {}, {});
+            QTRY_COMPARE(sdkfake::lastSender().frames.size(), n);
+        }
+        QCOMPARE(allocated(), 1);
     }
 
     // 100 µs in every pass, whether a frame was sent or not.
