@@ -7,18 +7,19 @@
 #include <QString>
 
 /// The look of the interface: every panel creates its own instance, reads the members below and
-/// deletes it. All instances are equal. GUI thread; needs a QGuiApplication.
+/// deletes it. All instances are equal and share the texts of their sheets. GUI thread; needs a
+/// QGuiApplication.
 ///
 /// A QWidget subclass of our own paints the ground that mainWindow gives its class only with
 /// Qt::WA_StyledBackground set.
 class Style {
 public:
-    /// Registers the application fonts and builds fonts and style sheets.
+    /// Registers the application fonts, configures the fonts and takes the style sheets over.
     Style();
     ~Style();
 
     /// Point size of a font, so that it has the same size in pixels on every screen.
-    /// @param scale          size times the reference width, the font's entry in the size table
+    /// @param scale          size times the reference width, from the table of fonts
     /// @param referenceWidth pixels; one of zero or less, as a screen without fonts yields, counts
     ///                       as that of the design
     static int pointSize(float scale, int referenceWidth);
@@ -86,23 +87,14 @@ public:
     QString radioButton;    ///< radio buttons
     QString tabWidget;      ///< tab widget template: %1 the width of a tab, pixels
     QString listWidget;     ///< list widgets
-    QString messageBox;     ///< message boxes without a styled parent
-    QString toolTip;        ///< tool tips; contained in mainWindow
-    QString labelText;      ///< label with regular text on a transparent ground
     QString labelMuted;     ///< label with secondary text
-    QString labelGood;      ///< label that reports success
-    QString labelBad;       ///< label that reports a failure
     QString labelImage;     ///< label template: %1 an image path
 
     int referenceWidth;  ///< width of "123" in the reference font, pixels; all sizes follow from it
 
 private:
     void registerFonts();
-    void buildFonts();
-    void buildButtonSheets();
-    void buildIconSheets();
-    void buildInputSheets();
-    void buildTextSheets();
+    void configureFonts();
 
     QList<int> fontIds;  // of the files that this instance registered
 };
