@@ -115,8 +115,14 @@ void Style::configureFonts()
     for (const FontEntry& entry : kFonts) {
         QFont& font = this->*entry.font;
         font.setFamily(entry.family);
-        font.setPointSize(pointSize(entry.scale, referenceWidth));
-        font.setWeight(entry.weight);
+        const int size = pointSize(entry.scale, referenceWidth);
+        if (entry.font == &Style::fontDisplay) {
+            font.setWeight(entry.weight);  // before its size, deliberately
+            font.setPointSize(size);
+        } else {
+            font.setPointSize(size);
+            font.setWeight(entry.weight);
+        }
         if (entry.spacing > 0) {
             font.setLetterSpacing(QFont::PercentageSpacing, entry.spacing);
         }

@@ -6,7 +6,7 @@
 
 #include "ui/colors.h"
 
-class StyleColorsTest : public QObject {
+class ColorsTest : public QObject {
     Q_OBJECT
 
 private slots:
@@ -19,7 +19,7 @@ private slots:
     void constantsOfTheHeader();
 };
 
-void StyleColorsTest::valueIsAsWritten_data()
+void ColorsTest::valueIsAsWritten_data()
 {
     QTest::addColumn<QString>("color");
     QTest::addColumn<QString>("value");
@@ -64,19 +64,19 @@ void StyleColorsTest::valueIsAsWritten_data()
     add("company_clr_h", clr::company_clr_h, "rgb(187,225,36)");
 }
 
-void StyleColorsTest::valueIsAsWritten()
+void ColorsTest::valueIsAsWritten()
 {
     QFETCH(QString, color);
     QFETCH(QString, value);
     QCOMPARE(color, value);
 }
 
-void StyleColorsTest::styleSheetReproducesTheColor_data()
+void ColorsTest::styleSheetReproducesTheColor_data()
 {
     valueIsAsWritten_data();
 }
 
-void StyleColorsTest::styleSheetReproducesTheColor()
+void ColorsTest::styleSheetReproducesTheColor()
 {
     QFETCH(QString, color);
     QFETCH(QString, value);
@@ -96,19 +96,19 @@ void StyleColorsTest::styleSheetReproducesTheColor()
     QCOMPARE(label.palette().color(QPalette::WindowText), expected);
 }
 
-void StyleColorsTest::toStrDropsAlpha()
+void ColorsTest::toStrDropsAlpha()
 {
     QCOMPARE(clr::toStr(QColor(0, 190, 255, 10)), QString("rgb(0,190,255)"));
     QCOMPARE(clr::toStr(QColor(1, 2, 3, 0)), QString("rgb(1,2,3)"));
 }
 
-void StyleColorsTest::toStrIsDecimalWithoutBlanks()
+void ColorsTest::toStrIsDecimalWithoutBlanks()
 {
     QCOMPARE(clr::toStr(QColor(255, 16, 0)), QString("rgb(255,16,0)"));
     QCOMPARE(clr::toStr(QColor(Qt::white)), QString("rgb(255,255,255)"));
 }
 
-void StyleColorsTest::constantsOfTheHeader()
+void ColorsTest::constantsOfTheHeader()
 {
     QCOMPARE(clr::blue_clr, QColor(0, 190, 255));
     QCOMPARE(clr::green_clr, QColor(48, 214, 149));
@@ -119,5 +119,5 @@ void StyleColorsTest::constantsOfTheHeader()
     QCOMPARE(clr::tq_black_clr, QColor(5, 5, 5));
 }
 
-QTEST_MAIN(StyleColorsTest)
-#include "stylecolorstest.moc"
+QTEST_MAIN(ColorsTest)
+#include "colors_test.moc"

@@ -70,7 +70,7 @@ void addNames(const QStringList& names)
 
 }  // namespace
 
-class StyleResourcesTest : public QObject {
+class ResourcesTest : public QObject {
     Q_OBJECT
 
 private slots:
@@ -89,13 +89,13 @@ private slots:
     void variantsDiffer();
 };
 
-void StyleResourcesTest::initTestCase()
+void ResourcesTest::initTestCase()
 {
     const Style style;  // initialises the collection
     QVERIFY(QDir(":/images").exists());
 }
 
-void StyleResourcesTest::treeHoldsExactlyTheNamedFiles()
+void ResourcesTest::treeHoldsExactlyTheNamedFiles()
 {
     QStringList fonts = kFonts;
     fonts.sort();
@@ -113,7 +113,7 @@ void StyleResourcesTest::treeHoldsExactlyTheNamedFiles()
     QCOMPARE(listed, images);
 }
 
-void StyleResourcesTest::fontIsUsable()
+void ResourcesTest::fontIsUsable()
 {
     QFETCH(QString, name);
     const QRawFont font(":/font/" + name, 16);
@@ -123,7 +123,7 @@ void StyleResourcesTest::fontIsUsable()
     QVERIFY(!font.familyName().contains("Helvetica", Qt::CaseInsensitive));
 }
 
-void StyleResourcesTest::imageIsUsable()
+void ResourcesTest::imageIsUsable()
 {
     QFETCH(QString, name);
     const QImage image(":/images/" + name + ".png");
@@ -137,7 +137,7 @@ void StyleResourcesTest::imageIsUsable()
     }
 }
 
-void StyleResourcesTest::imageHasADenseCompanion()
+void ResourcesTest::imageHasADenseCompanion()
 {
     QFETCH(QString, name);
     const QImage image(":/images/" + name + ".png");
@@ -147,13 +147,13 @@ void StyleResourcesTest::imageHasADenseCompanion()
     QVERIFY(alphaPixels(dense, 129, 255) > 0);
 }
 
-void StyleResourcesTest::missingImageHasNoFile()
+void ResourcesTest::missingImageHasNoFile()
 {
     QFETCH(QString, name);
     QVERIFY(!QFile::exists(":/images/" + name + ".png"));
 }
 
-void StyleResourcesTest::storageIsAsNamed()
+void ResourcesTest::storageIsAsNamed()
 {
     for (const QString& name : kImages) {
         const QResource resource(":/images/" + name + ".png");
@@ -168,7 +168,7 @@ void StyleResourcesTest::storageIsAsNamed()
     }
 }
 
-void StyleResourcesTest::filesCarryTheirTimes()
+void ResourcesTest::filesCarryTheirTimes()
 {
     for (const QString& name : kFonts) {
         QVERIFY2(QResource(":/font/" + name).lastModified().isValid(), qPrintable(name));
@@ -179,7 +179,7 @@ void StyleResourcesTest::filesCarryTheirTimes()
 }
 
 // A state that looks like the one beside it tells the operator nothing.
-void StyleResourcesTest::variantsDiffer()
+void ResourcesTest::variantsDiffer()
 {
     for (const QString& name : kImages) {
         for (const char* suffix : {"_h", "_u", "_off", "_hover"}) {
@@ -192,5 +192,5 @@ void StyleResourcesTest::variantsDiffer()
     }
 }
 
-QTEST_MAIN(StyleResourcesTest)
-#include "styleresourcestest.moc"
+QTEST_MAIN(ResourcesTest)
+#include "resources_test.moc"
