@@ -179,25 +179,17 @@ void GLWidget::DrawBuffer(char* yuyv)
     makeCurrent();
     qglClearColor(clearColor);
     glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-    uploadFrame(yuyv);
+    glBindTexture(GL_TEXTURE_2D, frameTexture);
+    // Rows are packed, whatever their length: else an odd one would be read beyond the frame.
+    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RG, frameWidth, frameHeight, 0, GL_RG, GL_UNSIGNED_BYTE,
+                 yuyv);
     {
         const QMutexLocker lock(&mutex);
         renderImage(false);
     }
     updateGL();  // swaps the buffers
     ++frameCounter;
-}
-
-void GLWidget::uploadFrame(const char* yuyv)
-{
-    if (frameWidth < 0) {
-        return;
-    }
-    glBindTexture(GL_TEXTURE_2D, frameTexture);
-    // Rows are packed, whatever their length.
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RG, frameWidth, frameHeight, 0, GL_RG, GL_UNSIGNED_BYTE,
-                 yuyv);
 }
 
 void GLWidget::renderImage(bool mirror)
@@ -223,8 +215,7 @@ void GLWidget::convertFrame()
     matrix.ortho(QRectF(-1, -1, 2, 2));
     conversionProgram->setUniformValue("u_resolution", static_cast<GLfloat>(frameWidth),
                                        static_cast<GLfloat>(frameHeight));
-    glBindTexture(GL_TEXTURE_2D, frameTexture);
-    drawQuad(*conversionProgram);
+    drawQuad(*conversionProgram, frameTexture);
     glBindTexture(GL_TEXTURE_2D, 0);
     conversionProgram->release();
     frameBuffer->release();
@@ -237,19 +228,21 @@ void GLWidget::displayFrame()
     matrix.ortho(mirrored ? QRectF(1, 1, -2, -2) : QRectF(-1, -1, 2, 2));
     displayProgram->setUniformValue("u_resolution", 1.0F / static_cast<GLfloat>(frameWidth),
                                     1.0F / static_cast<GLfloat>(frameHeight));
-    glBindTexture(GL_TEXTURE_2D, frameBuffer->texture());
-    drawQuad(*displayProgram);
+    drawQuad(*displayProgram, frameBuffer->texture());
     displayProgram->release();
     glBindTexture(GL_TEXTURE_2D, 0);
 }
 
-void GLWidget::drawQuad(QGLShaderProgram& program)
+void GLWidget::drawQuad(QGLShaderProgram& program, GLuint texture)
 {
     program.setUniformValue("matrix", matrix);
     program.enableAttributeArray(kPositionAttribute);
     program.enableAttributeArray(kTextureAttribute);
-    program.setAttributeArray(kPositionAttribute, vertices.constData());
+    positions.bind();
+    program.setAttributeBuffer(kPositionAttribute, GL_FLOAT, 0, 3);
+    positions.release();
     program.setAttributeArray(kTextureAttribute, textureCoordinates.constData());
+    glBindTexture(GL_TEXTURE_2D, texture);
     glDrawArrays(GL_TRIANGLE_FAN, 0, kCornerCount);
 }
 
@@ -337,6 +330,12 @@ void GLWidget::makeObject()
         textureCoordinates.append(QVector2D(i == 0 || i == 3 ? 1.0F : 0.0F, i < 2 ? 1.0F : 0.0F));
         vertices.append(QVector3D(corner[0], corner[1], corner[2]));
     }
+    // In a buffer of the graphics card: Mesa 25 ends the program when positions lie anywhere else
+    // and the shaders were refused.
+    positions.create();
+    positions.bind();
+    positions.allocate(vertices.constData(), vertices.size() * int{sizeof(QVector3D)});
+    positions.release();
 }
 
 void GLWidget::createShader()

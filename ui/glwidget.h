@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QColor>
+#include <QGLBuffer>
 #include <QGLFunctions>
 #include <QGLWidget>
 #include <QMatrix4x4>
@@ -108,10 +109,9 @@ private:
     std::unique_ptr<QGLShaderProgram> buildProgram(QGLShader& vertexShader,
                                                    QGLShader& fragmentShader,
                                                    const char* positionName, const char* label);
-    void uploadFrame(const char* yuyv);
     void convertFrame();
     void displayFrame();
-    void drawQuad(QGLShaderProgram& program);
+    void drawQuad(QGLShaderProgram& program, GLuint texture);
 
     bool isSelectable(const QPoint& position) const;
 
@@ -129,6 +129,7 @@ private:
 
     QVector<QVector3D> vertices;
     QVector<QVector2D> textureCoordinates;
+    QGLBuffer positions;  // the vertices, for the graphics card
     GLuint frameTexture = 0;
     std::unique_ptr<QGLShaderProgram> conversionProgram;
     std::unique_ptr<QGLShaderProgram> displayProgram;

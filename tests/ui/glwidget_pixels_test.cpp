@@ -415,18 +415,6 @@ private slots:
         QCOMPARE(glRecord().draws, 2);
     }
 
-    void frameBeforeAnyFormatIsNotDrawn()
-    {
-        View view(QSize(320, 180));
-        QVERIFY(showAndWait(view));
-        Frame frame = viewtest::randomFrame(32, 20, 6);
-        view.DrawBuffer(frame.data());
-        view.makeCurrent();
-        view.renderImage(false);
-        QCOMPARE(glRecord().draws, 0);
-        QCOMPARE(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
-    }
-
     void drawsWithoutOpenGlErrors()
     {
         View view(QSize(320, 180));

@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 
+#include <QGLShaderProgram>
 #include <QGuiApplication>
 #include <QOpenGLContext>
 #include <QScreen>
@@ -60,6 +61,7 @@ void APIENTRY glClear(GLbitfield mask)
         glRecord().onClear();
     }
     ++glRecord().clears;
+    glRecord().calls << QStringLiteral("clear %1").arg(mask, 0, 16);
     real<void (*)(GLbitfield)>("glClear")(mask);
 }
 
@@ -69,6 +71,10 @@ void APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count)
         glRecord().onDraw();
     }
     ++glRecord().draws;
+    GLint texture = 0;
+    glGetIntegerv(GL_TEXTURE_BINDING_2D, &texture);
+    glRecord().calls
+        << QStringLiteral("draw %1 %2 %3 of %4").arg(mode).arg(first).arg(count).arg(texture);
     real<void (*)(GLenum, GLint, GLsizei)>("glDrawArrays")(mode, first, count);
 }
 
@@ -77,11 +83,45 @@ void APIENTRY glTexImage2D(GLenum target, GLint level, GLint internalFormat, GLs
                            const void* pixels)
 {
     glRecord().uploads.append(QSize(width, height));
+    GLint texture = 0;
+    GLint alignment = 0;
+    glGetIntegerv(GL_TEXTURE_BINDING_2D, &texture);
+    glGetIntegerv(GL_UNPACK_ALIGNMENT, &alignment);
+    glRecord().lastUpload = {static_cast<GLuint>(texture),
+                             level,
+                             internalFormat,
+                             border,
+                             format,
+                             type,
+                             alignment,
+                             pixels};
     real<void (*)(GLenum, GLint, GLint, GLsizei, GLsizei, GLint, GLenum, GLenum, const void*)>(
         "glTexImage2D")(target, level, internalFormat, width, height, border, format, type, pixels);
 }
 
 }  // extern "C"
+
+// So do those of the programs.
+void QGLShaderProgram::setUniformValue(const char* name, GLint value)
+{
+    glRecord().calls << QStringLiteral("%1 %2").arg(name).arg(value);
+    real<void (*)(QGLShaderProgram*, const char*, GLint)>(
+        "_ZN16QGLShaderProgram15setUniformValueEPKci")(this, name, value);
+}
+
+void QGLShaderProgram::setUniformValue(const char* name, GLfloat x, GLfloat y)
+{
+    glRecord().calls << QStringLiteral("%1 %2 %3").arg(name).arg(x).arg(y);
+    real<void (*)(QGLShaderProgram*, const char*, GLfloat, GLfloat)>(
+        "_ZN16QGLShaderProgram15setUniformValueEPKcff")(this, name, x, y);
+}
+
+void QGLShaderProgram::setUniformValue(const char* name, const QMatrix4x4& value)
+{
+    glRecord().calls << QStringLiteral("%1 %2 %3").arg(name).arg(value(0, 0)).arg(value(1, 1));
+    real<void (*)(QGLShaderProgram*, const char*, const QMatrix4x4&)>(
+        "_ZN16QGLShaderProgram15setUniformValueEPKcRK10QMatrix4x4")(this, name, value);
+}
 
 namespace viewtest {
 

@@ -7,6 +7,7 @@
 #include <QImage>
 #include <QRect>
 #include <QRectF>
+#include <QStringList>
 #include <QVector>
 #include <cstdint>
 #include <functional>
@@ -35,6 +36,8 @@ public:
     {
         return view.frameBuffer.get();
     }
+    static bool mirrored(const GLWidget& view) { return view.mirrored; }
+    static QMatrix4x4 matrix(const GLWidget& view) { return view.matrix; }
     static bool hasPrograms(const GLWidget& view)
     {
         return view.conversionProgram != nullptr && view.displayProgram != nullptr;
@@ -69,12 +72,22 @@ struct GlRecord {
         const void* context;  ///< QOpenGLContext that was current
     };
 
+    struct Upload {
+        GLuint texture;  ///< the one that was bound
+        GLint level, internalFormat, border;
+        GLenum format, type;
+        GLint alignment;  ///< of the rows
+        const void* pixels;
+    };
+
     QVector<QRect> viewports;
     QVector<QSize> uploads;
+    Upload lastUpload{};
     QVector<Deletion> deletedTextures;
     int generatedTextures = 0;
     int clears = 0;
     int draws = 0;
+    QStringList calls;  ///< clears with masks, drawings, and what the programs are told, in order
 
     std::function<void()> onGenerate;  ///< called before a texture name is generated
     std::function<void()> onClear;     ///< called before a clear
