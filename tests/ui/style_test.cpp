@@ -38,7 +38,7 @@ int QFontDatabase::addApplicationFont(const QString& file)
 
 void QFont::setPointSize(int size)
 {
-    calls << "size";
+    calls << "size of " + family();
     real<void (*)(QFont*, int)>("_ZN5QFont12setPointSizeEi")(this, size);
 }
 
@@ -196,15 +196,16 @@ void StyleTest::fontFollowsTheTable()
 void StyleTest::fontsAreConfiguredInOrder()
 {
     const Style another;
-    QStringList expected{"size"};  // of the reference font
-    for (int i = 0; i < 12; ++i) {
-        expected << "size"
-                 << "weight"
+    QStringList expected{"size of NB Akademie Mono Pro Medium"};  // of the reference font
+    for (const char* family : {"Pro Medium", "Pro Medium", "Pro Medium", "Pro Regular",
+                               "Pro Regular", "Pro Regular", "Pro Regular", "Pro Medium",
+                               "Pro Regular", "Mono Pro Regular", "Pro Regular", "Pro Medium"}) {
+        expected << QStringLiteral("size of NB Akademie %1").arg(family) << "weight"
                  << "no subpixels"
                  << "antialias";
     }
     expected << "weight"
-             << "size"
+             << "size of NB Akademie Mono Pro Medium"
              << "no subpixels"
              << "antialias";
     QCOMPARE(calls.mid(8), expected);

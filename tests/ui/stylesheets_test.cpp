@@ -75,6 +75,9 @@ private slots:
     void sheetNamesOnlyKnownImages();
     void imagesWithoutFileAreNamed();
     void comboAndCloseImages();
+    void sheetNamesItsImages_data();
+    void sheetNamesItsImages();
+    void outlinesAreOneAndTwoPixels();
     void fontDescriptionsFollowTheFonts();
     void removeButtonHasNoFontOfItsOwn();
     void labelTemplateIsExact();
@@ -166,6 +169,76 @@ void StyleSheetsTest::comboAndCloseImages()
     QCOMPARE(declarations(style->comboBox, "QComboBox::down-arrow"),
              QString("width: 15px; height: 15px; image:url(:/images/drop_arrow_tq_iron.png);"));
     QVERIFY(declarations(style->comboBox, "QComboBox::drop-down").contains("width: 20px;"));
+}
+
+void StyleSheetsTest::sheetNamesItsImages_data()
+{
+    QTest::addColumn<QString>("sheet");
+    QTest::addColumn<QString>("images");
+    const auto add = [](const char* name, const QString& sheet, const char* images) {
+        QTest::newRow(name) << sheet << QString(images);
+    };
+    // Normal, under the pointer, checked, both, disabled.
+    add("iconPlayPause", style->iconPlayPause, "play play_h pause pause_h");
+    add("iconStop", style->iconStop, "stop stop_h");
+    add("iconRefresh", style->iconRefresh, "refresh refresh_h");
+    add("iconGear", style->iconGear, "gear gear_h gear_h gear_h gear_off");
+    add("iconPhoto", style->iconPhoto, "photo photo_h photo_u");
+    add("iconVideo", style->iconVideo, "video video_h video_on video_on_h video_u");
+    add("iconRec", style->iconRec, "rec rec_h rec_on rec_on_h rec_u");
+    add("iconAspect", style->iconAspect, "aspect aspect_hover");
+    add("iconFolder", style->iconFolder, "folder folder_h folder_u");
+    add("iconStream", style->iconStream, "stream stream_h stream_h stream_h");
+    add("iconCreateStream", style->iconCreateStream,
+        "QuillonCreateStream QuillonCreateStream_h QuillonCreateStreamStop "
+        "QuillonCreateStreamStop_h QuillonCreateStream_u");
+    add("closeCross", style->closeCross,
+        "closeCross closeCross_tq_pearl closeCross_tq_pearl closeCross_tq_pearl");
+    // Off, under the pointer, on, under the pointer, unavailable.
+    add("checkBox", style->checkBox,
+        "check_off check_off_h check_on check_on_h check_na_off check_na_on");
+    add("checkBoxSmall", style->checkBoxSmall, "box_off box_off_hover box_on box_u");
+    add("radioButton", style->radioButton, "radio_off radio_off_h radio_on");
+    add("menu", style->menu, "box_off box_off_hover box_on box_u");
+    add("listWidget", style->listWidget, "box_off box_off_hover box_on box_u");
+    // Down, under the pointer, open.
+    add("comboBox", style->comboBox, "drop_arrow_tq_iron drop_arrow_tq_pearl top_arrow_tq_pearl");
+    add("comboBoxLight", style->comboBoxLight,
+        "drop_arrow_black drop_arrow_company_color combo_arrow_top");
+    add("spinBox", style->spinBox,
+        "top_arrow_tq_iron drop_arrow_tq_iron top_arrow_tq_pearl drop_arrow_tq_pearl");
+    add("spinBoxLight", style->spinBoxLight,
+        "top_arrow_black drop_arrow_black top_arrow_blue drop_arrow_company_color");
+    add("slider", style->slider, "slider_on slider_on_h slider_off");
+}
+
+void StyleSheetsTest::sheetNamesItsImages()
+{
+    QFETCH(QString, sheet);
+    QFETCH(QString, images);
+    QStringList paths;
+    for (const QString& image : images.split(' ')) {
+        paths << ":/images/" + image + ".png";
+    }
+    QCOMPARE(imagePaths(sheet), paths);
+}
+
+void StyleSheetsTest::outlinesAreOneAndTwoPixels()
+{
+    const auto outline = [](const QString& sheet) {
+        QPushButton button;
+        button.setStyleSheet(sheet);
+        button.resize(60, 30);
+        const QImage image = button.grab().toImage();
+        int pixels = 0;
+        while (pixels < 10 && image.pixelColor(30, pixels) == QColor(217, 255, 66)) {
+            ++pixels;
+        }
+        return pixels;
+    };
+    QCOMPARE(outline(style->pushButtonOutlined), 1);
+    QCOMPARE(outline(style->pushButtonOutlinedBold), 2);
+    QCOMPARE(outline(style->pushButtonFilled), 10);
 }
 
 void StyleSheetsTest::fontDescriptionsFollowTheFonts()
