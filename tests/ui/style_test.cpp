@@ -18,6 +18,7 @@ namespace {
 // What was asked of the toolkit, in order.
 QStringList calls;
 bool filesAreThere = true;
+bool textsAreNarrow = false;  // of the width of one pixel
 
 template <typename Function>
 Function real(const char* name)
@@ -34,6 +35,13 @@ int QFontDatabase::addApplicationFont(const QString& file)
     const auto add =
         real<int (*)(const QString&)>("_ZN13QFontDatabase18addApplicationFontERK7QString");
     return filesAreThere ? add(file) : -1;
+}
+
+int QFontMetrics::horizontalAdvance(const QString& text, int length) const
+{
+    const auto measure = real<int (*)(const QFontMetrics*, const QString&, int)>(
+        "_ZNK12QFontMetrics17horizontalAdvanceERK7QStringi");
+    return textsAreNarrow ? 1 : measure(this, text, length);
 }
 
 void QFont::setPointSize(int size)
@@ -81,12 +89,16 @@ private slots:
 private:
     QStringList familiesBefore;
     std::unique_ptr<Style> style;
+    std::unique_ptr<Style> unscaled;  // where the reference text is one pixel wide
 };
 
 void StyleTest::initTestCase()
 {
     familiesBefore = QFontDatabase().families();
     style = std::make_unique<Style>();
+    textsAreNarrow = true;
+    unscaled = std::make_unique<Style>();
+    textsAreNarrow = false;
 }
 
 // By every instance anew, deliberately.
@@ -153,29 +165,44 @@ void StyleTest::fontFollowsTheTable_data()
     const QString monoRegular = "NB Akademie Mono Pro Regular";
     const QString monoMedium = "NB Akademie Mono Pro Medium";
     QTest::addColumn<QFont>("font");
+    QTest::addColumn<QFont>("unscaledFont");
     QTest::addColumn<QString>("family");
     QTest::addColumn<int>("scale");
     QTest::addColumn<int>("weight");
     QTest::addColumn<int>("spacing");  // percent; 0: none
     QTest::addColumn<bool>("upperCase");
-    QTest::newRow("1") << style->fontTitle << medium << 308 << 57 << 0 << false;
-    QTest::newRow("2") << style->fontHeadline << medium << 280 << 81 << 0 << false;
-    QTest::newRow("3") << style->fontBanner << medium << 420 << 57 << 0 << true;
-    QTest::newRow("4") << style->fontCaption << regular << 252 << 50 << 106 << true;
-    QTest::newRow("5") << style->fontPreview << regular << 252 << 50 << 102 << false;
-    QTest::newRow("6") << style->fontText << regular << 252 << 50 << 102 << false;
-    QTest::newRow("7") << style->fontLead << regular << 336 << 50 << 0 << false;
-    QTest::newRow("8") << style->fontStrong << medium << 280 << 75 << 102 << false;
-    QTest::newRow("9") << style->fontSmall << regular << 224 << 50 << 0 << false;
-    QTest::newRow("10") << style->fontFine << monoRegular << 196 << 50 << 102 << false;
-    QTest::newRow("11") << style->fontLight << regular << 280 << 25 << 0 << false;
-    QTest::newRow("12") << style->fontButton << medium << 252 << 57 << 102 << false;
-    QTest::newRow("13") << style->fontDisplay << monoMedium << 756 << 57 << 0 << false;
+    QTest::newRow("1") << style->fontTitle << unscaled->fontTitle << medium << 308 << 57 << 0
+                       << false;
+    QTest::newRow("2") << style->fontHeadline << unscaled->fontHeadline << medium << 280 << 81 << 0
+                       << false;
+    QTest::newRow("3") << style->fontBanner << unscaled->fontBanner << medium << 420 << 57 << 0
+                       << true;
+    QTest::newRow("4") << style->fontCaption << unscaled->fontCaption << regular << 252 << 50 << 106
+                       << true;
+    QTest::newRow("5") << style->fontPreview << unscaled->fontPreview << regular << 252 << 50 << 102
+                       << false;
+    QTest::newRow("6") << style->fontText << unscaled->fontText << regular << 252 << 50 << 102
+                       << false;
+    QTest::newRow("7") << style->fontLead << unscaled->fontLead << regular << 336 << 50 << 0
+                       << false;
+    QTest::newRow("8") << style->fontStrong << unscaled->fontStrong << medium << 280 << 75 << 102
+                       << false;
+    QTest::newRow("9") << style->fontSmall << unscaled->fontSmall << regular << 224 << 50 << 0
+                       << false;
+    QTest::newRow("10") << style->fontFine << unscaled->fontFine << monoRegular << 196 << 50 << 102
+                        << false;
+    QTest::newRow("11") << style->fontLight << unscaled->fontLight << regular << 280 << 25 << 0
+                        << false;
+    QTest::newRow("12") << style->fontButton << unscaled->fontButton << medium << 252 << 57 << 102
+                        << false;
+    QTest::newRow("13") << style->fontDisplay << unscaled->fontDisplay << monoMedium << 756 << 57
+                        << 0 << false;
 }
 
 void StyleTest::fontFollowsTheTable()
 {
     QFETCH(QFont, font);
+    QFETCH(QFont, unscaledFont);
     QFETCH(QString, family);
     QFETCH(int, scale);
     QFETCH(int, weight);
@@ -184,6 +211,7 @@ void StyleTest::fontFollowsTheTable()
     QCOMPARE(font.family(), family);
     const float size = static_cast<float>(scale) / static_cast<float>(style->referenceWidth);
     QCOMPARE(font.pointSize(), static_cast<int>(size));
+    QCOMPARE(unscaledFont.pointSize(), scale);
     QCOMPARE(font.weight(), weight);
     QCOMPARE(font.letterSpacingType(), QFont::PercentageSpacing);
     QCOMPARE(font.letterSpacing(), static_cast<qreal>(spacing));
