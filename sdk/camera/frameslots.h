@@ -2,9 +2,15 @@
 // Three frame buffers between the thread that fills them and the one that reads.
 #pragma once
 
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <vector>
 
 #include "sdk/sources/framesource.h"
@@ -12,7 +18,8 @@
 namespace tq {
 
 /// One buffer is being filled, one is being read, and one waits with the newest complete frame.
-/// Without locks: neither side ever waits for the other, even if one of them is terminated.
+/// Without locks: a thread that is terminated holds up nobody. Only a reader that asks for it
+/// waits, and never longer than it says.
 class FrameSlots {
 public:
     struct Slot {
@@ -40,16 +47,24 @@ public:
             overwritten.fetch_add(1, std::memory_order_relaxed);
         }
         fillIndex = before & kIndex;
+        futex(FUTEX_WAKE_PRIVATE, 1, nullptr);
     }
 
-    /// Whether the newest frame has not been taken yet.
-    bool hasUnread() const { return (waiting.load(std::memory_order_relaxed) & kFresh) != 0; }
-
     /// Makes the newest frame the current one. Reader's thread.
+    /// @param patience how long to wait for one; an interrupted wait ends earlier
     /// @return whether there was one that had not been current before
-    bool takeNewest()
+    bool takeNewest(std::chrono::nanoseconds patience = {})
     {
-        if (!hasUnread()) {
+        unsigned seen = waiting.load(std::memory_order_relaxed);
+        if ((seen & kFresh) == 0 && patience.count() > 0) {
+            // The system compares the value once more, so a frame published meanwhile is not
+            // missed.
+            const timespec limit{static_cast<time_t>(patience.count() / kSecond),
+                                 static_cast<long>(patience.count() % kSecond)};
+            futex(FUTEX_WAIT_PRIVATE, seen, &limit);
+            seen = waiting.load(std::memory_order_relaxed);
+        }
+        if ((seen & kFresh) == 0) {
             return false;
         }
         readIndex = waiting.exchange(readIndex, std::memory_order_acq_rel) & kIndex;
@@ -65,6 +80,15 @@ public:
 private:
     static constexpr unsigned kIndex = 3;
     static constexpr unsigned kFresh = 4;
+    static constexpr std::int64_t kSecond = 1000000000;
+    static_assert(sizeof(std::atomic<unsigned>) == 4 && std::atomic<unsigned>::is_always_lock_free,
+                  "the system waits on 32 bits");
+
+    // A condition variable would end a terminated reader in the middle of its wait; this does not.
+    void futex(int operation, unsigned value, const timespec* limit)
+    {
+        ::syscall(SYS_futex, &waiting, operation, value, limit, nullptr, 0);
+    }
 
     std::array<Slot, kFrameBuffers> buffers;
     unsigned fillIndex = 0;

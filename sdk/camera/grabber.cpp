@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // Capture of one camera: a thread that fills buffers from the camera's source.
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -28,6 +28,8 @@ constexpr int kCameraFailed = -1;
 constexpr int kWidest = 8192;
 constexpr int kHighest = 8192;
 constexpr int kFastest = 240;
+// A reader that asks again at once sleeps here between two frames.
+constexpr std::chrono::milliseconds kPatience{20};
 
 bool isUsable(const FrameRequest& request)
 {
@@ -61,7 +63,8 @@ struct LiveCameraGrabber::Private {
         void operator()(KORmcu* owned) const { delete owned; }
     };
 
-    bool isOpen = false;
+    std::atomic<bool> isOpen{false};
+    std::mutex reading;  // held while a frame is waited for; nothing in there ends a thread
     bool verbose = false;
     bool flip = false;
     CameraLock lock;
@@ -70,10 +73,8 @@ struct LiveCameraGrabber::Private {
     std::shared_ptr<ImuHistory> history;
     std::unique_ptr<KORmcu, McuDeleter> mcu;
     std::vector<unsigned char> unflipped;
-    std::chrono::steady_clock::time_point published;
     std::thread producer;
     std::atomic<bool> failed{false};
-    std::atomic<bool> closing{false};
     std::uint64_t delivered = 0;
     std::uint64_t beforeReader = 0;  // frames overwritten before anyone asked for one
     bool hasFrame = false;
@@ -91,7 +92,6 @@ struct LiveCameraGrabber::Private {
                          IMU_FREQ imuFrequency, std::string& reason);
     void produce();
     void produceInto(FrameSlots::Slot& slot, FrameResult& result);
-    void publish();
     void reset();
 };
 
@@ -151,23 +151,6 @@ void LiveCameraGrabber::Private::produceInto(FrameSlots::Slot& slot, FrameResult
     }
 }
 
-void LiveCameraGrabber::Private::publish()
-{
-    // Frames that a late source makes up for follow each other at once. The reader, late for the
-    // same reason, gets the time to take each of them, but no more than cameras on time give it.
-    constexpr std::chrono::microseconds kPoll{100};
-    const auto period = std::chrono::nanoseconds(std::chrono::seconds(1)) / std::max(1, fps.load());
-    const auto due = published + period;
-    bool waited = false;
-    while (slots->hasUnread() && !closing && std::chrono::steady_clock::now() < due) {
-        std::this_thread::sleep_for(kPoll);
-        waited = true;
-    }
-    // Whoever never reads must not make the source later with every frame.
-    published = waited && slots->hasUnread() ? due : std::chrono::steady_clock::now();
-    slots->publish();
-}
-
 void LiveCameraGrabber::Private::produce()
 {
     try {
@@ -177,7 +160,7 @@ void LiveCameraGrabber::Private::produce()
             if (result != FrameResult::FRAME) {
                 break;
             }
-            publish();
+            slots->publish();
         }
         if (result == FrameResult::FAILED) {
             logLine("camera S/N " + std::to_string(serial) + " failed: " + source->failure());
@@ -197,9 +180,7 @@ void LiveCameraGrabber::Private::reset()
     slots.reset();
     unflipped = {};
     lock.release();
-    isOpen = false;
     failed = false;
-    closing = false;
     hasFrame = false;
     delivered = 0;
     width = height = fps = serial = 0;
@@ -285,10 +266,11 @@ bool LiveCameraGrabber::hasMCU() const
 
 int LiveCameraGrabber::getFrameStatus()
 {
+    const std::lock_guard<std::mutex> lock(d->reading);
     if (!d->isOpen) {
         return kNoNewFrame;
     }
-    if (d->slots->takeNewest()) {
+    if (d->slots->takeNewest(kPatience)) {
         if (!d->hasFrame) {
             d->beforeReader = d->slots->overwrittenFrames();
             d->hasFrame = true;
@@ -321,13 +303,13 @@ KORmcu* LiveCameraGrabber::getMCU()
 
 void LiveCameraGrabber::close(bool)
 {
-    if (!d->isOpen) {
+    if (!d->isOpen.exchange(false)) {
         return;
     }
     // The frame in flight takes some milliseconds at most, so there is nothing to force.
-    d->closing = true;
     d->source->stop();
     d->producer.join();
+    const std::lock_guard<std::mutex> lock(d->reading);
     std::uint64_t skipped = d->source->skippedFrames();
     if (d->hasFrame) {
         skipped += d->slots->overwrittenFrames() - d->beforeReader;

@@ -24,6 +24,7 @@ private slots:
     void clockStops();
     void turnedPicture();
     void slotsKeepTheCurrentFrame();
+    void slotsWaitForAFrame();
     void slotsBetweenTwoThreads();
 };
 
@@ -182,6 +183,32 @@ void CoreTest::slotsKeepTheCurrentFrame()
     QVERIFY(ring.takeNewest());
     QCOMPARE(ring.reading().timestamp, tq::Timestamp(11));
     QCOMPARE(ring.overwrittenFrames(), std::uint64_t(9));
+}
+
+void CoreTest::slotsWaitForAFrame()
+{
+    constexpr std::chrono::hours kForEver{1};
+    tq::FrameSlots ring(1);
+    QVERIFY(!ring.takeNewest(std::chrono::milliseconds(1)));
+    // Each side waits for the other again and again: a wake-up that is missed ends the test.
+    constexpr tq::Timestamp kFrames = 2000;
+    std::atomic<tq::Timestamp> taken{0};
+    std::thread producer([&] {
+        for (tq::Timestamp time = 1; time <= kFrames; ++time) {
+            ring.filling().timestamp = time;
+            ring.publish();
+            while (taken < time) {
+                std::this_thread::yield();
+            }
+        }
+    });
+    while (taken < kFrames) {
+        if (ring.takeNewest(kForEver)) {
+            taken = ring.reading().timestamp;
+        }
+    }
+    producer.join();
+    QCOMPARE(ring.overwrittenFrames(), std::uint64_t(0));
 }
 
 void CoreTest::slotsBetweenTwoThreads()

@@ -167,13 +167,14 @@ inline int openCamera(tq::LiveCameraGrabber& grabber, int id, int width = 320, i
     return grabber.setUp(number, width, height, fps, 2, flip, frequency, false, false);
 }
 
-/// Polls for a new frame.
+/// Asks for a new frame, for some seconds if need be.
 /// @return the last status
-inline int waitForFrame(tq::LiveCameraGrabber& grabber, int limitMilliseconds = 5000)
+inline int waitForFrame(tq::LiveCameraGrabber& grabber)
 {
+    constexpr int kQuestions = 500;  // each waits up to 20 ms
     int status = 0;
-    for (int i = 0; i < limitMilliseconds * 5 && (status = grabber.getFrameStatus()) == 0; ++i) {
-        ::usleep(200);
+    for (int i = 0; i < kQuestions && status == 0; ++i) {
+        status = grabber.getFrameStatus();
     }
     return status;
 }

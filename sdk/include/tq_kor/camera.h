@@ -34,8 +34,9 @@ private:
 
 /// Captures one camera.
 ///
-/// setUp(), close() and the frame functions belong to one thread at a time; the functions that
-/// describe the camera (size, rate, serial, model, hasMCU) may be called from any thread.
+/// setUp(), close() and the frame functions belong to one thread at a time, but that close() may
+/// come while another thread waits in getFrameStatus(). The functions that describe the camera
+/// (size, rate, serial, model, hasMCU) may be called from any thread.
 class LiveCameraGrabber {
 public:
     explicit LiveCameraGrabber(INPUT_TYPE type);
@@ -67,8 +68,9 @@ public:
     MODEL getCameraModel() const;    ///< MODEL::LAST while closed
     bool hasMCU() const;             ///< whether the camera has an inertial unit
 
-    /// 1 once for every new frame, which then is the current one; 0 while there is none; another
-    /// value when the camera failed.
+    /// Waits up to 20 ms for a new frame of an opened camera.
+    /// @return 1 once for every new frame, which then is the current one, the newest; 0 when there
+    ///         is none; another value when the camera failed
     int getFrameStatus();
 
     /// Pixels of the current frame: packed YUYV, width × height × 2 bytes. They stay untouched
