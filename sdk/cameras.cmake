@@ -20,6 +20,7 @@ target_sources(tq_kor PRIVATE
     imu/simulatedimu.cpp
     rig/rig.cpp
     sources/framesource.cpp
+    sources/gridsource.cpp
     sources/gstreamersource.cpp
     sources/picture.cpp
     sources/recording.cpp

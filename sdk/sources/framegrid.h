@@ -21,8 +21,6 @@ public:
         return instant(k + 1) <= time ? k + 1 : k;
     }
 
-    Timestamp period() const { return kSecond / fps; }
-
 private:
     static constexpr Timestamp kSecond = 1000000000;
     std::uint64_t fps;

@@ -41,10 +41,6 @@ struct FrameBuffer {
 
 constexpr int kFrameBuffers = 3;
 
-/// A source that is late by fewer frames makes up for them, as the queue of a camera driver would;
-/// one that is later leaves frames out.
-constexpr std::uint64_t kPatienceFrames = 4;
-
 /// Outcome of opening a source.
 struct SourceResult {
     ErrorCode code = ErrorCode::SUCCESS;

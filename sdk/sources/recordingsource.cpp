@@ -2,10 +2,6 @@
 // Playing of a recording.
 #include "sdk/sources/recordingsource.h"
 
-#include <algorithm>
-
-#include "sdk/core/log.h"
-
 namespace tq {
 
 namespace {
@@ -17,7 +13,7 @@ constexpr std::size_t kDecodedBytes = 64u << 20;
 
 RecordingSource::RecordingSource(const rig::RecordingSettings& sourceSettings,
                                  const Clock& sourceClock)
-    : settings(sourceSettings), clock(sourceClock), recording(sourceSettings.path)
+    : GridSource(sourceClock), settings(sourceSettings), recording(sourceSettings.path)
 {
 }
 
@@ -29,9 +25,8 @@ SourceResult RecordingSource::open(const FrameRequest& request)
     if (!preload()) {
         return {ErrorCode::SOURCE_INVALID, reason};
     }
-    delivered = {request.width, request.height, recording.framesPerSecond()};
     scaler = std::make_unique<PictureScaler>(request.width, request.height);
-    nextFrame = firstAfter(clock.now());
+    begin({request.width, request.height, recording.framesPerSecond()}, clock.now());
     return {};
 }
 
@@ -78,42 +73,20 @@ std::uint64_t RecordingSource::firstAfter(Timestamp time) const
     return number;
 }
 
-void RecordingSource::catchUp()
+std::string RecordingSource::name() const
 {
-    const Timestamp now = clock.now();
-    const Timestamp period = 1000000000u / static_cast<Timestamp>(delivered.fps);
-    if (captureTime(nextFrame) + kPatienceFrames * period >= now) {
-        return;
-    }
-    const std::uint64_t late = nextFrame;
-    nextFrame = std::max(firstAfter(now) - 1, late + 1);  // the newest that is due
-    skipped.fetch_add(nextFrame - late);
+    return "the recording " + settings.path;
 }
 
-FrameResult RecordingSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
+GridSource::Drawing RecordingSource::draw(std::uint64_t number, Timestamp,
+                                          const FrameBuffer& buffer)
 {
-    while (!stopping.load()) {
-        catchUp();
-        const Picture* frame = picture(nextFrame % recording.frames().size());
-        if (frame == nullptr) {
-            return FrameResult::FAILED;
-        }
-        scaler->scale(*frame, buffer.pixels);
-        const Timestamp time = captureTime(nextFrame);
-        const Wake wake = clock.sleepUntil(time, stopping);
-        if (wake == Wake::SET_BACK) {
-            logLine("the real-time clock was set back, the recording " + settings.path +
-                    " follows");
-            nextFrame = firstAfter(clock.now());
-            continue;
-        }
-        if (wake == Wake::REACHED) {
-            ++nextFrame;
-            timestamp = time;
-            return FrameResult::FRAME;
-        }
+    const Picture* frame = picture(number % recording.frames().size());
+    if (frame == nullptr) {
+        return Drawing::FAILED;
     }
-    return FrameResult::STOPPED;
+    scaler->scale(*frame, buffer.pixels);
+    return Drawing::DONE;
 }
 
 }  // namespace tq

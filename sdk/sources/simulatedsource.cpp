@@ -6,11 +6,11 @@
 #include <cmath>
 #include <limits>
 
-#include "sdk/core/log.h"
-
 namespace tq {
 
 namespace {
+
+constexpr Timestamp kNever = std::numeric_limits<Timestamp>::max() / 4;
 
 enum Purpose : std::uint64_t { JITTER = 1, DROP = 2 };
 
@@ -37,25 +37,29 @@ double secondsBetween(Timestamp from, Timestamp to)
 
 SimulatedSource::SimulatedSource(const rig::SimulatedSettings& sourceSettings, int serialNumber,
                                  const Clock& sourceClock)
-    : settings(sourceSettings), serial(serialNumber), clock(sourceClock)
+    : GridSource(sourceClock), settings(sourceSettings), serial(serialNumber)
 {
 }
 
 SourceResult SimulatedSource::open(const FrameRequest& request)
 {
-    delivered = {request.width, request.height, request.fps};
     grid = FrameGrid(request.fps);
     scene = std::make_unique<Scene>(request.width, request.height, settings.eye, serial);
     opened = clock.now();
-    restartAt(opened);
-    firstFrame = nextFrame;
+    firstFrame = firstAfter(opened);
+    begin({request.width, request.height, request.fps}, opened);
     return {};
 }
 
-void SimulatedSource::restartAt(Timestamp time)
+std::string SimulatedSource::name() const
+{
+    return "camera " + std::to_string(serial);
+}
+
+std::uint64_t SimulatedSource::firstAfter(Timestamp time) const
 {
     const auto shifted = static_cast<std::int64_t>(time) - nanoseconds(settings.phase);
-    nextFrame = grid.frameAt(static_cast<Timestamp>(std::max<std::int64_t>(shifted, 0))) + 1;
+    return grid.frameAt(static_cast<Timestamp>(std::max<std::int64_t>(shifted, 0))) + 1;
 }
 
 double SimulatedSource::randomAt(std::uint64_t frame, std::uint64_t purpose) const
@@ -74,7 +78,10 @@ Timestamp SimulatedSource::captureTime(std::uint64_t frame) const
     if (settings.jitter > 0) {
         offset += nanoseconds(settings.jitter * (2 * randomAt(frame, JITTER) - 1));
     }
-    return due + static_cast<Timestamp>(offset);
+    const Timestamp time = due + static_cast<Timestamp>(offset);
+    // A dead camera is silent for ever, not failed.
+    const bool dead = settings.deathAfter && secondsBetween(opened, time) >= *settings.deathAfter;
+    return dead ? kNever : time;
 }
 
 bool SimulatedSource::isLost(std::uint64_t frame, Timestamp time) const
@@ -88,57 +95,14 @@ bool SimulatedSource::isLost(std::uint64_t frame, Timestamp time) const
     return settings.drop > 0 && randomAt(frame, DROP) < settings.drop;
 }
 
-bool SimulatedSource::isDead(Timestamp time) const
+GridSource::Drawing SimulatedSource::draw(std::uint64_t frame, Timestamp time,
+                                          const FrameBuffer& buffer)
 {
-    return settings.deathAfter && secondsBetween(opened, time) >= *settings.deathAfter;
-}
-
-void SimulatedSource::catchUp()
-{
-    const Timestamp now = clock.now();
-    const Timestamp patience = kPatienceFrames * grid.period();
-    if (captureTime(nextFrame) + patience >= now) {
-        return;
+    if (time >= kNever || isLost(frame, time)) {
+        return Drawing::LOST;
     }
-    const std::uint64_t late = nextFrame;
-    restartAt(now);
-    nextFrame = std::max(nextFrame - 1, late + 1);  // the newest that is due
-    skipped.fetch_add(nextFrame - late);
-}
-
-FrameResult SimulatedSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
-{
-    while (!stopping.load()) {
-        catchUp();
-        const std::uint64_t frame = nextFrame;
-        const Timestamp time = std::max(captureTime(frame), lastTime + 1);
-        if (isDead(time)) {
-            clock.sleepUntil(std::numeric_limits<Timestamp>::max() / 4, stopping);
-            continue;
-        }
-        const bool lost = isLost(frame, time);
-        if (!lost) {
-            scene->render(buffer, static_cast<std::uint32_t>(frame), time);
-        }
-        const Wake wake = clock.sleepUntil(time, stopping);
-        if (wake == Wake::SET_BACK) {
-            logLine("the real-time clock was set back, camera " + std::to_string(serial) +
-                    " follows");
-            lastTime = 0;
-            restartAt(clock.now());
-            continue;
-        }
-        if (wake == Wake::STOPPED) {
-            break;
-        }
-        ++nextFrame;
-        lastTime = time;
-        if (!lost) {
-            timestamp = time;
-            return FrameResult::FRAME;
-        }
-    }
-    return FrameResult::STOPPED;
+    scene->render(buffer, static_cast<std::uint32_t>(frame), time);
+    return Drawing::DONE;
 }
 
 }  // namespace tq

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+// Waiting for the frames of a grid, and catching up with it.
+#include "sdk/sources/gridsource.h"
+
+#include <algorithm>
+
+#include "sdk/core/log.h"
+
+namespace tq {
+
+namespace {
+
+// A source that is late by fewer frames makes up for them, as the queue of a camera driver would;
+// one that is later leaves frames out.
+constexpr Timestamp kPatienceFrames = 4;
+
+}  // namespace
+
+void GridSource::begin(const FrameFormat& format, Timestamp time)
+{
+    delivered = format;
+    nextFrame = firstAfter(time);
+}
+
+void GridSource::catchUp()
+{
+    const Timestamp now = clock.now();
+    const Timestamp period = 1000000000u / static_cast<Timestamp>(delivered.fps);
+    if (captureTime(nextFrame) + kPatienceFrames * period >= now) {
+        return;
+    }
+    const std::uint64_t late = nextFrame;
+    nextFrame = std::max(firstAfter(now) - 1, late + 1);  // the newest that is due
+    skipped.fetch_add(nextFrame - late);
+}
+
+FrameResult GridSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
+{
+    while (!stopping.load()) {
+        catchUp();
+        const Timestamp time = std::max(captureTime(nextFrame), lastTime + 1);
+        const Drawing drawing = draw(nextFrame, time, buffer);
+        if (drawing == Drawing::FAILED) {
+            return FrameResult::FAILED;
+        }
+        const Wake wake = clock.sleepUntil(time, stopping);
+        if (wake == Wake::STOPPED) {
+            break;
+        }
+        if (wake == Wake::SET_BACK) {
+            logLine("the real-time clock was set back, " + name() + " follows");
+            lastTime = 0;
+            nextFrame = firstAfter(clock.now());
+            continue;
+        }
+        ++nextFrame;
+        lastTime = time;
+        if (drawing == Drawing::DONE) {
+            timestamp = time;
+            return FrameResult::FRAME;
+        }
+    }
+    return FrameResult::STOPPED;
+}
+
+}  // namespace tq
