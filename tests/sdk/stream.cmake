@@ -6,7 +6,7 @@ pkg_check_modules(VISTREL_TEST_GST REQUIRED IMPORTED_TARGET
 
 foreach(name IN ITEMS open wire clients load)
     vistrel_add_test(NAME sdk_stream_${name} SOURCES stream_${name}.cpp stream_testing.h
-        LIBRARIES TqKor::TqKor Threads::Threads PkgConfig::VISTREL_TEST_GST
+        LIBRARIES tq_kor_core tq_kor_objects Threads::Threads PkgConfig::VISTREL_TEST_GST
         LABELS sdk stream)
     target_compile_definitions(test_sdk_stream_${name} PRIVATE
         VISTREL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
@@ -14,5 +14,5 @@ endforeach()
 
 # The conversion of colours, and the library that does it, which the test asks what it uses.
 vistrel_add_test(NAME sdk_simd SOURCES simd_test.cpp
-    LIBRARIES TqKor::TqKor PkgConfig::VISTREL_TEST_GST "${LIBYUV_LIBRARY}" LABELS sdk)
+    LIBRARIES tq_kor_core tq_kor_objects PkgConfig::VISTREL_TEST_GST "${LIBYUV_LIBRARY}" LABELS sdk)
 target_include_directories(test_sdk_simd PRIVATE "${LIBYUV_INCLUDE_DIR}")

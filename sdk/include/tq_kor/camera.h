@@ -12,7 +12,7 @@ namespace tq {
 
 /// The micro-controller of an opened camera: a bounded history of its IMU packets.
 /// Thread safe. Lives as long as the grabber that handed it out stays open.
-class KORmcu {
+class TQ_KOR_API KORmcu {
 public:
     /// Packets with from < timestamp <= to, oldest first, so that batches taken with the end of
     /// one as the start of the next hold every packet exactly once. @p from = 0 returns at most
@@ -25,7 +25,7 @@ public:
 
 private:
     friend class LiveCameraGrabber;
-    struct Private;
+    struct TQ_KOR_PRIVATE Private;
     explicit KORmcu(std::unique_ptr<Private> implementation);
     ~KORmcu();
 
@@ -37,7 +37,7 @@ private:
 /// setUp(), close() and the frame functions belong to one thread at a time, but that close() may
 /// come while another thread waits in getFrameStatus(). The functions that describe the camera
 /// (size, rate, serial, model, hasMCU) may be called from any thread.
-class LiveCameraGrabber {
+class TQ_KOR_API LiveCameraGrabber {
 public:
     explicit LiveCameraGrabber(INPUT_TYPE type);
     ~LiveCameraGrabber();
@@ -91,14 +91,14 @@ public:
     void close(bool force);
 
 private:
-    struct Private;
+    struct TQ_KOR_PRIVATE Private;
     std::unique_ptr<Private> d;
 };
 
 }  // namespace tq
 
 /// Enumerates the GMSL cameras.
-class ArgusCamera {
+class TQ_KOR_API ArgusCamera {
 public:
     /// The cameras of the rig, in rig order.
     /// @param refresh look again rather than return the list of the last call

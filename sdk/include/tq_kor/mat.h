@@ -16,7 +16,7 @@ class PixelStorage;
 /// themselves are not guarded: one writer at a time, and no reader while it writes.
 /// Pixel memory comes from a process-wide pool, so buffers of a size that was in use before cost
 /// no system allocation.
-class Mat {
+class TQ_KOR_API Mat {
 public:
     Mat() noexcept;
     /// Shares the pixels of @p other and takes over its size and timestamp.

@@ -12,7 +12,7 @@ namespace tq {
 ///
 /// Thread safe: frames and IMU packets may be ingested on different threads. close() and the
 /// destructor must not run at the same time as any other call.
-class UDPOutput {
+class TQ_KOR_API UDPOutput {
 public:
     /// @param mode    STREAMING_MODE::LIVE
     /// @param verbose log the state of the stream
@@ -40,7 +40,7 @@ public:
     void close();
 
 private:
-    struct Private;
+    struct TQ_KOR_PRIVATE Private;
     std::unique_ptr<Private> d;
 };
 

@@ -7,6 +7,8 @@
 #include <string>
 #include <type_traits>
 
+#include "tq_kor/export.h"
+
 namespace tq {
 
 /// Capture time in nanoseconds of the system's real-time clock (CLOCK_REALTIME).
@@ -47,7 +49,7 @@ enum class MODEL : std::int32_t {
 };
 
 /// Display name of a camera model, "N/A" for an unknown one.
-String toString(const MODEL& model);
+TQ_KOR_API String toString(const MODEL& model);
 
 /// Pixel layout of an image buffer.
 enum class MAT_TYPE : std::int32_t {
@@ -58,7 +60,7 @@ enum class MAT_TYPE : std::int32_t {
 };
 
 /// Bytes per pixel of a layout; 0 for a value that is none of the enumerators.
-std::size_t bytesPerPixel(MAT_TYPE type) noexcept;
+TQ_KOR_API std::size_t bytesPerPixel(MAT_TYPE type) noexcept;
 
 /// Where an image buffer lives. The values are bits.
 enum class MEM : std::int32_t {
@@ -104,7 +106,7 @@ enum class ErrorCode : std::int32_t {
 };
 
 /// One-line description of a result.
-String toString(ErrorCode code);
+TQ_KOR_API String toString(ErrorCode code);
 
 /// One measurement of a camera's inertial unit.
 struct IMUPacket {
@@ -223,7 +225,7 @@ static_assert(std::is_trivially_copyable<kvfSampleMetadata>::value, "passed by v
 /// Fills a frame's metadata from the camera's latest IMU packet.
 /// @param metadata record to fill; its reserved bytes are left as they are
 /// @param packet   packet to take the values from
-void convertMetadataFromMCUData(kvfSampleMetadata& metadata, IMUPacket packet);
+TQ_KOR_API void convertMetadataFromMCUData(kvfSampleMetadata& metadata, IMUPacket packet);
 
 }  // namespace kvfrw
 }  // namespace tq
