@@ -33,6 +33,10 @@ if(VISTREL_SANITIZE)
     add_link_options(-fsanitize=${VISTREL_SANITIZE})
 endif()
 
+# The program's version, for what shows it.
+add_library(vistrel_version INTERFACE)
+target_compile_definitions(vistrel_version INTERFACE "VISTREL_VERSION=\"${PROJECT_VERSION}\"")
+
 # vistrel_target(<target>): the settings that all targets share. Headers are included by their
 # path from the repository's root.
 function(vistrel_target target)
