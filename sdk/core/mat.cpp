@@ -15,6 +15,8 @@
 
 #include <sys/mman.h>
 
+#include "cmake/threadsanitizer.h"
+
 namespace tq {
 
 namespace {
@@ -22,10 +24,6 @@ namespace {
 constexpr std::size_t kAlignment = 64;
 constexpr std::size_t kMappedBytes = 1u << 20;
 constexpr std::size_t kMaxPooledBytes = 128u << 20;
-
-// Relaxed would do for counting up. This order shows the thread sanitizer, which does not see how
-// Qt hands a copy to another thread, that the pixels were written before.
-constexpr std::memory_order kCountUp = std::memory_order_acq_rel;
 
 }  // namespace
 
@@ -46,6 +44,14 @@ public:
     }
     PixelStorage(const PixelStorage&) = delete;
     PixelStorage& operator=(const PixelStorage&) = delete;
+
+    /// One more image holds these pixels. A copy may have come from another thread.
+    void share() noexcept
+    {
+        references.fetch_add(1, std::memory_order_relaxed);
+        threadsanitizer::release(this);
+        threadsanitizer::acquire(this);
+    }
 
     const std::size_t bytes;
     std::uint8_t* const pixels;
@@ -155,7 +161,7 @@ Mat::Mat(const Mat& other) noexcept
       timestamp(other.timestamp)
 {
     if (storage != nullptr) {
-        storage->references.fetch_add(1, kCountUp);
+        storage->share();
     }
 }
 
@@ -163,7 +169,7 @@ Mat& Mat::operator=(const Mat& other) noexcept
 {
     if (this != &other) {
         if (other.storage != nullptr) {
-            other.storage->references.fetch_add(1, kCountUp);
+            other.storage->share();
         }
         release();
         storage = other.storage;
