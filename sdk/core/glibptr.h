@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-// Owning pointers to the reference-counted objects of GLib and GStreamer.
+// Owning pointers to the objects of GLib and GStreamer, for cameras, sender and receiver.
 #pragma once
 
 #include <gst/gst.h>
 
-#include <atomic>
 #include <memory>
 #include <utility>
 
-namespace tq::stream {
+#include "cmake/threadsanitizer.h"
+
+namespace tq {
 
 struct GObjectRelease {
     void operator()(gpointer object) const noexcept { g_object_unref(object); }
@@ -33,16 +34,8 @@ struct MiniObjectRelease {
 using BufferPtr = std::unique_ptr<GstBuffer, MiniObjectRelease>;
 using SamplePtr = std::unique_ptr<GstSample, MiniObjectRelease>;
 using CapsPtr = std::unique_ptr<GstCaps, MiniObjectRelease>;
-
-struct GErrorRelease {
-    void operator()(GError* error) const noexcept { g_error_free(error); }
-};
-using GErrorPtr = std::unique_ptr<GError, GErrorRelease>;
-
-struct GFreeRelease {
-    void operator()(gpointer memory) const noexcept { g_free(memory); }
-};
-using GCharPtr = std::unique_ptr<char, GFreeRelease>;
+using MessagePtr = std::unique_ptr<GstMessage, MiniObjectRelease>;
+using BufferListPtr = std::unique_ptr<GstBufferList, MiniObjectRelease>;
 
 struct GSourceRelease {
     void operator()(GSource* source) const noexcept
@@ -54,35 +47,55 @@ struct GSourceRelease {
 /// Owns an event source: it is taken out of its context when the pointer goes.
 using GSourcePtr = std::unique_ptr<GSource, GSourceRelease>;
 
-/// A shared pointer as the user data of a GLib callback, with the function that releases it.
-///
-/// GLib orders making, calls and release by locks that the thread sanitizer does not see; the count
-/// of hand-overs repeats that order in sight of it.
+struct MainLoopRelease {
+    void operator()(GMainContext* context) const noexcept { g_main_context_unref(context); }
+    void operator()(GMainLoop* loop) const noexcept { g_main_loop_unref(loop); }
+};
+using MainContextPtr = std::unique_ptr<GMainContext, MainLoopRelease>;
+using MainLoopPtr = std::unique_ptr<GMainLoop, MainLoopRelease>;
+
+/// The error of one call: pass it where a GError** is wanted.
+class Failure {
+public:
+    Failure() = default;
+    ~Failure() { g_clear_error(&error); }
+    Failure(const Failure&) = delete;
+    Failure& operator=(const Failure&) = delete;
+
+    operator GError**() { return &error; }
+    const GError* get() const { return error; }
+
+    /// What it says; @p otherwise when the call left no error.
+    const char* text(const char* otherwise) const { return error ? error->message : otherwise; }
+
+private:
+    GError* error = nullptr;
+};
+
+/// A shared pointer as the user data of a GLib callback, with the function that releases it. GLib
+/// orders making, calls and release by locks of its own.
 template <typename T>
 struct SharedData {
     static gpointer make(std::shared_ptr<T> object)
     {
         gpointer const data = std::make_unique<std::shared_ptr<T>>(std::move(object)).release();
-        handOvers.fetch_add(1);
+        threadsanitizer::release(data);
         return data;
     }
     /// The object, kept alive for as long as the callback holds the result.
     static std::shared_ptr<T> get(gpointer data)
     {
-        handOvers.fetch_add(1);
+        threadsanitizer::acquire(data);
         std::shared_ptr<T> object = *static_cast<std::shared_ptr<T>*>(data);
-        handOvers.fetch_add(1);
+        threadsanitizer::release(data);
         return object;
     }
     static void release(gpointer data)
     {
-        handOvers.fetch_add(1);
+        threadsanitizer::acquire(data);
         std::unique_ptr<std::shared_ptr<T>> owner(static_cast<std::shared_ptr<T>*>(data));
     }
     static void releaseClosure(gpointer data, GClosure*) { release(data); }
-
-private:
-    static inline std::atomic<unsigned> handOvers{0};
 };
 
-}  // namespace tq::stream
+}  // namespace tq

@@ -14,6 +14,7 @@
 #include <thread>
 #include <utility>
 
+#include "sdk/core/glibptr.h"
 #include "sdk/core/log.h"
 
 namespace tq {
@@ -29,13 +30,10 @@ constexpr Timestamp kQuickReading = 20000;
 
 bool initialize(std::string& reason)
 {
-    GError* error = nullptr;
-    if (gst_init_check(nullptr, nullptr, &error) != FALSE) {
-        return true;
-    }
-    reason = error != nullptr ? error->message : "GStreamer cannot be initialised";
-    g_clear_error(&error);
-    return false;
+    Failure failure;
+    const bool initialised = gst_init_check(nullptr, nullptr, failure) != FALSE;
+    reason = initialised ? "" : failure.text("GStreamer cannot be initialised");
+    return initialised;
 }
 
 std::string replaced(std::string text, const std::string& name, int value)
@@ -61,12 +59,9 @@ std::string describe(const rig::GStreamerSettings& settings, const FrameRequest&
 
 std::string messageText(GstMessage* message)
 {
-    GError* error = nullptr;
-    gst_message_parse_error(message, &error, nullptr);
-    const std::string element = GST_MESSAGE_SRC_NAME(message);
-    std::string text = element + ": " + (error != nullptr ? error->message : "unknown error");
-    g_clear_error(&error);
-    return text;
+    Failure failure;
+    gst_message_parse_error(message, failure, nullptr);
+    return std::string(GST_MESSAGE_SRC_NAME(message)) + ": " + failure.text("unknown error");
 }
 
 /// By how much the real-time clock is ahead of a pipeline's.
@@ -91,35 +86,16 @@ std::int64_t offsetBetween(const Clock& clock, GstClock* pipelineClock)
 
 /// The pipeline and what belongs to it.
 struct GStreamerSource::Pipeline {
-    GstElement* element = nullptr;
-    GstElement* sink = nullptr;
-    GstBus* bus = nullptr;
-    GstSample* sample = nullptr;
-    bool live = false;
-
-    Pipeline() = default;
-    Pipeline(const Pipeline&) = delete;
-    Pipeline& operator=(const Pipeline&) = delete;
+    GObjectPtr<GstElement> element;
+    GObjectPtr<GstElement> sink;
+    GObjectPtr<GstBus> bus;
+    SamplePtr sample;
 
     ~Pipeline()
     {
-        dropSample();
-        if (sink != nullptr) {
-            gst_object_unref(sink);
-        }
-        if (bus != nullptr) {
-            gst_object_unref(bus);
-        }
-        if (element != nullptr) {
+        sample.reset();
+        if (element) {
             shutDown();
-        }
-    }
-
-    void dropSample()
-    {
-        if (sample != nullptr) {
-            gst_sample_unref(sample);
-            sample = nullptr;
         }
     }
 
@@ -129,12 +105,12 @@ struct GStreamerSource::Pipeline {
         std::promise<void> promise;
         std::future<void> ended = promise.get_future();
         std::thread worker(
-            [stopped = element](std::promise<void> done) {
-                gst_element_set_state(stopped, GST_STATE_NULL);
-                gst_object_unref(stopped);
+            [](GObjectPtr<GstElement> stopped, std::promise<void> done) {
+                gst_element_set_state(stopped.get(), GST_STATE_NULL);
+                stopped.reset();
                 done.set_value();
             },
-            std::move(promise));
+            std::move(element), std::move(promise));
         if (ended.wait_for(kStopLimit) == std::future_status::ready) {
             worker.join();
             return;
@@ -146,13 +122,8 @@ struct GStreamerSource::Pipeline {
     /// The first error on the bus, or "" while there is none.
     std::string error() const
     {
-        std::string text;
-        GstMessage* message = gst_bus_pop_filtered(bus, GST_MESSAGE_ERROR);
-        if (message != nullptr) {
-            text = messageText(message);
-            gst_message_unref(message);
-        }
-        return text;
+        const MessagePtr message(gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR));
+        return message ? messageText(message.get()) : "";
     }
 };
 
@@ -181,7 +152,7 @@ SourceResult GStreamerSource::open(const FrameRequest& request)
         return {ErrorCode::SOURCE_INVALID, reason};
     }
     GstVideoInfo info;
-    if (gst_video_info_from_caps(&info, gst_sample_get_caps(pipeline->sample)) != FALSE &&
+    if (gst_video_info_from_caps(&info, gst_sample_get_caps(pipeline->sample.get())) != FALSE &&
         info.fps_n > 0 && info.fps_d > 0) {
         delivered.fps = std::max(1, (info.fps_n + info.fps_d / 2) / info.fps_d);
     }
@@ -191,22 +162,22 @@ SourceResult GStreamerSource::open(const FrameRequest& request)
 SourceResult GStreamerSource::start(const std::string& description)
 {
     pipeline = std::make_unique<Pipeline>();
-    GError* error = nullptr;
-    pipeline->element =
-        gst_parse_launch_full(description.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &error);
-    if (pipeline->element == nullptr || error != nullptr) {
-        reason = error != nullptr ? error->message : "the pipeline cannot be built";
-        g_clear_error(&error);
+    Failure failed;
+    pipeline->element.reset(
+        gst_parse_launch_full(description.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, failed));
+    GstElement* const element = pipeline->element.get();
+    if (element == nullptr || failed.get() != nullptr) {
+        reason = failed.text("the pipeline cannot be built");
         return {ErrorCode::SOURCE_UNAVAILABLE, reason};
     }
-    pipeline->bus = gst_element_get_bus(pipeline->element);
-    pipeline->sink = gst_bin_get_by_name(GST_BIN(pipeline->element), "kor_sink");
-    const GstStateChangeReturn paused = gst_element_set_state(pipeline->element, GST_STATE_PAUSED);
+    pipeline->bus.reset(gst_element_get_bus(element));
+    pipeline->sink.reset(gst_bin_get_by_name(GST_BIN(element), "kor_sink"));
+    const GstStateChangeReturn paused = gst_element_set_state(element, GST_STATE_PAUSED);
     // Live frames are due when they come; files are played at their own pace.
-    pipeline->live = paused == GST_STATE_CHANGE_NO_PREROLL;
-    g_object_set(pipeline->sink, "sync", pipeline->live ? FALSE : TRUE, nullptr);
+    const bool live = paused == GST_STATE_CHANGE_NO_PREROLL;
+    g_object_set(pipeline->sink.get(), "sync", live ? FALSE : TRUE, nullptr);
     if (paused == GST_STATE_CHANGE_FAILURE ||
-        gst_element_set_state(pipeline->element, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        gst_element_set_state(element, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
         reason = pipeline->error();
         if (reason.empty()) {
             reason = "the pipeline cannot be started";
@@ -220,16 +191,17 @@ GStreamerSource::Pull GStreamerSource::pull()
 {
     using Steady = std::chrono::steady_clock;
     const auto deadline = Steady::now() + std::chrono::duration<double>(settings.timeout);
+    auto* const sink = GST_APP_SINK(pipeline->sink.get());
     while (!stopping.load()) {
-        pipeline->sample = gst_app_sink_try_pull_sample(GST_APP_SINK(pipeline->sink), kPullSlice);
-        if (pipeline->sample != nullptr) {
+        pipeline->sample.reset(gst_app_sink_try_pull_sample(sink, kPullSlice));
+        if (pipeline->sample) {
             return Pull::SAMPLE;
         }
         reason = pipeline->error();
         if (!reason.empty()) {
             return Pull::FAILED;
         }
-        if (gst_app_sink_is_eos(GST_APP_SINK(pipeline->sink)) != FALSE) {
+        if (gst_app_sink_is_eos(sink) != FALSE) {
             reason = "the pipeline has come to its end";
             return Pull::FAILED;
         }
@@ -245,12 +217,12 @@ bool GStreamerSource::copyFrame(unsigned char* pixels)
 {
     GstVideoInfo info;
     GstVideoFrame frame;
-    GstCaps* caps = gst_sample_get_caps(pipeline->sample);
+    GstCaps* caps = gst_sample_get_caps(pipeline->sample.get());
     if (caps == nullptr || gst_video_info_from_caps(&info, caps) == FALSE ||
         GST_VIDEO_INFO_WIDTH(&info) != delivered.width ||
         GST_VIDEO_INFO_HEIGHT(&info) != delivered.height ||
-        gst_video_frame_map(&frame, &info, gst_sample_get_buffer(pipeline->sample), GST_MAP_READ) ==
-            FALSE) {
+        gst_video_frame_map(&frame, &info, gst_sample_get_buffer(pipeline->sample.get()),
+                            GST_MAP_READ) == FALSE) {
         reason = "the pipeline delivered a frame that cannot be read";
         return false;
     }
@@ -268,12 +240,12 @@ bool GStreamerSource::copyFrame(unsigned char* pixels)
 Timestamp GStreamerSource::captureTime()
 {
     const Timestamp now = clock.now();
-    GstBuffer* buffer = gst_sample_get_buffer(pipeline->sample);
-    const GstSegment* segment = gst_sample_get_segment(pipeline->sample);
-    GstClock* pipelineClock = gst_element_get_clock(pipeline->element);
+    GstBuffer* buffer = gst_sample_get_buffer(pipeline->sample.get());
+    const GstSegment* segment = gst_sample_get_segment(pipeline->sample.get());
+    const GObjectPtr<GstClock> pipelineClock(gst_element_get_clock(pipeline->element.get()));
     Timestamp time = now;
-    if (pipelineClock != nullptr && GST_BUFFER_PTS_IS_VALID(buffer)) {
-        const std::int64_t offset = offsetBetween(clock, pipelineClock);
+    if (pipelineClock && GST_BUFFER_PTS_IS_VALID(buffer)) {
+        const std::int64_t offset = offsetBetween(clock, pipelineClock.get());
         if (!clockOffsetKnown || std::abs(offset - clockOffset) > kOffsetNoise) {
             clockOffset = offset;
             clockOffsetKnown = true;
@@ -282,11 +254,8 @@ Timestamp GStreamerSource::captureTime()
             gst_segment_to_running_time(segment, GST_FORMAT_TIME, GST_BUFFER_PTS(buffer));
         if (GST_CLOCK_TIME_IS_VALID(running)) {
             time = static_cast<Timestamp>(clockOffset) +
-                   gst_element_get_base_time(pipeline->element) + running;
+                   gst_element_get_base_time(pipeline->element.get()) + running;
         }
-    }
-    if (pipelineClock != nullptr) {
-        gst_object_unref(pipelineClock);
     }
     // Pipelines that stamp a frame with the end of its exposure, or not at all, may repeat a time.
     const bool setBack = lastTime > now + GST_SECOND;
@@ -295,7 +264,7 @@ Timestamp GStreamerSource::captureTime()
 
 FrameResult GStreamerSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
 {
-    if (pipeline->sample == nullptr) {
+    if (!pipeline->sample) {
         switch (pull()) {
             case Pull::SAMPLE: break;
             case Pull::STOPPED: return FrameResult::STOPPED;
@@ -305,7 +274,7 @@ FrameResult GStreamerSource::next(const FrameBuffer& buffer, Timestamp& timestam
     const bool copied = copyFrame(buffer.pixels);
     lastTime = captureTime();
     timestamp = lastTime;
-    pipeline->dropSample();
+    pipeline->sample.reset();
     return copied ? FrameResult::FRAME : FrameResult::FAILED;
 }
 

@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "sdk/stream/glibptr.h"
+#include "sdk/core/glibptr.h"
 
 namespace tq::stream {
 
@@ -167,11 +167,8 @@ enum class TrialResult { WORKS, FAILS, NO_ANSWER };
 bool hasFailed(GstElement* pipeline, GstElement* sink)
 {
     const GObjectPtr<GstBus> bus(gst_element_get_bus(pipeline));
-    GstMessage* message = gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR);
-    if (message) {
-        gst_message_unref(message);
-    }
-    return message != nullptr || gst_app_sink_is_eos(GST_APP_SINK(sink)) != FALSE;
+    const MessagePtr message(gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR));
+    return message || gst_app_sink_is_eos(GST_APP_SINK(sink)) != FALSE;
 }
 
 /// Codes three pictures and waits for the first.
@@ -179,10 +176,9 @@ TrialResult encodeAPicture(const EncoderChoice& choice, const VideoFormat& forma
 {
     const std::string line =
         "appsrc name=in format=time ! " + choice.description + " ! appsink name=out sync=false";
-    GError* parseError = nullptr;
+    Failure failure;
     const GObjectPtr<GstElement> pipeline(
-        gst_parse_launch_full(line.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &parseError));
-    const GErrorPtr error(parseError);
+        gst_parse_launch_full(line.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, failure));
     if (!pipeline) {
         return TrialResult::FAILS;
     }

@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "sdk/stream/glibptr.h"
+#include "sdk/core/glibptr.h"
 #include "sdk/stream/videoformat.h"
 
 namespace tq::stream {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <thread>
 
-#include "sdk/stream/glibptr.h"
+#include "sdk/core/glibptr.h"
 
 namespace tq::stream {
 
@@ -38,14 +38,13 @@ public:
         return tolerant(result);
     }
 
-    GstFlowReturn forward(GstPad* pad, GstBufferList* list)
+    GstFlowReturn forward(GstPad* pad, BufferListPtr list)
     {
         GstFlowReturn result = GST_FLOW_OK;
-        const guint length = gst_buffer_list_length(list);
+        const guint length = gst_buffer_list_length(list.get());
         for (guint first = 0; first < length && result == GST_FLOW_OK; first += kBlockPackets) {
-            result = forwardBlock(pad, list, first, std::min(kBlockPackets, length - first));
+            result = forwardBlock(pad, list.get(), first, std::min(kBlockPackets, length - first));
         }
-        gst_buffer_list_unref(list);
         return result;
     }
 
@@ -94,7 +93,7 @@ GstPadProbeReturn onPackets(GstPad* pad, GstPadProbeInfo* info, gpointer data)
     info->data = nullptr;
     GST_PAD_PROBE_INFO_FLOW_RETURN(info) =
         info->type & GST_PAD_PROBE_TYPE_BUFFER_LIST
-            ? forwarder.forward(pad, static_cast<GstBufferList*>(packets))
+            ? forwarder.forward(pad, BufferListPtr(static_cast<GstBufferList*>(packets)))
             : forwarder.forward(pad, static_cast<GstBuffer*>(packets));
     return GST_PAD_PROBE_HANDLED;
 }

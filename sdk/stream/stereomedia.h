@@ -6,9 +6,9 @@
 
 #include <memory>
 
+#include "sdk/core/glibptr.h"
 #include "sdk/rig/rig.h"
 #include "sdk/stream/encoders.h"
-#include "sdk/stream/glibptr.h"
 #include "sdk/stream/streamfeed.h"
 
 namespace tq::stream {

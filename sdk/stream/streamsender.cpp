@@ -97,11 +97,10 @@ std::string missingElement()
 {
     for (const char* element :
          {"appsrc", "queue", "rtpbin", "rtph264pay", "rtph265pay", "rtpklvpay", "udpsink"}) {
-        GstElementFactory* factory = gst_element_factory_find(element);
+        const GObjectPtr<GstElementFactory> factory(gst_element_factory_find(element));
         if (!factory) {
             return element;
         }
-        gst_object_unref(factory);
     }
     return {};
 }
@@ -144,13 +143,12 @@ ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
         return ErrorCode::INVALID_RIG;
     }
     const rig::StreamSettings& settings = rig.rig->stream;
-    GError* initError = nullptr;
-    const bool initialised = gst_init_check(nullptr, nullptr, &initError);
-    const GErrorPtr error(initError);
+    Failure failure;
+    const bool initialised = gst_init_check(nullptr, nullptr, failure);
     const std::string missing = initialised ? missingElement() : std::string();
     if (!initialised || !missing.empty()) {
         reason = initialised ? "the GStreamer element " + missing + " is not installed"
-                             : (error ? error->message : "GStreamer cannot be initialised");
+                             : failure.text("GStreamer cannot be initialised");
         return ErrorCode::SERVER_FAILED;
     }
     const VideoFormat format = videoFormat(config, settings);

@@ -66,25 +66,24 @@ ErrorCode StreamServer::start(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory
                               std::string& reason)
 {
     configure(port, std::move(factory));
-    GError* error = nullptr;
-    context = g_main_context_new();
-    GSource* source = gst_rtsp_server_create_source(server.get(), nullptr, &error);
-    const GErrorPtr failure(error);
+    Failure failure;
+    context.reset(g_main_context_new());
+    GSource* source = gst_rtsp_server_create_source(server.get(), nullptr, failure);
     if (!source) {
-        const bool taken = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
+        const bool taken = g_error_matches(failure.get(), G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
         reason = "cannot listen on " + settings.bindAddress + " port " + std::to_string(port) +
-                 ": " + (error ? error->message : "unknown reason");
+                 ": " + failure.text("unknown reason");
         stop();
         return taken ? ErrorCode::PORT_TAKEN : ErrorCode::SERVER_FAILED;
     }
     listener.reset(source);
-    g_source_attach(source, context);
+    g_source_attach(source, context.get());
     attachHousekeeping();
-    loop = g_main_loop_new(context, FALSE);
+    loop.reset(g_main_loop_new(context.get(), FALSE));
     thread = std::thread([this] {
-        g_main_context_push_thread_default(context);
-        g_main_loop_run(loop);
-        g_main_context_pop_thread_default(context);
+        g_main_context_push_thread_default(context.get());
+        g_main_loop_run(loop.get());
+        g_main_context_pop_thread_default(context.get());
     });
     return ErrorCode::SUCCESS;
 }
@@ -101,7 +100,7 @@ void StreamServer::stop()
                 return G_SOURCE_REMOVE;
             },
             this, nullptr);
-        g_source_attach(task.get(), context);
+        g_source_attach(task.get(), context.get());
         thread.join();
     }
     listener.reset();
@@ -110,12 +109,8 @@ void StreamServer::stop()
     departed.clear();
     server.reset();
     sessions.reset();
-    if (loop) {
-        g_main_loop_unref(std::exchange(loop, nullptr));
-    }
-    if (context) {
-        g_main_context_unref(std::exchange(context, nullptr));
-    }
+    loop.reset();
+    context.reset();
 }
 
 void StreamServer::configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory> factory)
@@ -148,10 +143,10 @@ void StreamServer::requireUser(GstRTSPMediaFactory* factory)
     const GObjectPtr<GstRTSPAuth> auth(gst_rtsp_auth_new());
     gst_rtsp_auth_set_supported_methods(auth.get(), GST_RTSP_AUTH_DIGEST);
     gst_rtsp_auth_set_realm(auth.get(), kRealm);
-    GstRTSPToken* token =
-        gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, kRole, nullptr);
-    gst_rtsp_auth_add_digest(auth.get(), settings.user.c_str(), settings.password.c_str(), token);
-    gst_rtsp_token_unref(token);
+    const std::unique_ptr<GstRTSPToken, MiniObjectRelease> token(
+        gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, kRole, nullptr));
+    gst_rtsp_auth_add_digest(auth.get(), settings.user.c_str(), settings.password.c_str(),
+                             token.get());
     gst_rtsp_server_set_auth(server.get(), auth.get());
     gst_rtsp_media_factory_add_role(factory, kRole, GST_RTSP_PERM_MEDIA_FACTORY_ACCESS,
                                     G_TYPE_BOOLEAN, TRUE, GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT,
@@ -168,7 +163,7 @@ void StreamServer::attachHousekeeping()
             return G_SOURCE_CONTINUE;
         },
         this, nullptr);
-    g_source_attach(timer.get(), context);
+    g_source_attach(timer.get(), context.get());
 }
 
 void StreamServer::clientConnected(GstRTSPClient* client)
@@ -273,9 +268,9 @@ void StreamServer::closeAll()
         sessions.get(),
         [](GstRTSPSessionPool*, GstRTSPSession*, gpointer) { return GST_RTSP_FILTER_REMOVE; },
         nullptr);
-    while (g_main_context_iteration(context, FALSE)) {
+    while (g_main_context_iteration(context.get(), FALSE)) {
     }
-    g_main_loop_quit(loop);
+    g_main_loop_quit(loop.get());
 }
 
 void StreamServer::log(const std::string& text) const

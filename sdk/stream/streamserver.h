@@ -10,8 +10,8 @@
 #include <string>
 #include <thread>
 
+#include "sdk/core/glibptr.h"
 #include "sdk/rig/rig.h"
-#include "sdk/stream/glibptr.h"
 #include "sdk/stream/streamfeed.h"
 #include "tq_kor/types.h"
 
@@ -60,8 +60,8 @@ private:
     const rig::StreamSettings settings;
     const std::shared_ptr<StreamFeed> feed;
 
-    GMainContext* context = nullptr;
-    GMainLoop* loop = nullptr;
+    MainContextPtr context;
+    MainLoopPtr loop;
     GObjectPtr<GstRTSPServer> server;
     GObjectPtr<GstRTSPSessionPool> sessions;
     GSourcePtr listener;

@@ -167,10 +167,9 @@ int main(int argc, char** argv)
         case receive::ParseResult::USAGE: return kUsage;
         case receive::ParseResult::RUN: break;
     }
-    GError* error = nullptr;
-    if (!gst_init_check(nullptr, nullptr, &error)) {
-        std::fprintf(stderr, "vistrel-receive: %s\n", error ? error->message : "no GStreamer");
-        g_clear_error(&error);
+    tq::Failure failure;
+    if (!gst_init_check(nullptr, nullptr, failure)) {
+        std::fprintf(stderr, "vistrel-receive: %s\n", failure.text("no GStreamer"));
         return kNoFrames;
     }
     catchSignals();

@@ -6,6 +6,7 @@
 #include <gst/rtp/gstrtpbuffer.h>
 #include <gst/video/video.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -14,6 +15,12 @@
 #include <vector>
 
 namespace receive {
+
+using tq::CapsPtr;
+using tq::Failure;
+using tq::GObjectPtr;
+using tq::MessagePtr;
+using tq::SamplePtr;
 
 namespace {
 
@@ -34,7 +41,7 @@ std::uint64_t realTime()
 const char* firstInstalled(std::initializer_list<const char*> elements)
 {
     for (const char* element : elements) {
-        const ObjectPtr<GstElementFactory> factory(gst_element_factory_find(element));
+        const GObjectPtr<GstElementFactory> factory(gst_element_factory_find(element));
         if (factory) {
             return element;
         }
@@ -53,11 +60,9 @@ void loadDecoders()
 {
     for (const char* encoding : {"H264", "H265"}) {
         if (const char* decoder = decoderFor(encoding)) {
-            const ObjectPtr<GstElementFactory> factory(gst_element_factory_find(decoder));
-            if (GstPluginFeature* loaded =
-                    gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory.get()))) {
-                gst_object_unref(loaded);
-            }
+            const GObjectPtr<GstElementFactory> factory(gst_element_factory_find(decoder));
+            const GObjectPtr<GstPluginFeature> loaded(
+                gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory.get())));
         }
     }
 }
@@ -147,25 +152,23 @@ struct ReceiverCallbacks {
 
     static GstFlowReturn picture(GstAppSink* sink, gpointer self)
     {
-        GstSample* sample = gst_app_sink_pull_sample(sink);
+        const SamplePtr sample(gst_app_sink_pull_sample(sink));
         if (!sample) {
             return GST_FLOW_EOS;
         }
-        static_cast<Receiver*>(self)->onPicture(sample);
-        gst_sample_unref(sample);
+        static_cast<Receiver*>(self)->onPicture(sample.get());
         return GST_FLOW_OK;
     }
 
     static GstFlowReturn data(GstAppSink* sink, gpointer self)
     {
-        GstSample* sample = gst_app_sink_pull_sample(sink);
+        const SamplePtr sample(gst_app_sink_pull_sample(sink));
         if (!sample) {
             return GST_FLOW_EOS;
         }
-        if (GstBuffer* unit = gst_sample_get_buffer(sample)) {
+        if (GstBuffer* unit = gst_sample_get_buffer(sample.get())) {
             static_cast<Receiver*>(self)->onData(unit);
         }
-        gst_sample_unref(sample);
         return GST_FLOW_OK;
     }
 
@@ -183,11 +186,10 @@ struct ReceiverCallbacks {
 
     static GstPadProbeReturn cutRecording(GstPad* tee, GstPadProbeInfo*, gpointer)
     {
-        GstPad* input = gst_pad_get_peer(tee);
+        const GObjectPtr<GstPad> input(gst_pad_get_peer(tee));
         if (input) {
-            gst_pad_unlink(tee, input);
-            gst_pad_send_event(input, gst_event_new_eos());
-            gst_object_unref(input);
+            gst_pad_unlink(tee, input.get());
+            gst_pad_send_event(input.get(), gst_event_new_eos());
         }
         return GST_PAD_PROBE_REMOVE;
     }
@@ -206,7 +208,7 @@ namespace {
 void probe(GstElement* element, const char* padName, int types, GstPadProbeCallback callback,
            Receiver* receiver)
 {
-    const ObjectPtr<GstPad> pad(gst_element_get_static_pad(element, padName));
+    const GObjectPtr<GstPad> pad(gst_element_get_static_pad(element, padName));
     gst_pad_add_probe(pad.get(), static_cast<GstPadProbeType>(types), callback, receiver, nullptr);
 }
 
@@ -263,22 +265,18 @@ bool Receiver::poll(int milliseconds)
     if (!failure.empty()) {
         return false;
     }
-    const ObjectPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
-    GstMessage* message = gst_bus_timed_pop_filtered(
+    const GObjectPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
+    const MessagePtr message(gst_bus_timed_pop_filtered(
         bus.get(), static_cast<GstClockTime>(milliseconds) * GST_MSECOND,
-        static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_EOS));
+        static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_EOS)));
     if (!message) {
         return true;
     }
-    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
-        fail("the stream has ended");
-    } else {
-        GError* error = nullptr;
-        gst_message_parse_error(message, &error, nullptr);
-        fail(error->message);
-        g_error_free(error);
+    Failure failed;
+    if (GST_MESSAGE_TYPE(message.get()) == GST_MESSAGE_ERROR) {
+        gst_message_parse_error(message.get(), failed, nullptr);
     }
-    gst_message_unref(message);
+    fail(failed.text("the stream has ended"));
     return false;
 }
 
@@ -299,30 +297,17 @@ std::string Receiver::stop()
 
 void Receiver::onPad(GstPad* pad)
 {
-    GstCaps* caps = gst_pad_get_current_caps(pad);
-    if (!caps) {
-        return;
-    }
-    const char* name = gst_structure_get_string(gst_caps_get_structure(caps, 0), "encoding-name");
+    const CapsPtr caps(gst_pad_get_current_caps(pad));
+    const char* name =
+        caps ? gst_structure_get_string(gst_caps_get_structure(caps.get(), 0), "encoding-name")
+             : nullptr;
     const std::string encoding = name ? name : "";
-    gst_caps_unref(caps);
-    bool first = false;
     if (encoding == "H264" || encoding == "H265") {
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            first = !std::exchange(videoConnected, true);
-        }
-        if (first) {
+        if (!videoConnected.exchange(true)) {
             connectVideo(pad, encoding);
         }
-    } else if (encoding == "SMPTE336M") {
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            first = !std::exchange(dataConnected, true);
-        }
-        if (first) {
-            connectData(pad);
-        }
+    } else if (encoding == "SMPTE336M" && !dataConnected.exchange(true)) {
+        connectData(pad);
     }
 }
 
@@ -351,12 +336,11 @@ std::string Receiver::videoLine(const std::string& encoding) const
 
 GstElement* Receiver::addBin(const std::string& description)
 {
-    GError* error = nullptr;
+    Failure failed;
     GstElement* bin = gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr,
-                                                          GST_PARSE_FLAG_FATAL_ERRORS, &error);
+                                                          GST_PARSE_FLAG_FATAL_ERRORS, failed);
     if (!bin) {
-        GST_ELEMENT_ERROR(pipeline.get(), CORE, MISSING_PLUGIN, ("%s", error->message), (nullptr));
-        g_error_free(error);
+        GST_ELEMENT_ERROR(pipeline.get(), CORE, MISSING_PLUGIN, ("%s", failed.text("")), (nullptr));
         return nullptr;
     }
     gst_bin_add(GST_BIN(pipeline.get()), bin);
@@ -375,25 +359,25 @@ void Receiver::connectVideo(GstPad* pad, const std::string& encoding)
         return;
     }
     counts.codecName(encoding == "H265" ? "H.265" : "H.264");
-    const ObjectPtr<GstElement> depay(gst_bin_get_by_name(GST_BIN(bin), "depay"));
+    const GObjectPtr<GstElement> depay(gst_bin_get_by_name(GST_BIN(bin), "depay"));
     probe(depay.get(), "sink", GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST,
           ReceiverCallbacks::videoPacket, this);
-    const ObjectPtr<GstElement> tee(gst_bin_get_by_name(GST_BIN(bin), "t"));
+    const GObjectPtr<GstElement> tee(gst_bin_get_by_name(GST_BIN(bin), "t"));
     probe(tee.get(), "sink", GST_PAD_PROBE_TYPE_BUFFER, ReceiverCallbacks::codedFrame, this);
-    const ObjectPtr<GstElement> pictures(gst_bin_get_by_name(GST_BIN(bin), "pictures"));
+    const GObjectPtr<GstElement> pictures(gst_bin_get_by_name(GST_BIN(bin), "pictures"));
     if (pictures) {
         ReceiverCallbacks::watchSink(pictures.get(), ReceiverCallbacks::picture, this);
     }
-    const ObjectPtr<GstElement> record(gst_bin_get_by_name(GST_BIN(bin), "record"));
+    const GObjectPtr<GstElement> record(gst_bin_get_by_name(GST_BIN(bin), "record"));
     if (record) {
-        const ObjectPtr<GstElement> file(gst_bin_get_by_name(GST_BIN(bin), "file"));
+        const GObjectPtr<GstElement> file(gst_bin_get_by_name(GST_BIN(bin), "file"));
         g_object_set(file.get(), "location", options.recording.c_str(), nullptr);
         probe(file.get(), "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM,
               ReceiverCallbacks::recordingEnd, this);
         const std::lock_guard<std::mutex> lock(mutex);
         recordingInput.reset(gst_element_get_static_pad(record.get(), "sink"));
     }
-    const ObjectPtr<GstPad> sink(gst_element_get_static_pad(bin, "sink"));
+    const GObjectPtr<GstPad> sink(gst_element_get_static_pad(bin, "sink"));
     gst_element_sync_state_with_parent(bin);
     gst_pad_link(pad, sink.get());
 }
@@ -406,11 +390,11 @@ void Receiver::connectData(GstPad* pad)
     if (!bin) {
         return;
     }
-    const ObjectPtr<GstElement> depay(gst_bin_get_by_name(GST_BIN(bin), "depay"));
+    const GObjectPtr<GstElement> depay(gst_bin_get_by_name(GST_BIN(bin), "depay"));
     probe(depay.get(), "sink", GST_PAD_PROBE_TYPE_BUFFER, ReceiverCallbacks::dataPacket, this);
-    const ObjectPtr<GstElement> data(gst_bin_get_by_name(GST_BIN(bin), "data"));
+    const GObjectPtr<GstElement> data(gst_bin_get_by_name(GST_BIN(bin), "data"));
     ReceiverCallbacks::watchSink(data.get(), ReceiverCallbacks::data, this);
-    const ObjectPtr<GstPad> sink(gst_element_get_static_pad(bin, "sink"));
+    const GObjectPtr<GstPad> sink(gst_element_get_static_pad(bin, "sink"));
     gst_element_sync_state_with_parent(bin);
     gst_pad_link(pad, sink.get());
 }
@@ -486,25 +470,21 @@ void Receiver::onData(GstBuffer* unit)
 
 void Receiver::writeSnapshot(GstSample* sample)
 {
-    GstCaps* png = gst_caps_new_empty_simple("image/png");
-    GError* error = nullptr;
-    GstSample* picture = gst_video_convert_sample(sample, png, kSnapshotPatience, &error);
-    gst_caps_unref(png);
+    const CapsPtr png(gst_caps_new_empty_simple("image/png"));
+    Failure failed;
+    const SamplePtr picture(gst_video_convert_sample(sample, png.get(), kSnapshotPatience, failed));
+    GstBuffer* const file = picture ? gst_sample_get_buffer(picture.get()) : nullptr;
     std::string problem;
     GstMapInfo map;
-    if (!picture) {
-        problem = error ? error->message : "cannot be coded";
-        g_clear_error(&error);
-    } else if (gst_buffer_map(gst_sample_get_buffer(picture), &map, GST_MAP_READ)) {
-        FilePtr file(std::fopen(options.snapshot.c_str(), "we"));
-        const bool written = file && std::fwrite(map.data, 1, map.size, file.get()) == map.size;
-        if (!written || std::fclose(file.release()) != 0) {
+    if (!file) {
+        problem = failed.text("cannot be coded");
+    } else if (gst_buffer_map(file, &map, GST_MAP_READ)) {
+        FilePtr out(std::fopen(options.snapshot.c_str(), "we"));
+        const bool written = out && std::fwrite(map.data, 1, map.size, out.get()) == map.size;
+        if (!written || std::fclose(out.release()) != 0) {
             problem = std::strerror(errno);
         }
-        gst_buffer_unmap(gst_sample_get_buffer(picture), &map);
-    }
-    if (picture) {
-        gst_sample_unref(picture);
+        gst_buffer_unmap(file, &map);
     }
     const std::lock_guard<std::mutex> lock(mutex);
     if (!problem.empty() && fileError.empty()) {
@@ -526,18 +506,13 @@ void Receiver::writeImu(const ImuRecord& record)
         std::snprintf(text, sizeof text, ",%.17g", value);
         line += text;
     };
-    for (const double value : record.acceleration) {
-        add(value);
-    }
-    for (const double value : record.angularRate) {
-        add(value);
-    }
-    for (const double value : record.magneticField) {
-        add(value);
-    }
-    for (const double value : record.orientation) {
-        add(value);
-    }
+    const auto addAll = [&](const auto& values) {
+        std::for_each(std::begin(values), std::end(values), add);
+    };
+    addAll(record.acceleration);
+    addAll(record.angularRate);
+    addAll(record.magneticField);
+    addAll(record.orientation);
     add(record.temperature);
     add(record.pressure);
     line += '\n';
@@ -564,14 +539,13 @@ void Receiver::finishRecording()
     if (!recordingInput || recordingDone) {
         return;
     }
-    GstPad* tee = gst_pad_get_peer(recordingInput.get());
+    const GObjectPtr<GstPad> tee(gst_pad_get_peer(recordingInput.get()));
     lock.unlock();
     if (!tee) {
         return;
     }
-    gst_pad_add_probe(tee, GST_PAD_PROBE_TYPE_IDLE, ReceiverCallbacks::cutRecording, nullptr,
+    gst_pad_add_probe(tee.get(), GST_PAD_PROBE_TYPE_IDLE, ReceiverCallbacks::cutRecording, nullptr,
                       nullptr);
-    gst_object_unref(tee);
     lock.lock();
     if (!recordingChanged.wait_for(lock, kRecordingPatience, [this] { return recordingDone; }) &&
         fileError.empty()) {

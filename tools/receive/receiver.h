@@ -13,16 +13,11 @@
 #include <mutex>
 #include <string>
 
+#include "sdk/core/glibptr.h"
 #include "tools/receive/options.h"
 #include "tools/receive/statistics.h"
 
 namespace receive {
-
-struct ObjectRelease {
-    void operator()(gpointer object) const noexcept { gst_object_unref(object); }
-};
-template <typename T>
-using ObjectPtr = std::unique_ptr<T, ObjectRelease>;
 
 struct FileClose {
     void operator()(std::FILE* file) const noexcept { std::fclose(file); }
@@ -71,17 +66,17 @@ private:
 
     const Options options;
     Statistics counts;
-    ObjectPtr<GstElement> pipeline;
+    tq::GObjectPtr<GstElement> pipeline;
     std::string failure;
 
     std::mutex mutex;                                    // guards what follows; streaming threads
     std::map<GstClockTime, std::uint32_t> rtpTimes;      // of the frames under way, by PTS
     std::map<GstClockTime, std::uint32_t> dataRtpTimes;  // of the units under way, by PTS
-    ObjectPtr<GstPad> recordingInput;
+    tq::GObjectPtr<GstPad> recordingInput;
     bool recordingDone = false;
     std::condition_variable recordingChanged;
-    bool videoConnected = false;
-    bool dataConnected = false;
+    std::atomic<bool> videoConnected{false};
+    std::atomic<bool> dataConnected{false};
     bool snapshotWritten = false;
     std::string fileError;
     FilePtr imuFile;
