@@ -394,4 +394,4 @@ void StreamWireTest::survivesClockSteps()
 }
 
 QTEST_GUILESS_MAIN(StreamWireTest)
-#include "stream_wire.moc"
+#include "stream_wire_test.moc"

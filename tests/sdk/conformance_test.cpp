@@ -2,167 +2,19 @@
 // What the program relies on of a camera SDK. Runs against any implementation of it, with the
 // cameras that it finds; at least one mono camera must be attached and free. The sender is opened
 // on ports that are free.
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/types.h>
-#include <unistd.h>
+#include "tests/sdk/conformance.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 #include <QProcess>
-#include <QRandomGenerator>
-#include <QSet>
 #include <QtTest>
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
 #include <list>
 #include <memory>
-#include <vector>
-
-#include "capture/sdk.h"
-#include "tests/support/senderconfig.h"
 
 namespace {
 
-constexpr int kRate = 30;
-constexpr int kFrameLimit = 5000;  // ms
 constexpr const char* kHolderOption = "--hold-camera";
-
-/// One enumerated camera, as far as the program reads the record.
-struct Device {
-    int state;
-    int id;
-    tq::MODEL model;
-    int serial;
-};
-
-template <typename T>
-T fieldAt(const tq::DeviceProperties& record, std::size_t offset)
-{
-    T value;
-    std::memcpy(&value, reinterpret_cast<const char*>(&record) + offset, sizeof value);
-    return value;
-}
-
-std::vector<Device> monoCameras()
-{
-    std::vector<Device> found;
-    for (const tq::DeviceProperties& record : ArgusCamera::getGMSLDevices(true, false)) {
-        const Device device{fieldAt<int>(record, 0), fieldAt<int>(record, 4),
-                            fieldAt<tq::MODEL>(record, 24), fieldAt<int>(record, 28)};
-        if (device.model == sdk::kSoloGs || device.model == sdk::kSoloUhd) {
-            found.push_back(device);
-        }
-    }
-    return found;
-}
-
-tq::Timestamp realTime()
-{
-    timespec time{};
-    clock_gettime(CLOCK_REALTIME, &time);
-    return static_cast<tq::Timestamp>(time.tv_sec) * 1000000000u +
-           static_cast<tq::Timestamp>(time.tv_nsec);
-}
-
-int defaultHeight(tq::MODEL model)
-{
-    return model == sdk::kSoloUhd ? 1080 : 1200;
-}
-
-/// A grabber that is set up as the program does.
-struct Camera {
-    Camera() : grabber(sdk::kGrabberInput)
-    {
-        grabber.setMonoCapture(true);
-        grabber.setInputType(sdk::kCaptureInput);
-    }
-
-    int open(int wanted, int width, int height, int fps = kRate)
-    {
-        id = wanted;
-        return grabber.setUp(id, width, height, fps, sdk::kGrabberBuffers, false,
-                             sdk::kImuFrequency, false, false);
-    }
-
-    int open(const Device& device) { return open(device.id, 1920, defaultHeight(device.model)); }
-
-    bool waitForFrame(int limit = kFrameLimit)
-    {
-        QElapsedTimer timer;
-        timer.start();
-        while (grabber.getFrameStatus() != 1) {
-            if (timer.hasExpired(limit)) {
-                return false;
-            }
-            QThread::usleep(100);
-        }
-        return true;
-    }
-
-    QByteArray pixels()
-    {
-        return {reinterpret_cast<const char*>(grabber.getPixels()),
-                grabber.getEffectiveWidth() * grabber.getEffectiveHeight() * 2};
-    }
-
-    tq::LiveCameraGrabber grabber;
-    int id = 0;
-};
-
-constexpr int kSenderWidth = 320;  // of one eye
-constexpr int kSenderHeight = 240;
-
-/// Whether a socket can be bound to a port.
-bool isFree(int type, int port)
-{
-    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    const bool bound = bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    ::close(fd);
-    return bound;
-}
-
-/// A port that is free for whatever transport the sender has, below those that the system gives to
-/// whoever asks for any; another one every time.
-int freePort()
-{
-    static QSet<int> given;
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        const int port = QRandomGenerator::system()->bounded(20000, 30000) & ~1;
-        if (!given.contains(port) && isFree(SOCK_STREAM, port) && isFree(SOCK_DGRAM, port)) {
-            given << port;
-            return port;
-        }
-    }
-    return 0;
-}
-
-/// The sender's configuration as the program fills it.
-tq::UDPOutConfig senderConfig(int port, int imuRate = 2000)
-{
-    return programsSenderConfig(port, kSenderWidth, kSenderHeight, 101234567, kRate, imuRate);
-}
-
-/// Gives a sender some frames at the pace of a camera, each with an IMU packet before it.
-void ingest(tq::UDPOutput& sender, int frames)
-{
-    std::vector<unsigned char> pixels(std::size_t{2} * kSenderWidth * kSenderHeight * 2, 128);
-    tq::kvfrw::kvfSampleMetadata metadata;
-    std::memset(&metadata, 0, sizeof metadata);
-    tq::IMUPacket packet;
-    std::memset(&packet, 0, sizeof packet);
-    for (int n = 0; n < frames; ++n) {
-        std::fill(pixels.begin(), pixels.begin() + 1000, static_cast<unsigned char>(n));
-        sender.ingestIMU(packet);
-        sender.ingestYUVFrame(pixels.data(), realTime(), metadata);
-        QThread::msleep(1000 / kRate);
-    }
-}
 
 /// The second process of the test of busy cameras: holds a camera until its input ends.
 int holdCamera(int id)
@@ -190,6 +42,14 @@ tq::Timestamp distance(const std::vector<tq::Timestamp>& times, tq::Timestamp to
     return nearest;
 }
 
+/// Memory of this process that is really there, bytes.
+qint64 residentMemory()
+{
+    QFile file("/proc/self/statm");
+    const bool opened = file.open(QIODevice::ReadOnly);
+    return opened ? file.readAll().split(' ').value(1).toLongLong() * ::sysconf(_SC_PAGESIZE) : 0;
+}
+
 }  // namespace
 
 class Conformance : public QObject {
@@ -214,6 +74,8 @@ private slots:
     void camerasWithoutInertialUnitSaySo();
     void camerasCanBeClosedAndReopened();
     void imagesShareAndClone();
+    void cloningKeepsNothing_data();
+    void cloningKeepsNothing();
     void imagesCarryTheirCaptureTime();
     void imagesAreAllocatedPacked();
     void imagesCanBeReleasedOnAnyThread();
@@ -530,6 +392,45 @@ void Conformance::imagesShareAndClone()
     QCOMPARE(int(shared.getPtr<unsigned char>(sdk::kHostMemory)[100]), 9);
 }
 
+void Conformance::cloningKeepsNothing_data()
+{
+    QTest::addColumn<int>("otherWidth");
+    QTest::newRow("same size") << 960;
+    QTest::newRow("another size") << 640;
+}
+
+// The image that is cloned into holds pixels already, as one that is used again does.
+void Conformance::cloningKeepsNothing()
+{
+    constexpr int kRounds = 1000;
+    constexpr qint64 kMostGrowth = 50 << 20;  // a thousand images are a thousand MB
+    QFETCH(int, otherWidth);
+    tq::Mat images[2];
+    images[0].alloc(960, 600, sdk::kYuyv, sdk::kHostMemory);
+    images[1].alloc(static_cast<unsigned long>(otherWidth), 600, sdk::kYuyv, sdk::kHostMemory);
+    for (int i = 0; i < 2; ++i) {
+        std::memset(images[i].getPtr<unsigned char>(sdk::kHostMemory), i + 1,
+                    images[i].getStepBytes(sdk::kHostMemory) * 600);
+    }
+    tq::Mat target;
+    qint64 before = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        const tq::Mat& image = images[round % 2];
+        target.clone(image);
+        const std::size_t step = target.getStepBytes(sdk::kHostMemory);
+        QCOMPARE(step, image.getStepBytes(sdk::kHostMemory));
+        const auto* pixels = target.getPtr<unsigned char>(sdk::kHostMemory);
+        QVERIFY(pixels != image.getPtr<unsigned char>(sdk::kHostMemory));
+        QCOMPARE(int(pixels[0]), round % 2 + 1);
+        QCOMPARE(int(pixels[step * 600 - 1]), round % 2 + 1);
+        if (round == 10) {
+            before = residentMemory();
+        }
+    }
+    const qint64 grown = residentMemory() - before;
+    QVERIFY2(before > 0 && grown < kMostGrowth, qPrintable(QString("%1 bytes").arg(grown)));
+}
+
 void Conformance::imagesCarryTheirCaptureTime()
 {
     tq::Mat image;
@@ -717,4 +618,4 @@ int main(int argc, char** argv)
     return QTest::qExec(&suite, argc, argv);
 }
 
-#include "conformance.moc"
+#include "conformance_test.moc"

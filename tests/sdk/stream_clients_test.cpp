@@ -441,4 +441,4 @@ void StreamClientsTest::survivesClientThatNeverReads()
 }
 
 QTEST_GUILESS_MAIN(StreamClientsTest)
-#include "stream_clients.moc"
+#include "stream_clients_test.moc"

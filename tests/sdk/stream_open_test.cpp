@@ -389,4 +389,4 @@ void StreamOpenTest::ignoresCallsWhileClosed()
 }
 
 QTEST_GUILESS_MAIN(StreamOpenTest)
-#include "stream_open.moc"
+#include "stream_open_test.moc"

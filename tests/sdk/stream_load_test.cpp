@@ -272,4 +272,4 @@ void StreamLoadTest::keepsManyRecordsAtOnce()
 }
 
 QTEST_GUILESS_MAIN(StreamLoadTest)
-#include "stream_load.moc"
+#include "stream_load_test.moc"
