@@ -113,16 +113,20 @@ public:
         ::close(kept);
     }
 
+    /// All that was written so far.
+    QByteArray text() const
+    {
+        QFile written(file.fileName());
+        return written.open(QIODevice::ReadOnly) ? written.readAll() : QByteArray();
+    }
+
     /// Lines so far that begin with the library's prefix, without it.
     QStringList lines() const
     {
-        QFile written(file.fileName());
         QStringList found;
-        if (written.open(QIODevice::ReadOnly)) {
-            for (const QString& line : QString::fromUtf8(written.readAll()).split('\n')) {
-                if (line.startsWith("[tq_kor] ")) {
-                    found << line.mid(9);
-                }
+        for (const QString& line : QString::fromUtf8(text()).split('\n')) {
+            if (line.startsWith("[tq_kor] ")) {
+                found << line.mid(9);
             }
         }
         return found;

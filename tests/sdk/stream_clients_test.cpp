@@ -4,7 +4,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTest>
 #include <csignal>
@@ -422,21 +421,17 @@ void StreamClientsTest::survivesClientThatNeverReads()
     const UdpPort media;
     QCOMPARE(viewer.setupUdp(1, media.port()).status, 200);
     QCOMPARE(viewer.play().status, 200);
-    // Megabytes of data fill every buffer on the way to the stuck client.
-    std::atomic<bool> done{false};
-    std::thread burst([&] {
-        for (std::uint64_t n = 0; !done; ++n) {
-            output->ingestIMU(imuPacket(realTime(), n));
-            if (n % 8 == 0)
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    });
-    const auto finish = qScopeGuard([&] {
-        done = true;
-        burst.join();
-    });
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(15);
-    while (std::chrono::steady_clock::now() < end)
+    // More data than all buffers on the way to the stuck client hold: 8 MB of the queue, 4 MB of
+    // the data's source, and those of two sockets.
+    constexpr std::uint64_t kBytes = 24u << 20;
+    constexpr std::uint64_t kRecordBytes = 379;
+    std::atomic<std::uint64_t> sent{0};
+    const auto burst = [&] {
+        for (int n = 0; n < 8; ++n)
+            output->ingestIMU(imuPacket(realTime(), sent++));
+    };
+    const Repeater source(burst, std::chrono::milliseconds(1));
+    while (sent * kRecordBytes < kBytes)
         QVERIFY(media.receives(3000));
 }
 

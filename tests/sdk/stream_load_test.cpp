@@ -3,7 +3,6 @@
 // GLib's headers use words that Qt's make macros of, so they come first.
 #include "sdk/stream/streamsender.h"
 
-#include <QScopeGuard>
 #include <QTest>
 #include <algorithm>
 
@@ -101,17 +100,8 @@ void StreamLoadTest::stopsEncodingAfterLastClient()
     const tq::UDPOutConfig config = configuration(freePort());
     QVERIFY(sender.open(config) == tq::ErrorCode::SUCCESS);
     std::vector<unsigned char> pixels = picture(160, 120);
-    std::atomic<bool> done{false};
-    std::thread source([&] {
-        while (!done) {
-            sender.ingestFrame(pixels.data(), realTime(), {});
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    });
-    const auto finish = qScopeGuard([&] {
-        done = true;
-        source.join();
-    });
+    const Repeater source([&] { sender.ingestFrame(pixels.data(), realTime(), {}); },
+                          std::chrono::milliseconds(10));
     for (int round = 0; round < 2; ++round) {
         auto client = std::make_unique<RtspClient>(config.port);
         QVERIFY(client->start());
@@ -136,25 +126,18 @@ void StreamLoadTest::neverBlocksAndCountsDrops()
     const tq::UDPOutConfig config = configuration(freePort(), 1280, 1024);
     QVERIFY(sender.open(config) == tq::ErrorCode::SUCCESS);
     std::vector<unsigned char> pixels = picture(1280, 1024);
-    std::atomic<bool> done{false};
     std::atomic<bool> measure{false};
     std::atomic<std::int64_t> longest{0};
-    std::thread source([&] {
-        tq::Timestamp time = realTime();
-        while (!done) {
-            time += 1000000;
-            const auto begin = Clock::now();
-            sender.ingestFrame(pixels.data(), time, {});
-            const std::int64_t took =
-                std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
-            if (measure)
-                longest = std::max<std::int64_t>(longest, took);
-        }
-    });
-    const auto finish = qScopeGuard([&] {
-        done = true;
-        source.join();
-    });
+    const auto ingest = [&, time = realTime()]() mutable {
+        time += 1000000;
+        const auto begin = Clock::now();
+        sender.ingestFrame(pixels.data(), time, {});
+        const std::int64_t took =
+            std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
+        if (measure)
+            longest = std::max<std::int64_t>(longest, took);
+    };
+    const Repeater source(ingest, std::chrono::milliseconds(0));
     RtspClient client(config.port);
     QVERIFY(client.start());
     PauseMeter pauses;
@@ -202,18 +185,12 @@ void StreamLoadTest::dropsTheOldest()
     const tq::UDPOutConfig config = configuration(freePort(), 1280, 1024);
     QVERIFY(sender.open(config) == tq::ErrorCode::SUCCESS);
     std::vector<unsigned char> pixels = picture(1280, 1024);
-    std::atomic<bool> first{true};
-    std::thread source([&] {
-        while (first) {
-            sender.ingestFrame(pixels.data(), realTime(), {});
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-    });
     RtspClient client(config.port);
-    const bool started = client.start();
-    first = false;
-    source.join();
-    QVERIFY(started);
+    {
+        const Repeater source([&] { sender.ingestFrame(pixels.data(), realTime(), {}); },
+                              std::chrono::milliseconds(50));
+        QVERIFY(client.start());
+    }
     QVERIFY(delivers(sender));
     const tq::Timestamp begin = realTime();
     for (unsigned i = 0; i < 40; ++i)
@@ -236,17 +213,8 @@ void StreamLoadTest::keepsManyRecordsAtOnce()
     const tq::UDPOutConfig config = configuration(freePort());
     QVERIFY(sender.open(config) == tq::ErrorCode::SUCCESS);
     std::vector<unsigned char> pixels = picture(160, 120);
-    std::atomic<bool> done{false};
-    std::thread source([&] {
-        while (!done) {
-            sender.ingestFrame(pixels.data(), realTime(), {});
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-    });
-    const auto finish = qScopeGuard([&] {
-        done = true;
-        source.join();
-    });
+    const Repeater source([&] { sender.ingestFrame(pixels.data(), realTime(), {}); },
+                          std::chrono::milliseconds(20));
     RtspClient client(config.port);
     QVERIFY(client.start());
     QVERIFY(client.packetsUntil([](const Packet& p) { return p.channel == 0 && p.marker(); }));

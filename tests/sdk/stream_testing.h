@@ -7,7 +7,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <QByteArray>
@@ -23,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/sdk/sdktesting.h"
 #include "tests/support/freeport.h"
 #include "tests/support/senderconfig.h"
 #include "tq_kor/tq_kor.h"
@@ -58,10 +58,7 @@ inline tq::UDPOutConfig configuration(int port, int eyeWidth = 160, int eyeHeigh
 
 inline tq::Timestamp realTime()
 {
-    timespec t{};
-    clock_gettime(CLOCK_REALTIME, &t);
-    return static_cast<tq::Timestamp>(t.tv_sec) * 1000000000u +
-           static_cast<tq::Timestamp>(t.tv_nsec);
+    return tq::systemClock().now();
 }
 
 inline tq::IMUPacket imuPacket(tq::Timestamp time, std::uint64_t sequence)
@@ -99,11 +96,6 @@ inline std::vector<unsigned char> picture(int eyeWidth, int eyeHeight, int shift
     }
     return pixels;
 }
-
-/// What was given to the sender.
-struct SentFrame {
-    tq::Timestamp time;
-};
 
 /// Feeds a sender with frames and three IMU packets per frame on a thread of its own.
 class Feeder {
@@ -486,17 +478,34 @@ inline bool waitFor(const std::function<bool()>& condition, int milliseconds = 1
 /// What stands on standard error while a function runs.
 inline QByteArray errorOutput(const std::function<void()>& function)
 {
-    QTemporaryDir folder;
-    QFile file(folder.filePath("err"));
-    if (!file.open(QIODevice::ReadWrite))
-        return {};
-    const int saved = dup(STDERR_FILENO);
-    dup2(file.handle(), STDERR_FILENO);
+    const ErrorLog log;
     function();
-    dup2(saved, STDERR_FILENO);
-    close(saved);
-    file.seek(0);
-    return file.readAll();
+    return log.text();
 }
+
+/// Does something again and again on a thread of its own, with a pause after each time.
+class Repeater {
+public:
+    Repeater(std::function<void()> action, std::chrono::milliseconds pause)
+        : thread([this, action = std::move(action), pause] {
+              while (!stopped) {
+                  action();
+                  std::this_thread::sleep_for(pause);
+              }
+          })
+    {
+    }
+    ~Repeater()
+    {
+        stopped = true;
+        thread.join();
+    }
+    Repeater(const Repeater&) = delete;
+    Repeater& operator=(const Repeater&) = delete;
+
+private:
+    std::atomic<bool> stopped{false};
+    std::thread thread;
+};
 
 }  // namespace streamtest

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the network sender puts on the wire, byte by byte, read as docs/stream-format.md says.
 #include <QRegularExpression>
-#include <QScopeGuard>
 #include <QSet>
 #include <QTest>
 #include <algorithm>
@@ -368,18 +367,12 @@ void StreamWireTest::survivesClockSteps()
     feeder->stop();
     std::vector<unsigned char> pixels = picture(config.width, config.height);
     RtspClient client(config.port);
-    std::atomic<bool> done{false};
     std::atomic<tq::Timestamp> base{realTime()};
-    std::thread source([&] {
-        for (tq::Timestamp n = 0; !done; ++n) {
-            output->ingestYUVFrame(pixels.data(), base + n * 10000000u, {});
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    });
-    const auto finish = qScopeGuard([&] {
-        done = true;
-        source.join();
-    });
+    const auto ingest = [&, time = tq::Timestamp{0}]() mutable {
+        output->ingestYUVFrame(pixels.data(), base + time, {});
+        time += 10000000u;
+    };
+    const Repeater source(ingest, std::chrono::milliseconds(10));
     QVERIFY(client.start());
     const auto receives = [&] {
         int frames = 0;
