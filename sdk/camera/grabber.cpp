@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "sdk/camera/cameralock.h"
-#include "sdk/camera/flip.h"
 #include "sdk/camera/frameslots.h"
 #include "sdk/camera/provider.h"
 #include "sdk/core/log.h"
@@ -59,20 +58,14 @@ std::list<IMUPacket> KORmcu::getIMUPacketBatch(unsigned long from, unsigned long
 }
 
 struct LiveCameraGrabber::Private {
-    struct McuDeleter {
-        void operator()(KORmcu* owned) const { delete owned; }
-    };
-
     std::atomic<bool> isOpen{false};
     std::mutex reading;  // held while a frame is waited for; nothing in there ends a thread
     bool verbose = false;
-    bool flip = false;
     CameraLock lock;
     std::unique_ptr<FrameSource> source;
     std::unique_ptr<FrameSlots> slots;
     std::shared_ptr<ImuHistory> history;
-    std::unique_ptr<KORmcu, McuDeleter> mcu;
-    std::vector<unsigned char> unflipped;
+    std::unique_ptr<KORmcu> mcu;
     std::thread producer;
     std::atomic<bool> failed{false};
     std::uint64_t delivered = 0;
@@ -121,9 +114,6 @@ ErrorCode LiveCameraGrabber::Private::openCamera(const rig::CameraSettings& came
     }
     const FrameFormat format = source->format();
     slots = std::make_unique<FrameSlots>(format.bytes());
-    if (flip) {
-        unflipped.resize(format.bytes());
-    }
     width = format.width;
     height = format.height;
     fps = format.fps;
@@ -135,17 +125,8 @@ ErrorCode LiveCameraGrabber::Private::openCamera(const rig::CameraSettings& came
 
 void LiveCameraGrabber::Private::produceInto(FrameSlots::Slot& slot, FrameResult& result)
 {
-    // A flipped picture passes through one buffer that is the source's alone.
-    const FrameBuffer buffer = flip ? FrameBuffer{unflipped.data(), 0}
-                                    : FrameBuffer{slot.pixels.data(), slots->fillingIndex()};
-    result = source->next(buffer, slot.timestamp);
-    if (result != FrameResult::FRAME) {
-        return;
-    }
-    if (flip) {
-        turnAround(unflipped.data(), slot.pixels.data(), width, height);
-    }
-    if (history != nullptr) {
+    result = source->next({slot.pixels.data(), slots->fillingIndex()}, slot.timestamp);
+    if (result == FrameResult::FRAME && history != nullptr) {
         history->advance(slot.timestamp);
         slot.imu = history->latest(slot.timestamp);
     }
@@ -178,7 +159,6 @@ void LiveCameraGrabber::Private::reset()
     history.reset();
     source.reset();
     slots.reset();
-    unflipped = {};
     lock.release();
     failed = false;
     hasFrame = false;
@@ -210,7 +190,10 @@ int LiveCameraGrabber::setUp(int& id, int width, int height, int fps, int, bool 
     if (!isUsable(request)) {
         return report(ErrorCode::INVALID_RESOLUTION, what, "");
     }
-    const auto rig = Provider::instance().currentRig(false);
+    if (flip) {
+        return report(ErrorCode::INVALID_CONFIGURATION, what, "pictures cannot be turned");
+    }
+    const auto rig = Provider::instance().currentRig();
     if (rig == nullptr) {
         return static_cast<int>(ErrorCode::INVALID_RIG);
     }
@@ -218,7 +201,6 @@ int LiveCameraGrabber::setUp(int& id, int width, int height, int fps, int, bool 
     if (camera == nullptr) {
         return report(ErrorCode::CAMERA_NOT_FOUND, what, "");
     }
-    d->flip = flip;
     d->verbose = verbose;
     std::string reason;
     const ErrorCode code = d->openCamera(*camera, request, imuFrequency, reason);

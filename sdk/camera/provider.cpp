@@ -49,9 +49,9 @@ Provider& Provider::instance()
     return *provider;
 }
 
-std::shared_ptr<const rig::Rig> Provider::rigLocked(bool refresh)
+std::shared_ptr<const rig::Rig> Provider::rigLocked()
 {
-    if (rig == nullptr || refresh) {
+    if (rig == nullptr) {
         rig::RigResult result = rig::loadRig();
         if (!result) {
             logLine(result.error);
@@ -61,10 +61,10 @@ std::shared_ptr<const rig::Rig> Provider::rigLocked(bool refresh)
     return rig;
 }
 
-std::shared_ptr<const rig::Rig> Provider::currentRig(bool refresh)
+std::shared_ptr<const rig::Rig> Provider::currentRig()
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    return rigLocked(refresh);
+    return rigLocked();
 }
 
 std::vector<DeviceProperties> Provider::enumerate(bool refresh, bool verbose)
@@ -73,7 +73,8 @@ std::vector<DeviceProperties> Provider::enumerate(bool refresh, bool verbose)
     if (refresh || !enumerated) {
         devices.clear();
         enumerated = true;
-        if (const auto current = rigLocked(true)) {
+        rig.reset();
+        if (const auto current = rigLocked()) {
             for (const rig::CameraSettings& camera : current->cameras) {
                 devices.push_back(describe(camera));
             }

@@ -17,8 +17,8 @@ class Provider {
 public:
     static Provider& instance();
 
-    /// The rig; read when there is none or on demand. Null, after one log line, when it is refused.
-    std::shared_ptr<const rig::Rig> currentRig(bool refresh);
+    /// The rig; read when there is none. Null, after one log line, when it is refused.
+    std::shared_ptr<const rig::Rig> currentRig();
 
     /// The cameras of the rig and whether they are free.
     std::vector<DeviceProperties> enumerate(bool refresh, bool verbose);
@@ -27,7 +27,7 @@ public:
     void forget();
 
 private:
-    std::shared_ptr<const rig::Rig> rigLocked(bool refresh);
+    std::shared_ptr<const rig::Rig> rigLocked();
 
     std::mutex mutex;
     std::shared_ptr<const rig::Rig> rig;

@@ -26,9 +26,6 @@ struct PlaybackLoop {
     {
         return start + (recorded - first);
     }
-
-    /// Begin of the round that is played at @p now.
-    Timestamp roundAt(Timestamp now) const { return now - now % duration; }
 };
 
 /// Reads the lists of a recording.

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <thread>
 
-#include "sdk/camera/flip.h"
 #include "sdk/camera/frameslots.h"
 #include "sdk/sources/framegrid.h"
 #include "tests/sdk/sdktesting.h"
@@ -22,7 +21,6 @@ private slots:
     void gridIsExact();
     void clockSleeps();
     void clockStops();
-    void turnedPicture();
     void slotsKeepTheCurrentFrame();
     void slotsWaitForAFrame();
     void slotsBetweenTwoThreads();
@@ -153,16 +151,6 @@ void CoreTest::clockStops()
     QVERIFY(clock.sleepUntil(clock.now() + 3600u * 1000000000ull, stop) == tq::Wake::STOPPED);
     QVERIFY(timer.elapsed() < 5000);
     stopper.join();
-}
-
-void CoreTest::turnedPicture()
-{
-    // Two rows of four pixels: luma 1 to 8, and a chroma pair per two pixels.
-    const unsigned char from[] = {1, 10, 2, 20, 3, 11, 4, 21, 5, 12, 6, 22, 7, 13, 8, 23};
-    const unsigned char turned[] = {8, 13, 7, 23, 6, 12, 5, 22, 4, 11, 3, 21, 2, 10, 1, 20};
-    unsigned char to[sizeof from] = {};
-    tq::turnAround(from, to, 4, 2);
-    QCOMPARE(std::memcmp(to, turned, sizeof to), 0);
 }
 
 void CoreTest::slotsKeepTheCurrentFrame()

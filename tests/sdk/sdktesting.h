@@ -163,12 +163,12 @@ public:
 
 /// Opens a camera as the program does.
 inline int openCamera(tq::LiveCameraGrabber& grabber, int id, int width = 320, int height = 200,
-                      int fps = 30, bool flip = false, tq::IMU_FREQ frequency = tq::IMU_FREQ::HIGH)
+                      int fps = 30, tq::IMU_FREQ frequency = tq::IMU_FREQ::HIGH)
 {
     grabber.setMonoCapture(true);
     grabber.setInputType(tq::INPUT_TYPE::GMSL);
     int number = id;
-    return grabber.setUp(number, width, height, fps, 2, flip, frequency, false, false);
+    return grabber.setUp(number, width, height, fps, 2, false, frequency, false, false);
 }
 
 /// Asks for a new frame, for some seconds if need be.

@@ -20,6 +20,7 @@ public:
     /// @param from,to nanoseconds of the real-time clock
     std::list<IMUPacket> getIMUPacketBatch(unsigned long from, unsigned long to);
 
+    ~KORmcu();
     KORmcu(const KORmcu&) = delete;
     KORmcu& operator=(const KORmcu&) = delete;
 
@@ -27,7 +28,6 @@ private:
     friend class LiveCameraGrabber;
     struct TQ_KOR_PRIVATE Private;
     explicit KORmcu(std::unique_ptr<Private> implementation);
-    ~KORmcu();
 
     std::unique_ptr<Private> d;
 };
@@ -53,7 +53,7 @@ public:
     /// @param width,height  wanted size, pixels; see getEffectiveWidth()
     /// @param fps           wanted frames per second
     /// @param bufferCount   frames between producer and reader
-    /// @param flip          turn the picture by 180°
+    /// @param flip          must be false: this implementation does not turn pictures
     /// @param imuFrequency  sampling of the inertial unit
     /// @param verbose       log each state change
     /// @param hdr           use the sensor's high-dynamic-range mode
