@@ -24,33 +24,25 @@ constexpr std::chrono::milliseconds kBetweenAttempts{2};
 // it meanwhile.
 constexpr std::chrono::seconds kForEnumerations{2};
 
+// For reading, which is enough to lock it.
 int openExisting(const std::string& path)
 {
-    const int descriptor = ::open(path.c_str(), O_RDWR | kFlags);
-    // Someone else's file without write permission can still be locked.
-    return descriptor < 0 && errno == EACCES ? ::open(path.c_str(), O_RDONLY | kFlags) : descriptor;
+    return ::open(path.c_str(), O_RDONLY | kFlags);
 }
 
 // O_CREAT is given only when the file is missing: with it, the kernel refuses files of other users
 // in a sticky folder.
 int openOrCreate(const std::string& path)
 {
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        int descriptor = openExisting(path);
-        if (descriptor >= 0 || errno != ENOENT) {
-            return descriptor;
-        }
-        descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kFlags, kForEveryone);
+    int descriptor = openExisting(path);
+    if (descriptor < 0 && errno == ENOENT) {
+        descriptor = ::open(path.c_str(), O_RDONLY | O_CREAT | O_EXCL | kFlags, kForEveryone);
         if (descriptor >= 0) {
             // The umask must not keep other users out.
             (void)::fchmod(descriptor, kForEveryone);
-            return descriptor;
-        }
-        if (errno != EEXIST) {
-            return -1;
         }
     }
-    return -1;
+    return descriptor;
 }
 
 bool isRegularFile(int descriptor)
@@ -115,6 +107,9 @@ ErrorCode CameraLock::acquire(int serial, std::string& reason)
     const std::string file = path(serial);
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const int opened = openOrCreate(file);
+        if (opened < 0 && errno == EEXIST) {
+            continue;  // somebody made it in between
+        }
         if (opened < 0) {
             reason = failure(file);
             return ErrorCode::CAMERA_LOCK_FAILED;
@@ -136,7 +131,7 @@ ErrorCode CameraLock::acquire(int serial, std::string& reason)
         }
         ::close(opened);
     }
-    reason = file + ": is removed again and again";
+    reason = file + ": is made and removed again and again";
     return ErrorCode::CAMERA_LOCK_FAILED;
 }
 

@@ -117,59 +117,59 @@ struct ReceiverCallbacks {
         static_cast<Receiver*>(self)->onPad(pad);
     }
 
-    static GstPadProbeReturn videoPacket(GstPad*, GstPadProbeInfo* info, gpointer self)
+    /// For every buffer that passes a pad, by itself or in a list.
+    template <void (Receiver::*handle)(GstBuffer*)>
+    static GstPadProbeReturn buffers(GstPad*, GstPadProbeInfo* info, gpointer self)
     {
         auto* receiver = static_cast<Receiver*>(self);
         if (GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_BUFFER_LIST) {
             GstBufferList* list = GST_PAD_PROBE_INFO_BUFFER_LIST(info);
             for (guint i = 0; i < gst_buffer_list_length(list); ++i) {
-                receiver->onVideoPacket(gst_buffer_list_get(list, i));
+                (receiver->*handle)(gst_buffer_list_get(list, i));
             }
         } else {
-            receiver->onVideoPacket(GST_PAD_PROBE_INFO_BUFFER(info));
+            (receiver->*handle)(GST_PAD_PROBE_INFO_BUFFER(info));
         }
         return GST_PAD_PROBE_OK;
     }
 
-    static GstPadProbeReturn dataPacket(GstPad*, GstPadProbeInfo* info, gpointer self)
-    {
-        auto* receiver = static_cast<Receiver*>(self);
-        GstBuffer* packet = GST_PAD_PROBE_INFO_BUFFER(info);
-        std::uint32_t rtpTime = 0;
-        std::size_t bytes = 0;
-        if (packet && readRtpTime(packet, rtpTime, bytes)) {
-            const std::lock_guard<std::mutex> lock(receiver->mutex);
-            remember(receiver->dataRtpTimes, packet, rtpTime);
-        }
-        return GST_PAD_PROBE_OK;
-    }
-
-    static GstPadProbeReturn codedFrame(GstPad*, GstPadProbeInfo* info, gpointer self)
-    {
-        static_cast<Receiver*>(self)->onCodedFrame(GST_PAD_PROBE_INFO_BUFFER(info));
-        return GST_PAD_PROBE_OK;
-    }
-
-    static GstFlowReturn picture(GstAppSink* sink, gpointer self)
+    template <void (Receiver::*handle)(GstSample*)>
+    static GstFlowReturn samples(GstAppSink* sink, gpointer self)
     {
         const SamplePtr sample(gst_app_sink_pull_sample(sink));
         if (!sample) {
             return GST_FLOW_EOS;
         }
-        static_cast<Receiver*>(self)->onPicture(sample.get());
+        (static_cast<Receiver*>(self)->*handle)(sample.get());
         return GST_FLOW_OK;
     }
 
-    static GstFlowReturn data(GstAppSink* sink, gpointer self)
+    template <void (Receiver::*handle)(GstSample*)>
+    static void watchSink(GstElement* sink, Receiver* receiver)
     {
-        const SamplePtr sample(gst_app_sink_pull_sample(sink));
-        if (!sample) {
-            return GST_FLOW_EOS;
-        }
-        if (GstBuffer* unit = gst_sample_get_buffer(sample.get())) {
-            static_cast<Receiver*>(self)->onData(unit);
-        }
-        return GST_FLOW_OK;
+        GstAppSinkCallbacks callbacks{};
+        callbacks.new_sample = samples<handle>;
+        gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, receiver, nullptr);
+    }
+
+    template <void (Receiver::*handle)(GstBuffer*)>
+    static void watchPad(GstElement* element, Receiver* receiver)
+    {
+        probe(element, GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST, buffers<handle>,
+              receiver);
+    }
+
+    static void probe(GstElement* element, int types, GstPadProbeCallback callback,
+                      Receiver* receiver)
+    {
+        const GObjectPtr<GstPad> pad(gst_element_get_static_pad(element, "sink"));
+        gst_pad_add_probe(pad.get(), static_cast<GstPadProbeType>(types), callback, receiver,
+                          nullptr);
+    }
+
+    static void watchRecording(GstElement* file, Receiver* receiver)
+    {
+        probe(file, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, recordingEnd, receiver);
     }
 
     static GstPadProbeReturn recordingEnd(GstPad*, GstPadProbeInfo* info, gpointer self)
@@ -193,26 +193,7 @@ struct ReceiverCallbacks {
         }
         return GST_PAD_PROBE_REMOVE;
     }
-
-    static void watchSink(GstElement* sink, GstFlowReturn (*callback)(GstAppSink*, gpointer),
-                          Receiver* receiver)
-    {
-        GstAppSinkCallbacks callbacks{};
-        callbacks.new_sample = callback;
-        gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, receiver, nullptr);
-    }
 };
-
-namespace {
-
-void probe(GstElement* element, const char* padName, int types, GstPadProbeCallback callback,
-           Receiver* receiver)
-{
-    const GObjectPtr<GstPad> pad(gst_element_get_static_pad(element, padName));
-    gst_pad_add_probe(pad.get(), static_cast<GstPadProbeType>(types), callback, receiver, nullptr);
-}
-
-}  // namespace
 
 Receiver::Receiver(const Options& receiveOptions) : options(receiveOptions) {}
 
@@ -360,20 +341,18 @@ void Receiver::connectVideo(GstPad* pad, const std::string& encoding)
     }
     counts.codecName(encoding == "H265" ? "H.265" : "H.264");
     const GObjectPtr<GstElement> depay(gst_bin_get_by_name(GST_BIN(bin), "depay"));
-    probe(depay.get(), "sink", GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST,
-          ReceiverCallbacks::videoPacket, this);
+    ReceiverCallbacks::watchPad<&Receiver::onVideoPacket>(depay.get(), this);
     const GObjectPtr<GstElement> tee(gst_bin_get_by_name(GST_BIN(bin), "t"));
-    probe(tee.get(), "sink", GST_PAD_PROBE_TYPE_BUFFER, ReceiverCallbacks::codedFrame, this);
+    ReceiverCallbacks::watchPad<&Receiver::onCodedFrame>(tee.get(), this);
     const GObjectPtr<GstElement> pictures(gst_bin_get_by_name(GST_BIN(bin), "pictures"));
     if (pictures) {
-        ReceiverCallbacks::watchSink(pictures.get(), ReceiverCallbacks::picture, this);
+        ReceiverCallbacks::watchSink<&Receiver::onPicture>(pictures.get(), this);
     }
     const GObjectPtr<GstElement> record(gst_bin_get_by_name(GST_BIN(bin), "record"));
     if (record) {
         const GObjectPtr<GstElement> file(gst_bin_get_by_name(GST_BIN(bin), "file"));
         g_object_set(file.get(), "location", options.recording.c_str(), nullptr);
-        probe(file.get(), "sink", GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM,
-              ReceiverCallbacks::recordingEnd, this);
+        ReceiverCallbacks::watchRecording(file.get(), this);
         const std::lock_guard<std::mutex> lock(mutex);
         recordingInput.reset(gst_element_get_static_pad(record.get(), "sink"));
     }
@@ -391,9 +370,9 @@ void Receiver::connectData(GstPad* pad)
         return;
     }
     const GObjectPtr<GstElement> depay(gst_bin_get_by_name(GST_BIN(bin), "depay"));
-    probe(depay.get(), "sink", GST_PAD_PROBE_TYPE_BUFFER, ReceiverCallbacks::dataPacket, this);
+    ReceiverCallbacks::watchPad<&Receiver::onDataPacket>(depay.get(), this);
     const GObjectPtr<GstElement> data(gst_bin_get_by_name(GST_BIN(bin), "data"));
-    ReceiverCallbacks::watchSink(data.get(), ReceiverCallbacks::data, this);
+    ReceiverCallbacks::watchSink<&Receiver::onData>(data.get(), this);
     const GObjectPtr<GstPad> sink(gst_element_get_static_pad(bin, "sink"));
     gst_element_sync_state_with_parent(bin);
     gst_pad_link(pad, sink.get());
@@ -411,11 +390,21 @@ void Receiver::onVideoPacket(GstBuffer* packet)
     remember(rtpTimes, packet, rtpTime);
 }
 
+void Receiver::onDataPacket(GstBuffer* packet)
+{
+    std::uint32_t rtpTime = 0;
+    std::size_t bytes = 0;
+    if (readRtpTime(packet, rtpTime, bytes)) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        remember(dataRtpTimes, packet, rtpTime);
+    }
+}
+
 void Receiver::onCodedFrame(GstBuffer* frame)
 {
     counts.codedFrame(!GST_BUFFER_FLAG_IS_SET(frame, GST_BUFFER_FLAG_DELTA_UNIT));
     std::uint32_t rtpTime = 0;
-    if (!options.decode && rtpTimeOf(GST_BUFFER_PTS(frame), rtpTime)) {
+    if (!options.decode && recall(rtpTimes, GST_BUFFER_PTS(frame), rtpTime)) {
         counts.finishedFrame(rtpTime, realTime());
     }
 }
@@ -425,7 +414,7 @@ void Receiver::onPicture(GstSample* sample)
     const std::uint64_t now = realTime();
     GstBuffer* buffer = gst_sample_get_buffer(sample);
     std::uint32_t rtpTime = 0;
-    if (!buffer || !rtpTimeOf(GST_BUFFER_PTS(buffer), rtpTime)) {
+    if (!buffer || !recall(rtpTimes, GST_BUFFER_PTS(buffer), rtpTime)) {
         return;
     }
     GstVideoInfo info;
@@ -442,20 +431,15 @@ void Receiver::onPicture(GstSample* sample)
     counts.finishedFrame(rtpTime, now);
 }
 
-void Receiver::onData(GstBuffer* unit)
+void Receiver::onData(GstSample* sample)
 {
+    GstBuffer* unit = gst_sample_get_buffer(sample);
     std::uint32_t rtpTime = 0;
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        const auto found = dataRtpTimes.find(GST_BUFFER_PTS(unit));
-        if (found != dataRtpTimes.end()) {
-            rtpTime = found->second;
-        }
-    }
     GstMapInfo map;
-    if (!gst_buffer_map(unit, &map, GST_MAP_READ)) {
+    if (!unit || !gst_buffer_map(unit, &map, GST_MAP_READ)) {
         return;
     }
+    recall(dataRtpTimes, GST_BUFFER_PTS(unit), rtpTime);
     RecordHandler handler;
     handler.frame = [&](const FrameRecord& record) { counts.frameRecord(record, rtpTime); };
     handler.imu = [&](const ImuRecord& record) {
@@ -521,11 +505,11 @@ void Receiver::writeImu(const ImuRecord& record)
     }
 }
 
-bool Receiver::rtpTimeOf(GstClockTime pts, std::uint32_t& rtpTime)
+bool Receiver::recall(const RtpTimes& times, GstClockTime pts, std::uint32_t& rtpTime)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    const auto found = rtpTimes.find(pts);
-    if (found == rtpTimes.end()) {
+    const auto found = times.find(pts);
+    if (found == times.end()) {
         return false;
     }
     rtpTime = found->second;

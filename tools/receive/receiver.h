@@ -48,6 +48,8 @@ public:
     Statistics& statistics() { return counts; }
 
 private:
+    using RtpTimes = std::map<GstClockTime, std::uint32_t>;  // by PTS, of what is under way
+
     void onPad(GstPad* pad);
     void connectVideo(GstPad* pad, const std::string& encoding);
     void connectData(GstPad* pad);
@@ -57,10 +59,11 @@ private:
     void onVideoPacket(GstBuffer* packet);
     void onCodedFrame(GstBuffer* frame);
     void onPicture(GstSample* sample);
-    void onData(GstBuffer* unit);
+    void onDataPacket(GstBuffer* packet);
+    void onData(GstSample* sample);
     void writeSnapshot(GstSample* sample);
     void writeImu(const ImuRecord& record);
-    bool rtpTimeOf(GstClockTime pts, std::uint32_t& rtpTime);
+    bool recall(const RtpTimes& times, GstClockTime pts, std::uint32_t& rtpTime);
     void finishRecording();
     void fail(const std::string& reason);
 
@@ -69,9 +72,9 @@ private:
     tq::GObjectPtr<GstElement> pipeline;
     std::string failure;
 
-    std::mutex mutex;                                    // guards what follows; streaming threads
-    std::map<GstClockTime, std::uint32_t> rtpTimes;      // of the frames under way, by PTS
-    std::map<GstClockTime, std::uint32_t> dataRtpTimes;  // of the units under way, by PTS
+    std::mutex mutex;       // guards what follows; streaming threads
+    RtpTimes rtpTimes;      // of frames
+    RtpTimes dataRtpTimes;  // of units of the data stream
     tq::GObjectPtr<GstPad> recordingInput;
     bool recordingDone = false;
     std::condition_variable recordingChanged;
