@@ -19,9 +19,6 @@ function(vistrel_add_gui_run)
     if(ARG_WM)
         list(APPEND options --wm "${ARG_WM}")
     endif()
-    if(NOT ARG_TIMEOUT)
-        set(ARG_TIMEOUT ${VISTREL_TEST_TIMEOUT})
-    endif()
     if(VISTREL_SANITIZE MATCHES "address")
         # Full stacks, which cmake/lsan.supp needs elsewhere, would take software OpenGL minutes.
         list(PREPEND ARG_ENVIRONMENT "ASAN_OPTIONS=detect_stack_use_after_return=1")
@@ -29,9 +26,9 @@ function(vistrel_add_gui_run)
     add_test(NAME ${ARG_NAME}
              COMMAND "${VISTREL_WITH_DISPLAY}" ${options} --
                      "$<TARGET_FILE:${ARG_TARGET}>" ${ARG_ARGUMENTS})
+    vistrel_test_limits(${ARG_NAME} "${ARG_TIMEOUT}" "gui;${ARG_LABELS}")
     set_tests_properties(${ARG_NAME} PROPERTIES
-        TIMEOUT ${ARG_TIMEOUT} LABELS "gui;${ARG_LABELS}" SKIP_RETURN_CODE 77
-        ENVIRONMENT "${ARG_ENVIRONMENT}" ${ARG_PROPERTIES})
+        SKIP_RETURN_CODE 77 ENVIRONMENT "${ARG_ENVIRONMENT}" ${ARG_PROPERTIES})
 endfunction()
 
 # vistrel_add_gui_test(NAME <name> SOURCES <files> [LIBRARIES <targets>]

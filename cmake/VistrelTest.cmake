@@ -3,8 +3,8 @@
 #                  [TIMEOUT <seconds>] [PROPERTIES <ctest properties>])
 # builds tests' executable test_<name> and registers it with ctest under <name>.
 #
-# Tests with the label "timing" depend on the speed of what they test; the sanitizers' presets leave
-# them out.
+# Tests with the label "timing" judge how fast something is: they run alone, and the sanitizers'
+# presets leave them out.
 
 # Seconds after which a test that names no limit of its own hangs, on slow machines, too.
 set(VISTREL_TEST_TIMEOUT 300)
@@ -20,9 +20,33 @@ function(vistrel_add_test)
     vistrel_qt(${target})
     target_link_libraries(${target} PRIVATE Qt5::Test ${ARG_LIBRARIES})
     add_test(NAME ${ARG_NAME} COMMAND ${target})
-    if(NOT ARG_TIMEOUT)
-        set(ARG_TIMEOUT ${VISTREL_TEST_TIMEOUT})
+    vistrel_test_limits(${ARG_NAME} "${ARG_TIMEOUT}" "${ARG_LABELS}")
+    if(ARG_PROPERTIES)
+        set_tests_properties(${ARG_NAME} PROPERTIES ${ARG_PROPERTIES})
     endif()
+endfunction()
+
+# vistrel_test_limits(<name> <seconds or empty> <labels>)
+function(vistrel_test_limits name timeout labels)
+    if(NOT timeout)
+        set(timeout ${VISTREL_TEST_TIMEOUT})
+    endif()
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${timeout} LABELS "${labels}")
+    if("timing" IN_LIST labels)
+        set_tests_properties(${name} PROPERTIES RUN_SERIAL ON)
+    endif()
+endfunction()
+
+# vistrel_add_pytest(NAME <name> FILE <file> [UNDER <command>...] [LABELS <labels>]
+#                    [ENVIRONMENT <VARIABLE=value...>] [TIMEOUT <seconds>]
+#                    [PROPERTIES <ctest properties>])
+# registers a file of pytest under <name>.
+function(vistrel_add_pytest)
+    cmake_parse_arguments(ARG "" "NAME;FILE;TIMEOUT" "UNDER;LABELS;ENVIRONMENT;PROPERTIES" ${ARGN})
+    add_test(NAME ${ARG_NAME}
+             COMMAND ${ARG_UNDER} pytest-3 -p no:cacheprovider -q -rs
+                     "${CMAKE_CURRENT_SOURCE_DIR}/${ARG_FILE}")
+    vistrel_test_limits(${ARG_NAME} "${ARG_TIMEOUT}" "${ARG_LABELS}")
     set_tests_properties(${ARG_NAME} PROPERTIES
-        TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}" ${ARG_PROPERTIES})
+        ENVIRONMENT "PYTHONDONTWRITEBYTECODE=1;${ARG_ENVIRONMENT}" SKIP_RETURN_CODE ${VISTREL_SKIP_STATUS} ${ARG_PROPERTIES})
 endfunction()
