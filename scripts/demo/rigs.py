@@ -1,0 +1,96 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Rigs of the demonstration: which two cameras are paired, and how a recording is played."""
+import json
+import pathlib
+import struct
+
+VIRTUAL_SERIAL = "101234567"
+# Size of an eye unless asked for another, by family.
+SIZES = {"KOR T Solo GS": (960, 600), "KOR T Solo UHD": (1920, 1080)}
+
+
+class Refused(Exception):
+    """Why a rig or a recording cannot be used, in one line."""
+
+
+def demand(condition, *reason):
+    if not condition:
+        raise Refused(": ".join(map(str, reason)))
+
+
+def read(path):
+    """The rig in a file. What is checked of it is what the demonstration needs; the program judges
+    the rest."""
+    try:
+        rig = json.loads(path.read_text(encoding="utf-8"))
+    except OSError:
+        raise Refused(f"{path}: cannot be read") from None
+    except ValueError as error:
+        raise Refused(f"{path}: not a rig file: {error}") from None
+    demand(isinstance(rig, dict), path, "document", "must be an object")
+    demand("cameras" in rig, path, "cameras", "is missing")
+    demand(isinstance(rig["cameras"], list), path, "cameras", "must be an array")
+    demand(isinstance(rig.get("stream", {}), dict), path, "stream", "must be an object")
+    for index, camera in enumerate(rig["cameras"]):
+        place = f"cameras[{index}]"
+        demand(isinstance(camera, dict), path, place, "must be an object")
+        for key in "serial", "model":
+            demand(key in camera, path, f"{place}.{key}", "is missing")
+        serial = camera["serial"]
+        demand(type(serial) is int and 1 <= serial <= 2147483647, path, f"{place}.serial",
+               "must be a whole number from 1 to 2147483647")
+        demand(isinstance(camera["model"], str), path, f"{place}.model", "must be a string")
+    return rig
+
+
+def pair(rig, size, fps, port):
+    """The configuration of one virtual camera made of the first two cameras of one family."""
+    cameras = {}
+    for camera in rig["cameras"]:
+        if camera["model"] in SIZES:
+            cameras.setdefault(camera["model"], []).append(camera)
+    for model, (left, right, *_) in ((m, c) for m, c in cameras.items() if len(c) >= 2):
+        width, height = size or SIZES[model]
+        imu = left.get("imu")
+        return {VIRTUAL_SERIAL: {
+            "FPS": fps, "HDR": 0, "Height": height, "Left": left["serial"], "Port": port,
+            "IMU": isinstance(imu, dict) and imu.get("type", "none") != "none",
+            "Right": right["serial"], "Width": width}}
+    raise Refused("has no two cameras of the same family")
+
+
+def frames(index):
+    """Time in nanoseconds and file name of each frame that an index lists."""
+    rows = [line.replace(" ", "").split(",") for line in index.read_text().splitlines()
+            if line[:1].isdigit()]
+    return [(int(row[0]), row[1]) for row in rows if len(row) > 1]
+
+
+def record(folder):
+    """The rig that plays a stereo recording in the ASL layout, the size of an eye and the rate."""
+    demand(folder.is_dir(), f"{folder} is not a folder")
+    mav = folder / "mav0" if (folder / "mav0").is_dir() else folder
+    for camera in "cam0", "cam1":
+        index = pathlib.Path(camera, "data.csv")
+        layout = f"{folder} is no recording in the ASL layout"
+        demand((mav / index).is_file(), layout, f"{index} is missing")
+        listed = frames(mav / index)
+        demand(listed, f"{mav / index} lists no frames")
+        picture = pathlib.Path(camera, "data", listed[0][1])
+        demand((mav / picture).is_file(), layout, f"{picture} is missing")
+
+    listed = frames(mav / "cam0/data.csv")
+    picture = mav / "cam0/data" / listed[0][1]
+    header = picture.read_bytes()[:24]
+    demand(len(header) == 24 and header.startswith(b"\x89PNG\r\n\x1a\n"), f"{picture} is no PNG picture")
+    size = struct.unpack(">II", header[16:])
+    duration = listed[-1][0] - listed[0][0]
+    demand(duration > 0, f"{mav}/cam0/data.csv lists fewer than two frames")
+    fps = round((len(listed) - 1) * 1e9 / duration)
+    demand(fps > 0, f"{mav}/cam0/data.csv lists less than one frame per second")
+
+    imu = "recorded" if (mav / "imu0/data.csv").is_file() else "none"
+    return {"cameras": [
+        {"serial": 30000001 + index, "model": "KOR T Solo GS", "imu": {"type": kind},
+         "source": {"type": "recording", "path": str(folder), "camera": f"cam{index}"}}
+        for index, kind in enumerate((imu, "none"))]}, size, fps
