@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# The parts of the package that need no system of their own, and the package in a booted container.
+# The parts of the package that need no system of their own. tests/system/container/run has the rest.
 set(packaging "${PROJECT_SOURCE_DIR}/packaging")
 
 add_test(NAME system_service_step
@@ -10,9 +10,3 @@ add_test(NAME system_sudoers
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/sudoers-test" "${packaging}/service/kor-vistrel.sudoers")
 set_tests_properties(system_sudoers PROPERTIES
     LABELS system SKIP_RETURN_CODE ${VISTREL_SKIP_STATUS})
-
-# Long, needs root, and so runs on demand only.
-add_test(NAME system_container
-    COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/container" --when-asked --build "${CMAKE_BINARY_DIR}")
-set_tests_properties(system_container PROPERTIES
-    LABELS "system;container" RUN_SERIAL ON TIMEOUT 3600 SKIP_RETURN_CODE ${VISTREL_SKIP_STATUS})
