@@ -19,7 +19,7 @@ file(WRITE "${leaks}" "${known}leak:libglib-2.0.so\n")
 vistrel_add_gui_test(NAME system_desktop
     SCREEN 1600x1000x24 WM openbox LABELS system TIMEOUT ${limit}
     ENVIRONMENT "LSAN_OPTIONS=suppressions=${leaks}:print_suppressions=0"
-    SOURCES desktoptest.cpp remotewindow.cpp remotewindow.h
+    SOURCES desktop_test.cpp remotewindow.cpp remotewindow.h
     LIBRARIES vistrel_ui vistrel_sandbox Qt5::Network TqKor::TqKor)
 target_compile_definitions(test_system_desktop PRIVATE KOR_VISTREL="$<TARGET_FILE:kor_vistrel>")
 add_dependencies(test_system_desktop kor_vistrel)

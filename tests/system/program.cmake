@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # The run modes of the program.
 vistrel_add_test(NAME system_program
-    SOURCES programtest.cpp
+    SOURCES program_test.cpp
     LIBRARIES vistrel_sandbox
     LABELS system
     PROPERTIES SKIP_RETURN_CODE ${VISTREL_SKIP_STATUS})

@@ -6,7 +6,7 @@ pkg_check_modules(GSTREAMER_CLIENT REQUIRED IMPORTED_TARGET
     gstreamer-1.0 gstreamer-app-1.0 gstreamer-video-1.0)
 
 vistrel_add_test(NAME system_streaming
-    SOURCES streamingtest.cpp streamclient.cpp streamclient.h
+    SOURCES streaming_test.cpp streamclient.cpp streamclient.h
     LIBRARIES vistrel_sandbox Qt5::Gui Qt5::Network PkgConfig::GSTREAMER_CLIENT
     LABELS system
     TIMEOUT 600

@@ -585,4 +585,4 @@ void DesktopTest::cameraOfAnotherProcessIsLeftOut()
 }
 
 QTEST_MAIN(DesktopTest)
-#include "desktoptest.moc"
+#include "desktop_test.moc"

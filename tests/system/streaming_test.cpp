@@ -679,4 +679,4 @@ void StreamingTest::busyCameraEndsTheProcess()
 }
 
 QTEST_GUILESS_MAIN(StreamingTest)
-#include "streamingtest.moc"
+#include "streaming_test.moc"

@@ -315,4 +315,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(ProgramTest)
-#include "programtest.moc"
+#include "program_test.moc"
