@@ -9,13 +9,13 @@ VIRTUAL_SERIAL = "101234567"
 SIZES = {"KOR T Solo GS": (960, 600), "KOR T Solo UHD": (1920, 1080)}
 
 
-class Refused(Exception):
-    """Why a rig or a recording cannot be used, in one line."""
+class Failed(Exception):
+    """What went wrong, for the user."""
 
 
 def demand(condition, *reason):
     if not condition:
-        raise Refused(": ".join(map(str, reason)))
+        raise Failed(": ".join(map(str, reason)))
 
 
 def read(path):
@@ -24,9 +24,9 @@ def read(path):
     try:
         rig = json.loads(path.read_text(encoding="utf-8"))
     except OSError:
-        raise Refused(f"{path}: cannot be read") from None
+        raise Failed(f"{path}: cannot be read") from None
     except ValueError as error:
-        raise Refused(f"{path}: not a rig file: {error}") from None
+        raise Failed(f"{path}: not a rig file: {error}") from None
     demand(isinstance(rig, dict), path, "document", "must be an object")
     demand("cameras" in rig, path, "cameras", "is missing")
     demand(isinstance(rig["cameras"], list), path, "cameras", "must be an array")
@@ -43,20 +43,22 @@ def read(path):
     return rig
 
 
-def pair(rig, size, fps, port):
-    """The configuration of one virtual camera made of the first two cameras of one family."""
-    cameras = {}
+def pair(path, size, fps, port):
+    """The configuration of one virtual camera made of the first two cameras of one family in a rig,
+    and the rig's stream object."""
+    rig, families = read(path), {}
     for camera in rig["cameras"]:
         if camera["model"] in SIZES:
-            cameras.setdefault(camera["model"], []).append(camera)
-    for model, (left, right, *_) in ((m, c) for m, c in cameras.items() if len(c) >= 2):
-        width, height = size or SIZES[model]
-        imu = left.get("imu")
-        return {VIRTUAL_SERIAL: {
-            "FPS": fps, "HDR": 0, "Height": height, "Left": left["serial"], "Port": port,
-            "IMU": isinstance(imu, dict) and imu.get("type", "none") != "none",
-            "Right": right["serial"], "Width": width}}
-    raise Refused("has no two cameras of the same family")
+            families.setdefault(camera["model"], []).append(camera)
+    pairs = [cameras[:2] for cameras in families.values() if len(cameras) > 1]
+    demand(pairs, path, "has no two cameras of the same family")
+    left, right = pairs[0]
+    width, height = size or SIZES[left["model"]]
+    imu = left.get("imu")
+    return {VIRTUAL_SERIAL: {
+        "Left": left["serial"], "Right": right["serial"], "Width": width, "Height": height, "FPS": fps,
+        "HDR": 0, "IMU": isinstance(imu, dict) and imu.get("type", "none") != "none", "Port": port,
+    }}, rig.get("stream", {})
 
 
 def frames(index):
