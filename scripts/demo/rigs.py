@@ -18,38 +18,19 @@ def demand(condition, *reason):
         raise Failed(": ".join(map(str, reason)))
 
 
-def read(path):
-    """The rig in a file. What is checked of it is what the demonstration needs; the program judges
-    the rest."""
-    try:
-        rig = json.loads(path.read_text(encoding="utf-8"))
-    except OSError:
-        raise Failed(f"{path}: cannot be read") from None
-    except ValueError as error:
-        raise Failed(f"{path}: not a rig file: {error}") from None
-    demand(isinstance(rig, dict), path, "document", "must be an object")
-    demand("cameras" in rig, path, "cameras", "is missing")
-    demand(isinstance(rig["cameras"], list), path, "cameras", "must be an array")
-    demand(isinstance(rig.get("stream", {}), dict), path, "stream", "must be an object")
-    for index, camera in enumerate(rig["cameras"]):
-        place = f"cameras[{index}]"
-        demand(isinstance(camera, dict), path, place, "must be an object")
-        for key in "serial", "model":
-            demand(key in camera, path, f"{place}.{key}", "is missing")
-        serial = camera["serial"]
-        demand(type(serial) is int and 1 <= serial <= 2147483647, path, f"{place}.serial",
-               "must be a whole number from 1 to 2147483647")
-        demand(isinstance(camera["model"], str), path, f"{place}.model", "must be a string")
-    return rig
-
-
 def pair(path, size, fps, port):
     """The configuration of one virtual camera made of the first two cameras of one family in a rig,
-    and the rig's stream object."""
-    rig, families = read(path), {}
-    for camera in rig["cameras"]:
-        if camera["model"] in SIZES:
-            families.setdefault(camera["model"], []).append(camera)
+    and the rig's stream object. What else is wrong with a rig the program says."""
+    try:
+        rig = json.loads(path.read_text(encoding="utf-8"))
+        families, stream = {}, {**rig.get("stream", {})}
+        for camera in rig["cameras"]:
+            if type(camera["serial"]) is int and camera["model"] in SIZES:
+                families.setdefault(camera["model"], []).append(camera)
+    except OSError:
+        raise Failed(f"{path}: cannot be read") from None
+    except (AttributeError, LookupError, TypeError, ValueError) as error:
+        raise Failed(f"{path}: not a rig file: {error}") from None
     pairs = [cameras[:2] for cameras in families.values() if len(cameras) > 1]
     demand(pairs, path, "has no two cameras of the same family")
     left, right = pairs[0]
@@ -58,7 +39,7 @@ def pair(path, size, fps, port):
     return {VIRTUAL_SERIAL: {
         "Left": left["serial"], "Right": right["serial"], "Width": width, "Height": height, "FPS": fps,
         "HDR": 0, "IMU": isinstance(imu, dict) and imu.get("type", "none") != "none", "Port": port,
-    }}, rig.get("stream", {})
+    }}, stream
 
 
 def frames(index):

@@ -109,6 +109,14 @@ def test_rig_of_the_environment(desk):
     desk.ends(1, f"{desk.folder}/absent.json: cannot be read", KOR_RIG="absent.json")
 
 
+def test_rig_that_the_program_refuses(desk):
+    cameras = [{"serial": serial, "model": "KOR T Solo GS", "source": {"type": "nonsense"}}
+               for serial in (30200001, 30200002)]
+    (desk.folder / "rig.json").write_text(json.dumps({"cameras": cameras}))
+    desk.ends(1, f"[tq_kor] {desk.folder}/rig.json: cameras[0].source.type", "--rig", "rig.json",
+              "--port", "41233", "--out", "logs")
+
+
 def test_some_seconds(desk):
     desk.ends(0, "rtsp://localhost:41234/stereo", "--seconds", SECONDS, "--port", "41234",
               "--out", "pictures")

@@ -59,37 +59,22 @@ def test_imu_of_another_type_is_left_to_the_program(pair):
     assert pair({**camera(30000001), "imu": 7}, camera(30000002))["IMU"] is False
 
 
-FIRST = camera(30000001)
-SERIAL = "must be a whole number from 1 to 2147483647"
-
-
 @pytest.mark.parametrize("reason, document", [
-    ("not a rig file: Expecting value", ""),
-    ("not a rig file: Extra data", "{} {}"),
     ("not a rig file: Expecting value: line 2 column 1", '{"cameras": [\n'),
-    ("document: must be an object", []),
-    ("cameras: is missing", {}),
-    ("cameras: must be an array", {"cameras": {}}),
-    (r"cameras\[1\]: must be an object", {"cameras": [FIRST, "30000002"]}),
-    (r"cameras\[1\].serial: is missing", {"cameras": [FIRST, {"model": "KOR T Solo GS"}]}),
-    (rf"cameras\[1\].serial: {SERIAL}", {"cameras": [FIRST, camera("30000002")]}),
-    (rf"cameras\[0\].serial: {SERIAL}", {"cameras": [camera(None), FIRST]}),
-    (rf"cameras\[0\].serial: {SERIAL}", {"cameras": [camera(True), FIRST]}),
-    (rf"cameras\[1\].serial: {SERIAL}", {"cameras": [FIRST, camera(30000002.5)]}),
-    (rf"cameras\[1\].serial: {SERIAL}", {"cameras": [FIRST, camera(0)]}),
-    (rf"cameras\[1\].serial: {SERIAL}", {"cameras": [FIRST, camera(2147483648)]}),
-    (r"cameras\[0\].model: is missing", {"cameras": [{"serial": 30000001}]}),
-    (r"cameras\[0\].model: must be a string", {"cameras": [camera(30000001, 30)]}),
-    ("stream: must be an object", {"cameras": [FIRST], "stream": 30000})])
+    ("not a rig file: Extra data", "{} {}"), ("not a rig file", []), ("not a rig file: 'cameras'", {}),
+    ("not a rig file", {"cameras": 7}), ("not a rig file", {"cameras": ["30000001"]}),
+    ("not a rig file", {"cameras": [camera(1, [])]}), ("not a rig file", {"cameras": [], "stream": 7}),
+    ("not a rig file: 'serial'", {"cameras": [{"model": "KOR T Solo GS"}]}),
+    ("has no two cameras", {"cameras": [camera(30000001), camera("30000002"), camera(True)]})])
 def test_refused_rigs(write, reason, document):
     rig = write(document)
     with pytest.raises(rigs.Failed, match=f"^{rig}: {reason}"):
-        rigs.read(rig)
+        rigs.pair(rig, None, 30, 30000)
 
 
 def test_absent_rig(tmp_path):
     with pytest.raises(rigs.Failed, match="absent.json: cannot be read"):
-        rigs.read(tmp_path / "absent.json")
+        rigs.pair(tmp_path / "absent.json", None, 30, 30000)
 
 
 @pytest.fixture
