@@ -23,7 +23,6 @@ namespace {
 
 constexpr qint64 kPreviewIntervalMs = 31;
 constexpr int kScrollStep = 5;
-constexpr int kPlacingMs = 2000;  // during which a new row is kept in view
 constexpr int kUhdWidth = 3000;
 
 // A preview panel has three lines of text above its picture, and its image view is as tall as the
@@ -287,19 +286,22 @@ void MainWindow::addVirtualCamHandler()
         qDebug() << "FAILED TO CONNECT STREAM SIGNAL";
     }
     insertEditor(identity, editor, position);
-    showWhenPlaced(editor);
+    keepInView(editor);
 }
 
-// A row gets its place only when the layouts have been through, which may take some rounds.
-void MainWindow::showWhenPlaced(VirtualCamHandler* editor)
+// A row gets its place only when the layouts have been through, which may take some rounds: the one
+// added last is kept in view until the operator scrolls.
+void MainWindow::keepInView(VirtualCamHandler* editor)
 {
-    auto* const placing = new QObject(editor);
-    const auto showSoon = [this, editor, placing] {
-        QTimer::singleShot(0, placing, [this, editor] { scrollTo(editor); });
+    delete keptInView;
+    keptInView = new QObject(editor);
+    const auto showSoon = [this, editor] {
+        QTimer::singleShot(0, keptInView, [this, editor] { scrollTo(editor); });
     };
-    connect(ui->scrollArea->verticalScrollBar(), &QScrollBar::rangeChanged, placing, showSoon);
+    const QScrollBar* const bar = ui->scrollArea->verticalScrollBar();
+    connect(bar, &QScrollBar::rangeChanged, keptInView, showSoon);
+    connect(bar, &QScrollBar::actionTriggered, keptInView, &QObject::deleteLater);
     showSoon();
-    QTimer::singleShot(kPlacingMs, placing, &QObject::deleteLater);
 }
 
 void MainWindow::addVirtualCamHandlerFromConfig(VirtualCameraInfos info)

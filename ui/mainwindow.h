@@ -5,6 +5,7 @@
 #include <QList>
 #include <QMainWindow>
 #include <QMap>
+#include <QPointer>
 #include <QString>
 #include <QStringList>
 #include <cstdint>
@@ -149,7 +150,7 @@ private:
     VirtualCamHandler* createEditor(const QString& identity);
     void insertEditor(const QString& identity, VirtualCamHandler* editor, int position);
     void orderTabStops();
-    void showWhenPlaced(VirtualCamHandler* editor);
+    void keepInView(VirtualCamHandler* editor);
     void scrollTo(const VirtualCamHandler* editor);
     CameraWidget* panelOf(std::uint64_t serial) const;
     QString obstacleOf(const VirtualCameraInfos& row) const;
@@ -164,4 +165,5 @@ private:
     QMap<QString, VirtualCameraInfos> loadedRecords;  // by identity, of rows from the configuration
     QMap<QString, qint64> lastDrawTimes;              // by physical serial, ms that it took
     std::function<void()> rowRemoved;
+    QPointer<QObject> keptInView;  // child of the row that is scrolled to
 };
