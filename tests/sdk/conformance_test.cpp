@@ -484,21 +484,21 @@ void Conformance::imagesCanBeReleasedOnAnyThread()
 void Conformance::imagesKnowTheirSize()
 {
     tq::Mat image;
-    QCOMPARE(image.getWidth(), std::size_t{0});
-    QCOMPARE(image.getHeight(), std::size_t{0});
+    QCOMPARE(sdk::widthOf(image), std::size_t{0});
+    QCOMPARE(sdk::heightOf(image), std::size_t{0});
     image.alloc(64, 8, sdk::kYuyv, sdk::kHostMemory);
     const tq::Mat shared(image);
     tq::Mat deep;
     deep.clone(image);
     for (const tq::Mat* each : std::initializer_list<const tq::Mat*>{&image, &shared, &deep}) {
-        QCOMPARE(each->getWidth(), std::size_t{64});
-        QCOMPARE(each->getHeight(), std::size_t{8});
+        QCOMPARE(sdk::widthOf(*each), std::size_t{64});
+        QCOMPARE(sdk::heightOf(*each), std::size_t{8});
     }
     // Allocating again changes the size of this object alone.
     image.alloc(32, 16, sdk::kYuyv, sdk::kHostMemory);
-    QCOMPARE(image.getWidth(), std::size_t{32});
-    QCOMPARE(image.getHeight(), std::size_t{16});
-    QCOMPARE(shared.getWidth(), std::size_t{64});
+    QCOMPARE(sdk::widthOf(image), std::size_t{32});
+    QCOMPARE(sdk::heightOf(image), std::size_t{16});
+    QCOMPARE(sdk::widthOf(shared), std::size_t{64});
 }
 
 // The records are compared as bytes: the program never looks into them.
