@@ -257,7 +257,6 @@ void VirtualCameraStreamer::run()
         fitFrame(frame);
         leftEye.dropped = 0;
         rightEye.dropped = 0;
-        reportedDrops = 0;
     }
     qDebug() << "[VirtualCameraStreamer] --> Enter <--";
     while (running) {

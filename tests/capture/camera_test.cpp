@@ -541,12 +541,12 @@ private slots:
         Receiver receiver(camera);
         QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
 
-        for (const tq::Timestamp timestamp : {100, 200, 300, 1100, 2000, 2500}) {
+        for (const tq::Timestamp timestamp : {300, 700, 800, 900, 2000, 2500}) {
             sdkfake::pushImu(kSerial, sdkfake::makeImuPacket(timestamp, timestamp));
         }
-        const std::vector<tq::Timestamp> frames = {300, 900, 2000, 3000};
+        const std::vector<tq::Timestamp> frames = {300, 900, 1000, 3000};
         const std::vector<std::vector<tq::Timestamp>> batches = {
-            {100, 200, 300}, {}, {1100, 2000}, {2500}};
+            {300}, {700, 800, 900}, {}, {2000, 2500}};
         for (std::size_t f = 0; f < frames.size(); ++f) {
             sdkfake::pushFrame(kSerial, frames[f], 1);
             QTRY_COMPARE(receiver.received.size(), f + 1);
@@ -561,10 +561,10 @@ private slots:
         }
         // Each batch begins where the frame before ended.
         QCOMPARE(toList(sdkfake::callTexts(sdkfake::Frame)).filter("getIMUPacketBatch"),
-                 QStringList({"KORmcu#1.getIMUPacketBatch(0, 300) = 3",
-                              "KORmcu#1.getIMUPacketBatch(300, 900) = 0",
-                              "KORmcu#1.getIMUPacketBatch(900, 2000) = 2",
-                              "KORmcu#1.getIMUPacketBatch(2000, 3000) = 1"}));
+                 QStringList({"KORmcu#1.getIMUPacketBatch(0, 300) = 1",
+                              "KORmcu#1.getIMUPacketBatch(300, 900) = 3",
+                              "KORmcu#1.getIMUPacketBatch(900, 1000) = 0",
+                              "KORmcu#1.getIMUPacketBatch(1000, 3000) = 2"}));
     }
 
     void imuStartsAfreshWhenReopened()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the streamer does with images and IMU data on their way to the scripted sender.
 #include <QtTest>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <set>
@@ -356,23 +357,51 @@ private slots:
                          "right images for newer ones"));
     }
 
-    // While another thread replaces the sender, which waits for the frame that is being sent.
+    // While another thread replaces the sender, be it that it waits for a frame that is being sent
+    // or for the new sender to open.
+    void slotsDoNotWaitForAReplacement_data()
+    {
+        QTest::addColumn<bool>("opening");
+        QTest::newRow("a frame is being sent") << false;
+        QTest::newRow("the new sender opens") << true;
+    }
     void slotsDoNotWaitForAReplacement()
     {
+        QFETCH(bool, opening);
         const auto memory = std::make_unique<VirtualCameraStreamer>();
         VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
-        sdkfake::blockIngest(true);
-        sendPair(streamer, kMillisecond);
-        QTRY_COMPARE(sdkfake::heldCalls(), 1);
-        std::thread replacing([&streamer] { streamer.open(images::infos(2, 1)); });
-        for (tq::Timestamp n = 2; n < 100; ++n) {
-            sendPair(streamer, n * 33 * kMillisecond);
-            QThread::usleep(100);
+        if (opening) {
+            sdkfake::blockOpen(true);
+        } else {
+            sdkfake::blockIngest(true);
+            sendPair(streamer, kMillisecond);
+            QTRY_COMPARE(sdkfake::heldCalls(), 1);
         }
+        std::thread replacing([&streamer] { streamer.open(images::infos(2, 1)); });
+        const bool held = waitUntil([] { return sdkfake::heldCalls() == 1; });
+        std::atomic<int> passed{0};
+        std::thread feeding([&] {
+            for (tq::Timestamp n = 2; n < 100; ++n) {
+                sendPair(streamer, n * 33 * kMillisecond);
+                ++passed;
+                QThread::usleep(100);
+            }
+        });
+        const bool allPassed = waitUntil([&] { return passed == 98; });
+        sdkfake::blockOpen(false);
         sdkfake::blockIngest(false);
         replacing.join();
+        feeding.join();
+        QVERIFY(held);
+        QVERIFY(allPassed);
         QCOMPARE(sdkfake::lastSender().number, 2);
+        if (opening) {
+            // There was no sender meanwhile, so the images went nowhere.
+            sendPair(streamer, kMillisecond);
+            QTRY_COMPARE(sdkfake::lastSender().frames.size(), std::size_t{1});
+            QCOMPARE(streamer.droppedImages().left, std::uint64_t{0});
+        }
     }
 
     // Both slots on threads of their own, the sending thread between them: every frame that goes

@@ -48,15 +48,26 @@ private slots:
         QVERIFY2(elapsed < 30, qPrintable(QString::number(elapsed)));
     }
 
+    void imagesWakeTheThread_data()
+    {
+        QTest::addColumn<bool>("leftFirst");
+        QTest::newRow("the right one completes the pair") << true;
+        QTest::newRow("the left one completes the pair") << false;
+    }
     void imagesWakeTheThread()
     {
-        const qint64 elapsed = median([] {
+        QFETCH(bool, leftFirst);
+        const qint64 elapsed = median([leftFirst] {
             const auto memory = std::make_unique<VirtualCameraStreamer>();
             memory->open(images::infos(2, 1));
-            QThread::msleep(10);
+            const tq::Mat image = images::filled(2, 1, kMillisecond, 1);
             QElapsedTimer timer;
-            timer.start();
-            sendPair(*memory, kMillisecond);
+            for (const bool left : {leftFirst, !leftFirst}) {
+                QThread::msleep(10);  // by then it waits for images
+                timer.start();
+                left ? memory->ingestLeftImage(1, image, {}, {})
+                     : memory->ingestRightImage(2, image, {}, {});
+            }
             waitUntil([] { return !sdkfake::lastSender().frames.empty(); });
             return timer.elapsed();
         });

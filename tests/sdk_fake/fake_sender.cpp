@@ -55,6 +55,7 @@ UDPOutput::~UDPOutput()
 
 int UDPOutput::open(UDPOutConfig config)
 {
+    sdkfake::waitWhile(world().openBlocked);
     int result = 0;
     {
         const std::lock_guard<std::mutex> lock(world().mutex);

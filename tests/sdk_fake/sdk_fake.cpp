@@ -41,6 +41,7 @@ void reset()
     world().keepPixels = true;
     world().onFrame = nullptr;
     world().ingestBlocked = false;
+    world().openBlocked = false;
 }
 
 std::string Call::text() const
@@ -238,6 +239,11 @@ int heldCalls()
 void blockIngest(bool block)
 {
     world().ingestBlocked = block;
+}
+
+void blockOpen(bool block)
+{
+    world().openBlocked = block;
 }
 
 }  // namespace sdkfake

@@ -194,11 +194,14 @@ void onFrame(
     std::function<void(const Sender& sender, const unsigned char* pixels, tq::Timestamp timestamp)>
         function);
 
-/// How many calls blockFrameStatus and blockIngest hold at this moment.
+/// How many calls blockFrameStatus, blockIngest and blockOpen hold at this moment.
 int heldCalls();
 
 /// Holds every call of ingestYUVFrame until it is called with false. The thread inside can be
 /// cancelled.
 void blockIngest(bool block);
+
+/// Holds every call of UDPOutput::open until it is called with false.
+void blockOpen(bool block);
 
 }  // namespace sdkfake

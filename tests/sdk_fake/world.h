@@ -52,6 +52,7 @@ struct World {
     bool keepPixels = true;
     std::function<void(const Sender&, const unsigned char*, tq::Timestamp)> onFrame;
     std::atomic<bool> ingestBlocked{false};
+    std::atomic<bool> openBlocked{false};
     std::atomic<int> heldCalls{0};
 };
 
