@@ -300,7 +300,7 @@ void MainWindow::keepInView(VirtualCamHandler* editor)
     };
     const QScrollBar* const bar = ui->scrollArea->verticalScrollBar();
     connect(bar, &QScrollBar::rangeChanged, keptInView, showSoon);
-    connect(bar, &QScrollBar::actionTriggered, keptInView, &QObject::deleteLater);
+    connect(bar, &QScrollBar::actionTriggered, keptInView, [this] { delete keptInView; });
     showSoon();
 }
 
