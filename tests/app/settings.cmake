@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-vistrel_add_test(NAME conffilemanager
-    SOURCES conffilemanagertest.cpp
+vistrel_add_test(NAME app_settings
+    SOURCES settings_test.cpp
     LIBRARIES vistrel_settings
     LABELS app)

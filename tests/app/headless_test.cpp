@@ -412,4 +412,4 @@ private slots:
 };
 
 QTEST_GUILESS_MAIN(HeadlessTest)
-#include "test_headless.moc"
+#include "headless_test.moc"

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // The command runners and the question whether a service is enabled.
+#include <dlfcn.h>
+#include <signal.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 
 #include <QtTest>
+#include <cerrno>
 #include <exception>
+#include <functional>
 #include <stdexcept>
 
 #include "app/commands/commandrunners.h"
@@ -19,7 +24,33 @@ std::string outputOf(const std::string& command)
     return output;
 }
 
+/// What becomes of one wait of a QProcess; without it, the wait is what Qt makes of it.
+std::function<bool(QProcess&)> finishing;
+QStringList waits;  ///< each wait with its limit, in ms
+QIODevice::OpenMode startedMode;
+
+using Wait = bool (*)(QProcess*, int);
+
 }  // namespace
+
+// In the place of Qt's own functions, so that limits are seen without waiting for them.
+bool QProcess::waitForStarted(int msecs)
+{
+    waits << QString("started %1").arg(msecs);
+    startedMode = openMode();
+    static const auto original =
+        reinterpret_cast<Wait>(dlsym(RTLD_NEXT, "_ZN8QProcess14waitForStartedEi"));
+    return original(this, msecs);
+}
+
+bool QProcess::waitForFinished(int msecs)
+{
+    waits << QString("finished %1").arg(msecs);
+    static const auto original =
+        reinterpret_cast<Wait>(dlsym(RTLD_NEXT, "_ZN8QProcess15waitForFinishedEi"));
+    const auto once = std::exchange(finishing, nullptr);
+    return once ? once(*this) : original(this, msecs);
+}
 
 class CommandsTest : public QObject {
     Q_OBJECT
@@ -30,6 +61,7 @@ private slots:
         standIns = std::make_unique<sandbox::StandIns>();
         standIns->add("probe");
         standIns->install();
+        waits.clear();
     }
     void cleanup() { standIns.reset(); }
 
@@ -109,6 +141,15 @@ private slots:
         QCOMPARE(output, std::string("untouched"));
     }
 
+    void leavesNothingBehind()
+    {
+        const auto openFiles = [] { return QDir("/proc/self/fd").entryList().size(); };
+        const int before = openFiles();
+        QCOMPARE(outputOf("echo x"), std::string("x\n"));
+        QCOMPARE(openFiles(), before);
+        QVERIFY(waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD);
+    }
+
     // ---- startBlockingProcess ----------------------------------------------------------------
 
     void argumentsAreSplitAtBlanks()
@@ -142,6 +183,35 @@ private slots:
         standIns->script("probe", "sleep 0.3; echo done > \"$1\"\n");
         startBlockingProcess(".", "probe " + mark, false);
         QCOMPARE(sandbox::readFile(mark), QByteArray("done\n"));
+    }
+
+    void limitsAndMode()
+    {
+        startBlockingProcess(".", "probe", false);
+        QCOMPARE(waits.mid(0, 2), QStringList({"started 30000", "finished 30000"}));
+        QVERIFY(startedMode == QIODevice::ReadWrite);
+    }
+
+    // It is killed, and what it has printed by then is all there is. Nothing is reported.
+    void endlessCommandIsKilled()
+    {
+        const QTemporaryDir directory;
+        const QString mark = directory.filePath("process");
+        standIns->script("probe", "echo $$ >\"$1\"; echo so far; exec sleep 300\n");
+        // The limit is over as soon as it has printed something.
+        finishing = [](QProcess& process) {
+            process.waitForReadyRead();
+            return false;
+        };
+        const MessageLog log;
+        startBlockingProcess(".", "probe " + mark, true);
+
+        const auto process = static_cast<pid_t>(sandbox::readFile(mark).trimmed().toInt());
+        QVERIFY(process > 0);
+        QVERIFY(kill(process, 0) == -1 && errno == ESRCH);
+        QCOMPARE(log.messages().size(), 1);
+        QVERIFY2(log.messages().constFirst().endsWith("outputs  \"so far\\n\""),
+                 qPrintable(log.messages().constFirst()));
     }
 
     void verboseLog_data()
@@ -236,6 +306,7 @@ private slots:
         QTest::newRow("nothing") << QByteArray() << 1 << false;
         QTest::newRow("upper case") << QByteArray("Enabled\n") << 0 << false;
         QTest::newRow("anywhere") << QByteArray("a line\nis enabled here\n") << 1 << true;
+        QTest::newRow("cut off") << QByteArray("enable\n") << 0 << false;
         QTest::newRow("not found") << QByteArray("not-found\n") << 4 << false;
     }
     void enableStatus()
@@ -260,4 +331,4 @@ private:
 };
 
 QTEST_GUILESS_MAIN(CommandsTest)
-#include "test_commands.moc"
+#include "commands_test.moc"

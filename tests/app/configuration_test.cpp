@@ -412,4 +412,4 @@ private:
 };
 
 QTEST_GUILESS_MAIN(ConfigurationTest)
-#include "test_configuration.moc"
+#include "configuration_test.moc"

@@ -262,4 +262,4 @@ void ConfFileManagerTest::unreadableNumbersBecomeZero()
 }
 
 QTEST_GUILESS_MAIN(ConfFileManagerTest)
-#include "conffilemanagertest.moc"
+#include "settings_test.moc"
