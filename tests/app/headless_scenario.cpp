@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 // Runs the headless controller on scripted cameras, as told on the command line:
 //
-//     app_headless_scenario RECORD [camera=ID,SERIAL,MODEL,RESULT] [imu=SERIAL,SEQUENCE,TIMESTAMP]
-//                           [frame=SERIAL,TIMESTAMP,VALUE] [sender=PORT,RESULT] [await=PORT,FRAMES]
+//     app_headless_scenario RECORD [camera=ID,SERIAL,MODEL,RESULT[,STATE[,OWN]]]
+//                           [imu=SERIAL,SEQUENCE,TIMESTAMP] [frame=SERIAL,TIMESTAMP,VALUE]
+//                           [sender=PORT,RESULT] [await=PORT,FRAMES]
 //
-// Cameras are enumerated in the order given; RESULT is what setUp or the sender's open returns.
-// Calls to the SDK are appended to the file RECORD as they happen. Once the controller stands, the
+// Cameras are enumerated in the order given; RESULT is what setUp or the sender's open returns,
+// STATE what the enumeration says, OWN the serial that the opened camera gives itself.
+// Calls to the SDK are appended to the file RECORD as they happen, and so are the controller's
+// pauses, which are not waited for, and the connections it makes. Once the controller stands, the
 // cameras deliver the frames, and the event loop runs until every port named by await has got so
 // many; what the senders got is printed, and the controller is destroyed.
+#include <dlfcn.h>
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QStringList>
@@ -19,6 +24,8 @@
 #include "tests/sdk_fake/sdk_fake.h"
 
 namespace {
+
+std::FILE* record = nullptr;
 
 /// The numbers behind "name=" of one argument.
 QVector<qulonglong> numbers(const QString& argument)
@@ -59,6 +66,10 @@ Script prepare(const QStringList& arguments)
             setup.serial = static_cast<int>(value.at(1));
             setup.model = static_cast<tq::MODEL>(value.at(2));
             setup.setUpResult = static_cast<int>(value.at(3));
+            setup.state = static_cast<tq::DeviceState>(value.value(4));
+            if (value.size() > 5) {
+                setup.ownSerial = static_cast<int>(value.at(5));
+            }
             sdkfake::addCamera(setup);
         } else if (argument.startsWith(QLatin1String("imu="))) {
             sdkfake::pushImu(first, sdkfake::makeImuPacket(value.at(1), value.at(2)));
@@ -112,21 +123,42 @@ void printSenders()
 
 }  // namespace
 
+// In the place of Qt's own functions, so that the controller's steps are seen in their order.
+void QThread::msleep(unsigned long milliseconds)
+{
+    std::fprintf(record, "pause %lu\n", milliseconds);
+    std::fflush(record);
+}
+
+QMetaObject::Connection QObject::connectImpl(const QObject* sender, void** signal,
+                                             const QObject* receiver, void** slotPointer,
+                                             QtPrivate::QSlotObjectBase* slot,
+                                             Qt::ConnectionType type, const int* types,
+                                             const QMetaObject* senderClass)
+{
+    if (qobject_cast<const VirtualCameraStreamer*>(receiver) != nullptr) {
+        std::fprintf(record, "connected %s, type %d\n", senderClass->className(), type);
+    }
+    static const auto original = reinterpret_cast<decltype(&QObject::connectImpl)>(dlsym(
+        RTLD_NEXT,
+        "_ZN7QObject11connectImplEPKS_PPvS1_S3_PN9QtPrivate15QSlotObjectBaseEN2Qt14ConnectionTypeE"
+        "PKiPK11QMetaObject"));
+    return original(sender, signal, receiver, slotPointer, slot, type, types, senderClass);
+}
+
 int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
     QStringList arguments = QCoreApplication::arguments().mid(1);
-    std::FILE* const record = std::fopen(qPrintable(arguments.takeFirst()), "a");
+    record = std::fopen(qPrintable(arguments.takeFirst()), "a");
     if (record == nullptr) {
         return 99;
     }
     sdkfake::mirrorCalls(record);
     const Script script = prepare(arguments);
 
-    QElapsedTimer timer;
-    timer.start();
+    std::printf("begun\n");  // waits in the stream's buffer: the controller must not lose it
     auto controller = std::make_unique<AppCLI>(QString());
-    std::printf("started after %lld ms\n", static_cast<long long>(timer.elapsed()));
     std::fprintf(record, "started\n");
     std::fflush(record);
     if (!play(script)) {

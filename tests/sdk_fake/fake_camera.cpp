@@ -191,7 +191,7 @@ int LiveCameraGrabber::getFPS() const
 
 int LiveCameraGrabber::getSerialNumber() const
 {
-    const int serial = d->camera ? d->camera->setup.serial : 0;
+    const int serial = d->camera ? d->camera->setup.ownSerial.value_or(d->camera->setup.serial) : 0;
     record(Query, d->name, "getSerialNumber", "", std::to_string(serial));
     return serial;
 }

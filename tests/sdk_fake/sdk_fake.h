@@ -89,6 +89,7 @@ struct CameraSetup {
     bool hasMcu = true;
     int idleStatus = 0;                 ///< what getFrameStatus returns while there is no new frame
     int setUpResult = 0;                ///< what setUp returns
+    std::optional<int> ownSerial;       ///< what the opened camera calls itself
     std::optional<int> rewrittenId;     ///< what setUp makes of the id
     std::optional<int> effectiveWidth;  ///< rather than the size asked for
     std::optional<int> effectiveHeight;
