@@ -107,6 +107,20 @@ private slots:
         QCOMPARE(standIns->calls(), QStringList());
     }
 
+    void logLevel_data()
+    {
+        QTest::addColumn<QString>("option");
+        for (const char* option : {"--cli", "--clear-config", "--clear-memory"}) {
+            QTest::newRow(option) << option;
+        }
+    }
+    void logLevel()
+    {
+        QFETCH(QString, option);
+        options.environment.insert("QT_MESSAGE_PATTERN", "%{type}");
+        QCOMPARE(run({option}).error, QByteArray("debug\ndebug\n"));
+    }
+
     void badOption_data()
     {
         QTest::addColumn<QString>("option");
@@ -170,6 +184,28 @@ private slots:
         QCOMPARE(result.status, 0);
         QCOMPARE(result.error, kVersionLine + QByteArray("** Clear config file **\n"));
         QCOMPARE(listing(*settings), QStringList(kConfigName));
+    }
+
+    // Each mode runs one command, word for word, where the program itself runs.
+    void clearingCommands_data()
+    {
+        QTest::addColumn<QString>("option");
+        QTest::addColumn<QString>("command");
+        QTest::newRow("configuration") << "--clear-config"
+                                       << "rm /usr/local/kor/settings/" + kConfigName;
+        QTest::newRow("memory") << "--clear-memory"
+                                << "rm /dev/shm/tq_local_*";
+    }
+    void clearingCommands()
+    {
+        QFETCH(QString, option);
+        QFETCH(QString, command);
+        const QString folder = home->filePath("folder");
+        standIns->add("rm");
+        standIns->script("rm", "pwd -P >'" + folder.toLocal8Bit() + "'\n");
+        QCOMPARE(run({option}).status, 0);
+        QCOMPARE(standIns->calls(), QStringList(command));
+        QCOMPARE(QString(sandbox::readFile(folder)).trimmed(), QDir::current().canonicalPath());
     }
 
     // Nothing is reported when rm cannot even be started.
