@@ -20,6 +20,7 @@ private slots:
     void savingNothing_data();
     void savingNothing();
     void savingReplacesTheFile();
+    void removingTheOldFile();
     void savingWithoutAFolder();
 };
 
@@ -203,6 +204,20 @@ void AppGuiSavingTest::savingReplacesTheFile()
     QVERIFY(written().startsWith("{\"101234567\":"));
     QCOMPARE(QFileInfo(kConfig).dir().entryList(QDir::Files),
              QStringList{QFileInfo(kConfig).fileName()});
+}
+
+void AppGuiSavingTest::removingTheOldFile()
+{
+    addTwoCameras();
+    standIns->add("rm");
+    standIns->answer("rm", "a word\n");
+    const MessageLog log;
+    const Desktop desktop;
+    MessageBoxes boxes(QMessageBox::Yes);
+    clearRecord();
+    desktop.part<QPushButton>("ApplyButton")->click();
+    QCOMPARE(record(), QStringList("rm " + kConfig) + kStored);
+    QCOMPARE(log.messages().filter("Process"), QStringList());
 }
 
 void AppGuiSavingTest::savingWithoutAFolder()

@@ -15,6 +15,7 @@ private slots:
     void statusLineSaysThatSizesDiffer();
     void sameCameraTwice();
     void senderThatDoesNotOpen();
+    void streamThatEndsByItself();
     void lateReportOfAStoppedStream();
     void removingTheRowStopsItsStream();
     void removingOneOfTwoEqualRowsStopsNothing();
@@ -36,7 +37,10 @@ void AppGuiStreamsTest::streamingAPair()
     Desktop desktop;
     desktop.addRow(kVirtual, kRight, kLeft);
     desktop.streams.clear();
+    clearRecord();
     desktop.streamButton()->click();
+    // Both eyes are connected before the sender opens.
+    QCOMPARE(record().mid(0, 3), (QStringList{kEye, kEye, "UDPOutput#1.UDPOutput(0, true)"}));
     QCOMPARE(desktop.streams.count(), 1);
     QCOMPARE(desktop.streams.first(), (QVariantList{kVirtual, true}));
     QCOMPARE(desktop.streamButton()->text(), QStringLiteral("Streaming..."));
@@ -196,6 +200,21 @@ void AppGuiStreamsTest::senderThatDoesNotOpen()
     QCOMPARE(desktop.streams.last(), (QVariantList{kVirtual, true}));
 }
 
+void AppGuiStreamsTest::streamThatEndsByItself()
+{
+    addTwoCameras();
+    Desktop desktop;
+    desktop.addRow(kVirtual, kLeft, kRight);
+    desktop.streamButton()->click();
+    desktop.streams.clear();
+    auto* const streamer =
+        qobject_cast<VirtualCameraStreamer*>(qtcalls::lastSender("VirtualCameraStreamer"));
+    emit streamer->StreamUpdated(kVirtual, false);
+    QCOMPARE(desktop.streams.count(), 1);
+    QCOMPARE(desktop.streams.first(), (QVariantList{kVirtual, false}));
+    QCOMPARE(desktop.streamButton()->text(), QStringLiteral("Stream"));
+}
+
 void AppGuiStreamsTest::lateReportOfAStoppedStream()
 {
     addTwoCameras();
@@ -302,12 +321,15 @@ void AppGuiStreamsTest::changingTheResolution()
     desktop.part<QPushButton>("ApplyResFPSButton")->click();
     // Streams first, then all cameras are closed before the first is opened again.
     QCOMPARE(record(),
-             (QStringList{"UDPOutput#1.close()", "UDPOutput#1.~UDPOutput()",
-                          "LiveCameraGrabber#1.close(true)", "LiveCameraGrabber#2.close(true)",
+             (QStringList{"UDPOutput#1.close()", "UDPOutput#1.~UDPOutput()", kNoPreview,
+                          "LiveCameraGrabber#1.close(true)", kNoPreview,
+                          "LiveCameraGrabber#2.close(true)",
                           "LiveCameraGrabber#1.setUp(0, 960, 600, 15, 2, false, 2, false, false) "
                           "= 0",
+                          kPreview,
                           "LiveCameraGrabber#2.setUp(1, 960, 600, 15, 2, false, 2, false, false) "
-                          "= 0"}));
+                          "= 0",
+                          kPreview}));
     QCOMPARE(desktop.streams.count(), 1);
     QCOMPARE(desktop.streams.first(), (QVariantList{kVirtual, false}));
     QCOMPARE(desktop.streamButton()->text(), QStringLiteral("Stream"));
@@ -352,12 +374,14 @@ void AppGuiStreamsTest::changingThePairsResolution()
     clearRecord();
     emit desktop.window->resolutionChanged({kRight, kThird, 5}, 1920, 1080, true);
     // The others stay as they are; the frame rate is the global one.
-    QCOMPARE(record(),
-             (QStringList{"LiveCameraGrabber#2.close(true)", "LiveCameraGrabber#3.close(true)",
-                          "LiveCameraGrabber#2.setUp(1, 1920, 1080, 30, 2, false, 2, "
-                          "false, true) = 0",
-                          "LiveCameraGrabber#3.setUp(2, 1920, 1080, 30, 2, false, 2, "
-                          "false, true) = 0"}));
+    QCOMPARE(record(), (QStringList{kNoPreview, "LiveCameraGrabber#2.close(true)", kNoPreview,
+                                    "LiveCameraGrabber#3.close(true)",
+                                    "LiveCameraGrabber#2.setUp(1, 1920, 1080, 30, 2, false, 2, "
+                                    "false, true) = 0",
+                                    kPreview,
+                                    "LiveCameraGrabber#3.setUp(2, 1920, 1080, 30, 2, false, 2, "
+                                    "false, true) = 0",
+                                    kPreview}));
 }
 
 void AppGuiStreamsTest::cameraThatDoesNotReopen()
@@ -370,7 +394,10 @@ void AppGuiStreamsTest::cameraThatDoesNotReopen()
     broken.setUpResult = 5;
     sdkfake::changeCamera(broken);
     const MessageLog log;
+    clearRecord();
     desktop.part<QPushButton>("ApplyResFPSButton")->click();
+    QCOMPARE(record().filter(kPreview).size(), 1);  // of the other camera
+    QCOMPARE(desktop.panels().size(), 2);
     QCOMPARE(log.debugMessages(QStringLiteral("[KORVistrel] Failed")),
              QStringList{"[KORVistrel] Failed  to reopen the camera ==> ErrCode= 5"});
     QCOMPARE(desktop.part<QLabel>("statusLine")->text(),

@@ -13,14 +13,21 @@ void AppGuiTesting::init()
 {
     directory = std::make_unique<QTemporaryDir>();
     standIns = std::make_unique<sandbox::StandIns>();
-    const QByteArray note = "echo \"$name $*\" >>'" + recordFile().toLocal8Bit() + "'\n";
+    // A command that runs in another folder than the program says so.
+    const QByteArray note = "[ \"$(pwd -P)\" = '" + QDir::current().canonicalPath().toLocal8Bit() +
+                            "' ] || name=\"elsewhere: $name\"\n"
+                            "echo \"$name $*\" >>'" +
+                            recordFile().toLocal8Bit() + "'\n";
     standIns->script("sudo", note);
     standIns->script("systemctl", note);
+    standIns->script("rm", note);
     standIns->answer("systemctl", "disabled\n", "", 1);
     standIns->install();
     mirror = std::fopen(recordFile().toLocal8Bit().constData(), "a");
     sdkfake::reset();
     sdkfake::mirrorCalls(mirror);
+    qtcalls::record = mirror;
+    qtcalls::failing.clear();
     QFile::remove(appgui::kConfig);
     QSettings(QStringLiteral("Vellmark"), QStringLiteral("Vistrel")).clear();
 }
@@ -35,6 +42,7 @@ void AppGuiTesting::cleanup()
         return misuses;
     }());
     sdkfake::mirrorCalls(nullptr);
+    qtcalls::record = nullptr;
     std::fclose(mirror);
     standIns.reset();
     directory.reset();

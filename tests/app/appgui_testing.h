@@ -31,6 +31,7 @@
 #include "tests/sandbox/sandbox.h"
 #include "tests/sdk_fake/sdk_fake.h"
 #include "tests/support/messagelog.h"
+#include "tests/support/qtcalls.h"
 #include "tests/ui/messageboxes.h"
 #include "tests/ui/metaobjects.h"
 #include "ui/mainwindow.h"
@@ -47,6 +48,13 @@ inline const QString kStop = QStringLiteral("sudo systemctl stop kor_vistrel_cli
 inline const QString kRestartDaemon =
     QStringLiteral("sudo systemctl restart nvargus-daemon.service");
 inline const QString kQuery = QStringLiteral("systemctl is-enabled kor_vistrel_cli.service");
+// Previews are connected automatically: queued from the camera's thread.
+inline const QString kPreview = QStringLiteral("MainWindow connected, type 0");
+inline const QString kNoPreview = QStringLiteral("MainWindow disconnected");
+inline const QString kEye = QStringLiteral("VirtualCameraStreamer connected, type 0");
+inline const QStringList kStored = {QStringLiteral("stored height"), QStringLiteral("stored width"),
+                                    QStringLiteral("stored fps"),
+                                    QStringLiteral("stored hdr_mode")};
 inline const QString kEnumerate = QStringLiteral("ArgusCamera.getGMSLDevices(true, false)");
 
 inline void addCamera(int id, int serial, tq::MODEL model = sdk::kSoloGs)
@@ -229,7 +237,8 @@ private slots:
     void cleanup();
 
 protected:
-    // Calls to the SDK and external commands, in their order.
+    // Calls to the SDK, external commands, pauses, connections of cameras and settings that are
+    // stored, in their order.
     QStringList record() const
     {
         return QString::fromLocal8Bit(sandbox::readFile(recordFile()))

@@ -6,7 +6,7 @@ if(TARGET sdk_fake AND TARGET vistrel_desktop)
     vistrel_target(appgui_testing)
     vistrel_qt(appgui_testing)
     target_link_libraries(appgui_testing PUBLIC
-        vistrel_desktop vistrel_sandbox sdk_fake Qt5::Test)
+        vistrel_desktop vistrel_sandbox vistrel_qtcalls sdk_fake Qt5::Test)
     target_compile_definitions(appgui_testing PRIVATE RUN_IN_SANDBOX="${VISTREL_RUN_IN_SANDBOX}")
     foreach(unit IN ITEMS appgui appgui_streams appgui_saving)
         vistrel_add_gui_test(NAME app_${unit} LABELS app

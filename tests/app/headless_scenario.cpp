@@ -11,8 +11,6 @@
 // pauses, which are not waited for, and the connections it makes. Once the controller stands, the
 // cameras deliver the frames, and the event loop runs until every port named by await has got so
 // many; what the senders got is printed, and the controller is destroyed.
-#include <dlfcn.h>
-
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QStringList>
@@ -22,10 +20,9 @@
 
 #include "app/AppCLI.h"
 #include "tests/sdk_fake/sdk_fake.h"
+#include "tests/support/qtcalls.h"
 
 namespace {
-
-std::FILE* record = nullptr;
 
 /// The numbers behind "name=" of one argument.
 QVector<qulonglong> numbers(const QString& argument)
@@ -123,38 +120,16 @@ void printSenders()
 
 }  // namespace
 
-// In the place of Qt's own functions, so that the controller's steps are seen in their order.
-void QThread::msleep(unsigned long milliseconds)
-{
-    std::fprintf(record, "pause %lu\n", milliseconds);
-    std::fflush(record);
-}
-
-QMetaObject::Connection QObject::connectImpl(const QObject* sender, void** signal,
-                                             const QObject* receiver, void** slotPointer,
-                                             QtPrivate::QSlotObjectBase* slot,
-                                             Qt::ConnectionType type, const int* types,
-                                             const QMetaObject* senderClass)
-{
-    if (qobject_cast<const VirtualCameraStreamer*>(receiver) != nullptr) {
-        std::fprintf(record, "connected %s, type %d\n", senderClass->className(), type);
-    }
-    static const auto original = reinterpret_cast<decltype(&QObject::connectImpl)>(dlsym(
-        RTLD_NEXT,
-        "_ZN7QObject11connectImplEPKS_PPvS1_S3_PN9QtPrivate15QSlotObjectBaseEN2Qt14ConnectionTypeE"
-        "PKiPK11QMetaObject"));
-    return original(sender, signal, receiver, slotPointer, slot, type, types, senderClass);
-}
-
 int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);
     QStringList arguments = QCoreApplication::arguments().mid(1);
-    record = std::fopen(qPrintable(arguments.takeFirst()), "a");
+    std::FILE* const record = std::fopen(qPrintable(arguments.takeFirst()), "a");
     if (record == nullptr) {
         return 99;
     }
     sdkfake::mirrorCalls(record);
+    qtcalls::record = record;
     const Script script = prepare(arguments);
 
     std::printf("begun\n");  // waits in the stream's buffer: the controller must not lose it

@@ -47,7 +47,7 @@ QStringList streaming(int number, const QString& open, int eyes = 2)
     QStringList lines;
     for (int eye = 0; eye < eyes; ++eye) {
         // 0 is the automatic type, which queues what comes from the camera's thread.
-        lines << "connected KTCamera, type 0";
+        lines << "VirtualCameraStreamer connected, type 0";
     }
     return lines << sender + "UDPOutput(0, true)" << sender + "open(" + open;
 }
