@@ -2,6 +2,7 @@
 // The main window: what the rows say, and what streams.
 #include "tests/ui/mainwindow_testing.h"
 
+#include <algorithm>
 
 using namespace mainwindow;
 
@@ -212,7 +213,17 @@ void MainWindowRecordsTest::stoppingWalksTheKeys()
         window.rows().last()->UpdateStreamingStatus(true);
     }
     QSignalSpy disabled(&window, &MainWindow::disableStream);
+    // Each row's button is idle before its stream is stopped.
+    QList<int> idle;
+    connect(&window, &MainWindow::disableStream, this, [&] {
+        const QList<VirtualCamHandler*> rows = window.rows();
+        idle << static_cast<int>(
+            std::count_if(rows.begin(), rows.end(), [](const VirtualCamHandler* row) {
+                return rowPart<QPushButton>(row, "TestButton")->text() == "Stream";
+            }));
+    });
     window.stopVirtualStreamers();
+    QCOMPARE(idle, (QList<int>{1, 2, 3}));
     QList<qulonglong> serials;
     for (const QVariantList& arguments : disabled) {
         serials.append(arguments.first().toULongLong());

@@ -8,6 +8,7 @@
 #include <QRegularExpression>
 #include <optional>
 #include <random>
+#include <utility>
 
 using namespace mainwindow;
 
@@ -34,6 +35,7 @@ private slots:
     void addedRowOffersTheSerials();
     void rowsAreAddedWithSignalsBlocked();
     void rowFromConfiguration();
+    void rowFromConfigurationIsFilledInOrder();
     void rowKeepsAbsentCameras();
     void rowFromConfigurationIsCheckedWithAbsentCameras();
     void rowFromConfigurationWithOneCameraTwice();
@@ -108,7 +110,9 @@ void MainWindowRowsTest::rowsAreAddedWithSignalsBlocked()
     window.updateSerialList(kSerials);
     QSignalSpy disabled(&window, &MainWindow::disableStream);
     window.addVirtualCamHandlerFromConfig(record(101234567));
+    QVERIFY(std::exchange(window.blockedWhenNaming, false));
     window.addVirtualCamHandler();
+    QVERIFY(window.blockedWhenNaming);
     QCOMPARE(disabled.count(), 0);  // although choosing the cameras asks to stop
     QVERIFY(!window.signalsBlocked());
 }
@@ -129,6 +133,35 @@ void MainWindowRowsTest::rowFromConfiguration()
     rowPart<QComboBox>(row, "LeftSensorSNChoice")->setCurrentIndex(0);
     QCOMPARE(disabled.count(), 1);
     QCOMPARE(disabled.first().first().toULongLong(), qulonglong(0));
+}
+
+// The box that the right camera brings up is a look at the row in between.
+void MainWindowRowsTest::rowFromConfigurationIsFilledInOrder()
+{
+    MessageBoxes boxes;
+    Window window;
+    window.updateSerialList(kSerials);
+    QStringList seen;
+    boxes.onBox([&] {
+        const auto* const row = window.findChild<VirtualCamHandler*>();
+        QVERIFY(row != nullptr);
+        const VirtualCameraInfos infos = row->getInfos();
+        seen << QStringLiteral("left %1, right %2, port %3, serial %4")
+                    .arg(infos.leftSerialNumber)
+                    .arg(infos.rightSerialNumber)
+                    .arg(infos.port)
+                    .arg(infos.virtualSerialNumber);
+        QVERIFY(window.signalsBlocked());
+        const auto* const port = rowPart<QSpinBox>(row, "RTPPortChoice");
+        const auto* const serial = rowPart<QLineEdit>(row, "VirtualCamSNEdit");
+        QVERIFY(port != nullptr && serial != nullptr);
+        connect(port, qOverload<int>(&QSpinBox::valueChanged), this, [&seen] { seen << "port"; });
+        connect(serial, &QLineEdit::textChanged, this, [&seen] { seen << "serial"; });
+    });
+    window.addVirtualCamHandlerFromConfig(record(101234567, kLeftCamera, kLeftCamera));
+    QCOMPARE(seen, (QStringList{"left 30123456, right 30123456, port 30000, serial 0", "port",
+                                "serial"}));
+    QCOMPARE(window.rows().first()->getInfos().leftSerialNumber, std::uint64_t(kLeftCamera));
 }
 
 void MainWindowRowsTest::rowKeepsAbsentCameras()

@@ -46,6 +46,9 @@ private slots:
     void controlsFitTheWindow_data();
     void controlsFitTheWindow();
     void saveOnlyAsks();
+    void buttonsActWhenClicked();
+    void contextOfTheApplyButton();
+    void switchIsRepaintedAtOnce();
     void switchingTheService_data();
     void switchingTheService();
     void failedSwitchShowsTheTruth();
@@ -521,6 +524,43 @@ void MainWindowTest::saveOnlyAsks()
     QSignalSpy saved(&window, &MainWindow::saveConf);
     QTest::mouseClick(window.part<QWidget>("ApplyButton"), Qt::LeftButton);
     QCOMPARE(saved.count(), 1);
+}
+
+void MainWindowTest::buttonsActWhenClicked()
+{
+    Window window;
+    QSignalSpy saved(&window, &MainWindow::saveConf);
+    QTest::mousePress(window.part<QWidget>("ApplyButton"), Qt::LeftButton);
+    QCOMPARE(saved.count(), 0);
+    QTest::mouseRelease(window.part<QWidget>("ApplyButton"), Qt::LeftButton);
+    QCOMPARE(saved.count(), 1);
+}
+
+void MainWindowTest::contextOfTheApplyButton()
+{
+    qtcalls::connections.clear();
+    const Window window;
+    QCOMPARE(qtcalls::connections.filter("ApplyResFPSButton.clicked"),
+             QStringList{"ApplyResFPSButton.clicked -> ApplyResFPSButton, type 1"});  // direct
+}
+
+void MainWindowTest::switchIsRepaintedAtOnce()
+{
+    class Paints : public QObject {
+    public:
+        bool eventFilter(QObject*, QEvent* event) override
+        {
+            count += event->type() == QEvent::Paint ? 1 : 0;
+            return false;
+        }
+        int count = 0;
+    } paints;
+    Window window;
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    QCoreApplication::processEvents();
+    window.part<QWidget>("toggleDaemonButton")->installEventFilter(&paints);
+    window.updateDaemonServiceEnableStatusButton(true);
+    QCOMPARE(paints.count, 1);
 }
 
 void MainWindowTest::switchingTheService_data()

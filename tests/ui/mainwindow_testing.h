@@ -22,6 +22,7 @@
 
 #include "tests/sandbox/sandbox.h"
 #include "tests/support/messagelog.h"
+#include "tests/support/qtcalls.h"
 #include "tests/ui/messageboxes.h"
 #include "tests/ui/metaobjects.h"
 #include "ui/statusline.h"
@@ -38,6 +39,7 @@ class Window : public MainWindow {
 public:
     QStringList drawn;
     mutable QStringList identities;
+    mutable bool blockedWhenNaming = false;  // a row that is being added
     qint64 timeMs = 1'000'000;
     qint64 drawMs = 0;  // that drawing takes
     bool connects = true;
@@ -67,6 +69,7 @@ protected:
     }
     QString makeIdentity() const override
     {
+        blockedWhenNaming = signalsBlocked();
         return identities.isEmpty() ? MainWindow::makeIdentity() : identities.takeFirst();
     }
     qint64 currentTimeMs() const override { return timeMs; }

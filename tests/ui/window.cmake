@@ -11,7 +11,7 @@ vistrel_add_gui_test(NAME ui_resolutionchooser LABELS ui
 foreach(unit IN ITEMS mainwindow mainwindow_settings mainwindow_rows mainwindow_records)
     vistrel_add_gui_test(NAME ui_${unit} LABELS ui SCREEN 2000x1200x24
         SOURCES ${unit}_test.cpp mainwindow_testing.h
-        LIBRARIES vistrel_ui vistrel_sandbox TqKor::TqKor)
+        LIBRARIES vistrel_ui vistrel_sandbox vistrel_qtcalls TqKor::TqKor)
 endforeach()
 foreach(unit IN ITEMS mainwindow mainwindow_rows)
     vistrel_add_gui_run(NAME ui_${unit}_dense TARGET test_ui_${unit} LABELS ui
