@@ -282,6 +282,7 @@ void AppGuiTest::settingsSurviveARunWithoutCameras()
         store.setValue("input/fps", 15);
         store.setValue("input/hdr_mode", 1);
     }
+    sandbox::writeFile(kConfig, '{' + member(kVirtual, kLeft, kRight, kSmall) + "}\n");
     {
         const Desktop desktop;
     }
@@ -367,6 +368,11 @@ void AppGuiTest::loadedRows()
     QCOMPARE(log.debugMessages(QStringLiteral("[KORVistrel] Loading")),
              (QStringList{"[KORVistrel] Loading virtual camera configuration S/N 10",
                           "[KORVistrel] Loading virtual camera configuration S/N 9"}));
+    // By then it is known which cameras are there.
+    QCOMPARE(log.debugMessages(QStringLiteral("[KORVistrel] Camera")),
+             (QStringList{"[KORVistrel] Camera S/N 30123457 is not available",
+                          "[KORVistrel] Camera S/N 30123457 is not connected",
+                          "[KORVistrel] Camera S/N 30123458 is not connected"}));
     QCOMPARE(desktop.rows().size(), 2);
     QCOMPARE(desktop.choice(0, "LeftSensorSNChoice")->currentText(), QStringLiteral("30123456"));
     // The row keeps the absent camera.

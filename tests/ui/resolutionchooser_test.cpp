@@ -73,8 +73,14 @@ void ResolutionChooserTest::resolutionIsAnnounced()
     row.editor.generateVirtualSN();
     row.editor.UpdateStreamingStatus(true);
     row.disabled.clear();
+    QStringList steps;
+    connect(&row.editor, &VirtualCamHandler::disableStream, this,
+            [&] { steps << "stopped while " + row.stream->text(); });
+    connect(&row.editor, &VirtualCamHandler::resolutionChanged, this,
+            [&] { steps << "announced"; });
     QVERIFY(QMetaObject::invokeMethod(&row.editor, "onResolutionChanged",
                                       Q_ARG(QString, QStringLiteral("3200 x 1800 HDR"))));
+    QCOMPARE(steps, (QStringList{"stopped while Stream", "announced"}));
     QCOMPARE(row.stream->text(), QStringLiteral("Stream"));
     QCOMPARE(row.disabled.count(), 1);
     QCOMPARE(row.disabled.first().first().toULongLong(), row.serial->text().toULongLong());

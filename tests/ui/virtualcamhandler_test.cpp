@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The editor of one virtual camera, on real widgets.
+#include <dlfcn.h>
+
 #include <QColor>
 #include <QImage>
 #include <QLabel>
@@ -7,8 +9,12 @@
 #include <QSet>
 #include <QTest>
 #include <QUuid>
+#include <optional>
+#include <random>
+#include <string>
 
 #include "tests/support/messagelog.h"
+#include "tests/support/qtcalls.h"
 #include "tests/ui/messageboxes.h"
 #include "tests/ui/metaobjects.h"
 #include "tests/ui/virtualcamhandler_testing.h"
@@ -34,7 +40,42 @@ bool hasPixels(QWidget* widget, const QColor& color)
     return count > 5;
 }
 
+// What the system's source of randomness says, if the test wants to say it, and what it was asked
+// for.
+std::optional<unsigned int> chosenSeed;
+std::string token;
+
+// Counts how often a widget is painted.
+class Paints : public QObject {
+public:
+    bool eventFilter(QObject*, QEvent* event) override
+    {
+        count += event->type() == QEvent::Paint ? 1 : 0;
+        return false;
+    }
+    int count = 0;
+};
+
 }  // namespace
+
+// In the place of the standard library's.
+void std::random_device::_M_init(const std::string& wanted)
+{
+    token = wanted;
+    using Function = void (*)(std::random_device*, const std::string&);
+    static const auto original = reinterpret_cast<Function>(dlsym(
+        RTLD_NEXT,
+        "_ZNSt13random_device7_M_initERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"));
+    original(this, wanted);
+}
+
+std::random_device::result_type std::random_device::_M_getval()
+{
+    using Function = std::random_device::result_type (*)(std::random_device*);
+    static const auto original =
+        reinterpret_cast<Function>(dlsym(RTLD_NEXT, "_ZNSt13random_device9_M_getvalEv"));
+    return chosenSeed ? *chosenSeed : original(this);
+}
 
 class VirtualCamHandlerTest : public QObject {
     Q_OBJECT
@@ -65,13 +106,16 @@ private slots:
     void restoredChoicesAreSilent();
     void absentCameraIsOfferedDimmed();
     void streamButtonThatCannotBeConnected();
+    void contextsOfTheLists();
     void generatedSerials();
+    void drawnByTheEngine();
     void generatedSerialsMayRepeat();
     void generateSetsTheNumberThatSignalsCarry();
     void loadedSerialLeavesThatNumberAlone();
     void streamButtonAsks();
     void removeButtonAsks();
     void streamingStatus();
+    void streamButtonIsRepaintedAtOnce();
     void resetStreamButton();
     void columnsStayInLine();
 };
@@ -363,8 +407,12 @@ void VirtualCamHandlerTest::choiceStopsTheStream()
     Row row;
     row.editor.generateVirtualSN();
     row.editor.UpdateStreamingStatus(true);
+    QString shownWhenStopped;
+    connect(&row.editor, &VirtualCamHandler::disableStream, this,
+            [&] { shownWhenStopped = row.stream->text(); });
     row.editor.setSerial(0, 30123456);
     QCOMPARE(row.disabled.count(), 1);
+    QCOMPARE(shownWhenStopped, QStringLiteral("Streaming..."));  // the button follows
     QCOMPARE(row.disabled.first().first().toULongLong(), row.serial->text().toULongLong());
     QCOMPARE(row.stream->text(), QStringLiteral("Stream"));
 }
@@ -451,6 +499,19 @@ void VirtualCamHandlerTest::streamButtonThatCannotBeConnected()
     QVERIFY(editor.findChild<QComboBox*>("resolutionComboBox")->isHidden());  // it went on
 }
 
+void VirtualCamHandlerTest::contextsOfTheLists()
+{
+    qtcalls::connections.clear();
+    const VirtualCamHandler editor(QStringLiteral("{row}"), nullptr);
+    for (const char* const name : {"LeftSensorSNChoice", "RightSensorSNChoice"}) {
+        // Directly, with the list itself as context.
+        QVERIFY2(
+            qtcalls::connections.contains(
+                QStringLiteral("%1.currentTextChanged -> %1, type 1").arg(QLatin1String(name))),
+            qPrintable(qtcalls::connections.join('\n')));
+    }
+}
+
 void VirtualCamHandlerTest::generatedSerials()
 {
     Row row;
@@ -468,6 +529,22 @@ void VirtualCamHandlerTest::generatedSerials()
     // Uniform over almost ten million numbers: more than a few repetitions in 500 draws means a
     // broken seed.
     QVERIFY(drawn.size() > 490);
+}
+
+void VirtualCamHandlerTest::drawnByTheEngine()
+{
+    Row row;
+    for (const unsigned int seed : {0u, 1u, 42u, 5489u, 0xFFFFu, 0x10000u, 0xDEADBEEFu, 0xFFFFFFFFu,
+                                    0x80000000u, 0x12345678u, 0xCAFEBABEu, 0x0F0F0F0Fu}) {
+        std::mt19937 engine(seed);
+        std::uniform_int_distribution<std::uint64_t> range(100000001, 109999999);
+        chosenSeed = seed;
+        token.clear();
+        row.editor.generateVirtualSN();
+        chosenSeed.reset();
+        QCOMPARE(row.serial->text(), QString::number(range(engine)));
+        QCOMPARE(token, std::string("default"));
+    }
 }
 
 // Deliberate: nothing keeps a number from being drawn again. Of 20000 draws some are equal but for
@@ -544,6 +621,18 @@ void VirtualCamHandlerTest::streamingStatus()
     QCOMPARE(row.stream->text(), QStringLiteral("Stream"));
     QCOMPARE(row.stream->toolTip(), QStringLiteral("Start the streaming of the virtual camera."));
     QCOMPARE(row.stream->styleSheet(), style.streamButtonIdle);
+}
+
+void VirtualCamHandlerTest::streamButtonIsRepaintedAtOnce()
+{
+    Row row;
+    Paints paints;
+    row.editor.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&row.editor));
+    QCoreApplication::processEvents();
+    row.stream->installEventFilter(&paints);
+    row.editor.UpdateStreamingStatus(true);
+    QVERIFY(paints.count > 0);
 }
 
 void VirtualCamHandlerTest::resetStreamButton()

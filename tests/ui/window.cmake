@@ -3,7 +3,7 @@
 include(VistrelGuiTest)
 
 vistrel_add_gui_test(NAME ui_virtualcamhandler LABELS ui
-    SOURCES virtualcamhandler_test.cpp LIBRARIES vistrel_ui TqKor::TqKor)
+    SOURCES virtualcamhandler_test.cpp LIBRARIES vistrel_ui vistrel_qtcalls TqKor::TqKor)
 vistrel_add_gui_run(NAME ui_virtualcamhandler_dense TARGET test_ui_virtualcamhandler LABELS ui
     SCREEN 4000x2400x24 ENVIRONMENT QT_SCALE_FACTOR=2)
 vistrel_add_gui_test(NAME ui_resolutionchooser LABELS ui
