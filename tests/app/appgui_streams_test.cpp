@@ -183,6 +183,7 @@ void AppGuiStreamsTest::senderThatDoesNotOpen()
     Desktop desktop;
     desktop.addRow(kVirtual, kLeft, kRight);
     desktop.streams.clear();
+    desktop.window->setFont(QFont(QStringLiteral("DejaVu Sans Mono"), 13));
     StandardOutput output;
     desktop.streamButton()->click();
     QVERIFY(output.finish().contains("Streaming Error 21\n"));
@@ -191,7 +192,8 @@ void AppGuiStreamsTest::senderThatDoesNotOpen()
     QCOMPARE(boxes.seen.first().text,
              QStringLiteral("Unable to stream virtual camera 101234567. Error -1"));
     QCOMPARE(boxes.seen.first().styleSheet, desktop.window->styleSheet());
-    QCOMPARE(boxes.seen.first().font.family(), desktop.window->font().family());
+    QCOMPARE(boxes.seen.first().font.family(), QStringLiteral("DejaVu Sans Mono"));
+    QCOMPARE(boxes.seen.first().font.pointSize(), 13);
     QCOMPARE(desktop.streams.count(), 0);
     // It is not kept: the next press starts it.
     sdkfake::setSenderResult(0);
