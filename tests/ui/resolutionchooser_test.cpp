@@ -56,6 +56,9 @@ void ResolutionChooserTest::formerResolutionStays()
     row.resolutions->setCurrentIndex(1);
     row.editor.updateResolutions(QStringLiteral("30123456"), tq::Resolution(), QString());
     QCOMPARE(row.resolutions->currentText(), QStringLiteral("1920 x 1200"));
+    row.resolutions->setCurrentIndex(1);
+    row.editor.updateResolutions(QStringLiteral("30123457"), tq::Resolution(), QString());
+    QCOMPARE(row.resolutions->currentText(), QStringLiteral("1920 x 1080"));
     row.resolutions->setCurrentIndex(2);
     row.editor.updateResolutions(QStringLiteral("30123456"), tq::Resolution(960, 600), QString());
     QCOMPARE(row.resolutions->currentIndex(), 0);  // a size was asked for: nothing is restored
