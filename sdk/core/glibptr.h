@@ -54,7 +54,7 @@ struct MainLoopRelease {
 using MainContextPtr = std::unique_ptr<GMainContext, MainLoopRelease>;
 using MainLoopPtr = std::unique_ptr<GMainLoop, MainLoopRelease>;
 
-/// The error of one call: pass it where a GError** is wanted.
+/// The error of one call.
 class Failure {
 public:
     Failure() = default;
@@ -62,7 +62,8 @@ public:
     Failure(const Failure&) = delete;
     Failure& operator=(const Failure&) = delete;
 
-    operator GError**() { return &error; }
+    /// Where the call puts it.
+    GError** place() { return &error; }
     const GError* get() const { return error; }
 
     /// What it says; @p otherwise when the call left no error.

@@ -31,7 +31,7 @@ constexpr Timestamp kQuickReading = 20000;
 bool initialize(std::string& reason)
 {
     Failure failure;
-    const bool initialised = gst_init_check(nullptr, nullptr, failure) != FALSE;
+    const bool initialised = gst_init_check(nullptr, nullptr, failure.place()) != FALSE;
     reason = initialised ? "" : failure.text("GStreamer cannot be initialised");
     return initialised;
 }
@@ -60,7 +60,7 @@ std::string describe(const rig::GStreamerSettings& settings, const FrameRequest&
 std::string messageText(GstMessage* message)
 {
     Failure failure;
-    gst_message_parse_error(message, failure, nullptr);
+    gst_message_parse_error(message, failure.place(), nullptr);
     return std::string(GST_MESSAGE_SRC_NAME(message)) + ": " + failure.text("unknown error");
 }
 
@@ -163,8 +163,8 @@ SourceResult GStreamerSource::start(const std::string& description)
 {
     pipeline = std::make_unique<Pipeline>();
     Failure failed;
-    pipeline->element.reset(
-        gst_parse_launch_full(description.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, failed));
+    pipeline->element.reset(gst_parse_launch_full(description.c_str(), nullptr,
+                                                  GST_PARSE_FLAG_FATAL_ERRORS, failed.place()));
     GstElement* const element = pipeline->element.get();
     if (element == nullptr || failed.get() != nullptr) {
         reason = failed.text("the pipeline cannot be built");

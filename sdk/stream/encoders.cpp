@@ -178,7 +178,7 @@ TrialResult encodeAPicture(const EncoderChoice& choice, const VideoFormat& forma
         "appsrc name=in format=time ! " + choice.description + " ! appsink name=out sync=false";
     Failure failure;
     const GObjectPtr<GstElement> pipeline(
-        gst_parse_launch_full(line.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, failure));
+        gst_parse_launch_full(line.c_str(), nullptr, GST_PARSE_FLAG_FATAL_ERRORS, failure.place()));
     if (!pipeline) {
         return TrialResult::FAILS;
     }

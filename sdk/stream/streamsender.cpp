@@ -144,7 +144,7 @@ ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
     }
     const rig::StreamSettings& settings = rig.rig->stream;
     Failure failure;
-    const bool initialised = gst_init_check(nullptr, nullptr, failure);
+    const bool initialised = gst_init_check(nullptr, nullptr, failure.place());
     const std::string missing = initialised ? missingElement() : std::string();
     if (!initialised || !missing.empty()) {
         reason = initialised ? "the GStreamer element " + missing + " is not installed"

@@ -68,7 +68,7 @@ ErrorCode StreamServer::start(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory
     configure(port, std::move(factory));
     Failure failure;
     context.reset(g_main_context_new());
-    GSource* source = gst_rtsp_server_create_source(server.get(), nullptr, failure);
+    GSource* source = gst_rtsp_server_create_source(server.get(), nullptr, failure.place());
     if (!source) {
         const bool taken = g_error_matches(failure.get(), G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
         reason = "cannot listen on " + settings.bindAddress + " port " + std::to_string(port) +

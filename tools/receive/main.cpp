@@ -168,7 +168,7 @@ int main(int argc, char** argv)
         case receive::ParseResult::RUN: break;
     }
     tq::Failure failure;
-    if (!gst_init_check(nullptr, nullptr, failure)) {
+    if (!gst_init_check(nullptr, nullptr, failure.place())) {
         std::fprintf(stderr, "vistrel-receive: %s\n", failure.text("no GStreamer"));
         return kNoFrames;
     }

@@ -255,7 +255,7 @@ bool Receiver::poll(int milliseconds)
     }
     Failure failed;
     if (GST_MESSAGE_TYPE(message.get()) == GST_MESSAGE_ERROR) {
-        gst_message_parse_error(message.get(), failed, nullptr);
+        gst_message_parse_error(message.get(), failed.place(), nullptr);
     }
     fail(failed.text("the stream has ended"));
     return false;
@@ -318,8 +318,8 @@ std::string Receiver::videoLine(const std::string& encoding) const
 GstElement* Receiver::addBin(const std::string& description)
 {
     Failure failed;
-    GstElement* bin = gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr,
-                                                          GST_PARSE_FLAG_FATAL_ERRORS, failed);
+    GstElement* bin = gst_parse_bin_from_description_full(
+        description.c_str(), TRUE, nullptr, GST_PARSE_FLAG_FATAL_ERRORS, failed.place());
     if (!bin) {
         GST_ELEMENT_ERROR(pipeline.get(), CORE, MISSING_PLUGIN, ("%s", failed.text("")), (nullptr));
         return nullptr;
@@ -456,7 +456,8 @@ void Receiver::writeSnapshot(GstSample* sample)
 {
     const CapsPtr png(gst_caps_new_empty_simple("image/png"));
     Failure failed;
-    const SamplePtr picture(gst_video_convert_sample(sample, png.get(), kSnapshotPatience, failed));
+    const SamplePtr picture(
+        gst_video_convert_sample(sample, png.get(), kSnapshotPatience, failed.place()));
     GstBuffer* const file = picture ? gst_sample_get_buffer(picture.get()) : nullptr;
     std::string problem;
     GstMapInfo map;
