@@ -269,6 +269,14 @@ private slots:
         view.drag(QPointF(267, 20), QPointF(300, 60));
         QVERIFY(sameFloats(sent.takeFirst(),
                            {67.0F / 200.0F, 20.0F / 200.0F, 33.0F / 200.0F, 40.0F / 200.0F}));
+        // The first pixels outside: right of the half, and below.
+        QSignalSpy reset(&view, &GLWidget::resetROI);
+        view.press(QPointF(399, 199));
+        QCOMPARE(reset.size(), 0);
+        view.press(QPointF(400, 199));
+        QCOMPARE(reset.size(), 1);
+        view.press(QPointF(399, 200));
+        QCOMPARE(reset.size(), 2);
     }
 
     void positionsAreRoundedHalvesUpward()

@@ -138,9 +138,11 @@ private slots:
         QVERIFY(view.acceptDrops());
         QVERIFY(!view.hasMouseTracking());
         QVERIFY(view.doubleBuffer());
-        QVERIFY(view.format().sampleBuffers());
-        QCOMPARE(view.format().samples(), 4);
-        QCOMPARE(view.format().swapInterval(), 0);
+        // What the display then gives is its own affair.
+        QVERIFY(glRecord().format.doubleBuffer());
+        QVERIFY(glRecord().format.sampleBuffers());
+        QCOMPARE(glRecord().format.samples(), 4);
+        QCOMPARE(glRecord().format.swapInterval(), 0);
     }
 
     void quadIsAFanOfFourCorners()

@@ -101,7 +101,14 @@ void APIENTRY glTexImage2D(GLenum target, GLint level, GLint internalFormat, GLs
 
 }  // extern "C"
 
-// So do those of the programs.
+// So do those of the programs, and the wish for a format.
+void QGLWidget::setFormat(const QGLFormat& format)
+{
+    glRecord().format = format;
+    real<void (*)(QGLWidget*, const QGLFormat&)>("_ZN9QGLWidget9setFormatERK9QGLFormat")(this,
+                                                                                         format);
+}
+
 void QGLShaderProgram::setUniformValue(const char* name, GLint value)
 {
     glRecord().calls << QStringLiteral("%1 %2").arg(name).arg(value);

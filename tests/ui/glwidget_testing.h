@@ -3,6 +3,7 @@
 // reference conversion and frames to show.
 #pragma once
 
+#include <QGLFormat>
 #include <QGLFramebufferObject>
 #include <QImage>
 #include <QRect>
@@ -87,6 +88,7 @@ struct GlRecord {
     int generatedTextures = 0;
     int clears = 0;
     int draws = 0;
+    QGLFormat format;   ///< the last one that a view asked for
     QStringList calls;  ///< clears with masks, drawings, and what the programs are told, in order
 
     std::function<void()> onGenerate;  ///< called before a texture name is generated
