@@ -38,10 +38,10 @@ constexpr qreal kText = 102;     // letter spacing, percent
 constexpr qreal kCaption = 106;  // letter spacing, percent
 
 struct FontEntry {
-    QFont Style::*font;
-    const char* family;
-    float scale;  // point size times the reference width
-    int weight;
+    QFont Style::*font = nullptr;
+    const char* family = nullptr;
+    float scale = 0;  // point size times the reference width
+    int weight = QFont::Normal;
     qreal spacing = 0;  // percent; 0 leaves the letters as they stand
     QFont::Capitalization capitalization = QFont::MixedCase;
 };
