@@ -126,8 +126,10 @@ private slots:
     void recordsAreRegistered()
     {
         const KTCamera camera;
+        int last = QMetaType::UnknownType;
         for (const char* name : {"tq::Mat", "tq::IMUPacket", "std::vector<tq::IMUPacket>"}) {
-            QVERIFY2(QMetaType::type(name) != QMetaType::UnknownType, name);
+            QVERIFY2(QMetaType::type(name) > last, name);  // in this order
+            last = QMetaType::type(name);
         }
     }
 
