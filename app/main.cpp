@@ -19,8 +19,6 @@
 
 namespace {
 
-constexpr char kVersion[] = "0.1.8";
-
 /// The options of the command line, in the order of their precedence.
 struct Options {
     // The misspelt description is what users have always seen; kept.
@@ -89,7 +87,7 @@ int runDesktop(int&, char** argv)
 
 int main(int argc, char** argv)
 {
-    qDebug() << "[KORVistrel] Version " << kVersion;
+    qDebug() << "[KORVistrel] Version " << VISTREL_VERSION;
     sdk::registerMetaTypes();
 
     if (argc != 1) {
