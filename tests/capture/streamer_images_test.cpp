@@ -97,11 +97,14 @@ private slots:
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
         QCOMPARE(streamer.createSBS(out, timestamp), 1);
         // One side alone may be what was kept.
-        streamer.left(images::filled(2, 1, kMillisecond, 1));
-        QCOMPARE(streamer.createSBS(out, timestamp), 1);
-        streamer.clearImageQueues();
-        streamer.right(images::filled(2, 1, kMillisecond, 1));
-        QCOMPARE(streamer.createSBS(out, timestamp), 1);
+        for (const bool left : {true, false}) {
+            streamer.close();
+            sendPair(streamer, kMillisecond);
+            QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+            const tq::Mat other = images::filled(2, 1, kMillisecond, 1);
+            left ? streamer.left(other) : streamer.right(other);
+            QCOMPARE(streamer.createSBS(out, timestamp), 1);
+        }
     }
 
     void closeEmptiesTheQueues()
