@@ -152,9 +152,15 @@ private slots:
         const MessageLog log;
         const auto memory = std::make_unique<VirtualCameraStreamer>();
         VirtualCameraStreamer& streamer = *memory;
+        int linesAtTheEnd = 0;
+        connect(
+            &streamer, &VirtualCameraStreamer::StreamUpdated, &streamer,
+            [&] { linesAtTheEnd = log.debugMessages("[VirtualCameraStreamer]").size(); },
+            Qt::DirectConnection);
         QCOMPARE(streamer.open(images::infos(1920, 1200)), 0);
         QTRY_COMPARE(log.debugMessages("[VirtualCameraStreamer]").size(), 2);
         streamer.close();
+        QCOMPARE(linesAtTheEnd, 3);  // the end is told when it has been logged
         QCOMPARE(log.debugMessages("[VirtualCameraStreamer]"),
                  QStringList({"[VirtualCameraStreamer] Creating Streamer for  1920 x 1200 @ 30",
                               "[VirtualCameraStreamer] --> Enter <--",
