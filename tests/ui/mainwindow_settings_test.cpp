@@ -116,6 +116,9 @@ void MainWindowSettingsTest::frameRatesFollowTheResolution()
     window.part<QComboBox>("FPSComboBox")->clear();
     window.onGlobalResolutionChanged(QString());  // the text does not matter
     QCOMPARE(rates->count(), 3);
+    resolutions->setCurrentIndex(4);
+    window.onGlobalResolutionChanged(QStringLiteral("1920 x 1200"));
+    QCOMPARE(texts(rates), QStringList{"30 frames/s"});
 }
 
 void MainWindowSettingsTest::applyAnnouncesTheSettings()
