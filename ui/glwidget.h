@@ -3,11 +3,11 @@
 #pragma once
 
 #include <QColor>
-#include <QGLBuffer>
 #include <QGLFunctions>
 #include <QGLWidget>
 #include <QMatrix4x4>
 #include <QMutex>
+#include <QOpenGLBuffer>
 #include <QPoint>
 #include <QRectF>
 #include <QSize>
@@ -129,7 +129,7 @@ private:
 
     QVector<QVector3D> vertices;
     QVector<QVector2D> textureCoordinates;
-    QGLBuffer positions;  // the vertices, for the graphics card
+    QOpenGLBuffer positions;  // the vertices, for the graphics card
     GLuint frameTexture = 0;
     std::unique_ptr<QGLShaderProgram> conversionProgram;
     std::unique_ptr<QGLShaderProgram> displayProgram;
