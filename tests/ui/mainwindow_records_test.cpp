@@ -178,6 +178,8 @@ void MainWindowRecordsTest::recordToStreamNeedsBothCameras()
              std::uint64_t(obstacle.isEmpty() ? 101234567 : 0));
     QCOMPARE(window.streamObstacle(101234567), obstacle);
     QCOMPARE(window.streamObstacle(0), QStringLiteral("Press Generate first"));
+    window.addVirtualCamHandlerFromConfig(record(101234568, 0, kRightCamera));
+    QCOMPARE(window.streamObstacle(101234568), QStringLiteral("Choose both cameras first"));
 }
 
 void MainWindowRecordsTest::streamingStatusByShownSerial()

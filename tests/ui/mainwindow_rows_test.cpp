@@ -240,6 +240,7 @@ void MainWindowRowsTest::rowsForwardTheirSignals()
     QSignalSpy activated(&window, &MainWindow::activateStream);
     QSignalSpy disabled(&window, &MainWindow::disableStream);
     QSignalSpy resolution(&window, &MainWindow::resolutionChanged);
+    const MessageLog log;
     for (VirtualCamHandler* const row : window.rows()) {
         row->setVirtualSN(100000001);
         row->requestStreamTest();
@@ -251,6 +252,7 @@ void MainWindowRowsTest::rowsForwardTheirSignals()
     QCOMPARE(disabled.count(), 2);
     QCOMPARE(disabled.last().first().toULongLong(), qulonglong(77));
     QCOMPARE(resolution.count(), 2);
+    QCOMPARE(log.debugMessages(QStringLiteral("Resolution changed for SN")).size(), 2);
     QCOMPARE(resolution.last().at(0).value<QList<int>>(), (QList<int>{1, 2}));
     QCOMPARE(resolution.last().mid(1), (QVariantList{3, 4, true}));
 }
