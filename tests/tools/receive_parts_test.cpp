@@ -118,7 +118,7 @@ void ReceivePartsTest::readsSeveralRecords()
     QCOMPARE(result.packets[1].validFields, 0x3Fu);
     QCOMPARE(result.packets[1].timestamp, std::uint64_t{11});
     QCOMPARE(result.packets[1].sequence, std::uint64_t{5});
-    QCOMPARE(result.packets[1].acceleration[0], 9.80665);
+    QCOMPARE(result.packets[1].values[0], 9.80665);
 }
 
 void ReceivePartsTest::passesOverUnknownRecords()

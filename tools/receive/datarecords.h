@@ -25,12 +25,9 @@ struct ImuRecord {
     std::uint32_t validFields = 0;
     std::uint64_t timestamp = 0;  ///< ns since 1970
     std::uint64_t sequence = 0;
-    double acceleration[3] = {};   ///< m/s²
-    double angularRate[3] = {};    ///< rad/s
-    double magneticField[3] = {};  ///< µT
-    double orientation[4] = {};    ///< x, y, z, w
-    double temperature = 0;        ///< °C
-    double pressure = 0;           ///< hPa
+    /// Acceleration x, y, z (m/s²), angular rate x, y, z (rad/s), magnetic field x, y, z (µT),
+    /// orientation x, y, z, w, temperature (°C), pressure (hPa)
+    double values[15] = {};
 };
 
 struct RecordHandler {

@@ -6,7 +6,6 @@
 #include <gst/rtp/gstrtpbuffer.h>
 #include <gst/video/video.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -485,21 +484,12 @@ void Receiver::writeImu(const ImuRecord& record)
     }
     std::string line = std::to_string(record.timestamp) + ',' + std::to_string(record.sequence) +
                        ',' + std::to_string(record.validFields);
-    const auto add = [&](double value) {
+    for (const double value : record.values) {
         char text[32];
         // The shortest form that reads back as the same number has at most 17 digits.
         std::snprintf(text, sizeof text, ",%.17g", value);
         line += text;
-    };
-    const auto addAll = [&](const auto& values) {
-        std::for_each(std::begin(values), std::end(values), add);
-    };
-    addAll(record.acceleration);
-    addAll(record.angularRate);
-    addAll(record.magneticField);
-    addAll(record.orientation);
-    add(record.temperature);
-    add(record.pressure);
+    }
     line += '\n';
     if (std::fputs(line.c_str(), imuFile.get()) < 0 && fileError.empty()) {
         fileError = options.imuFile + ": " + std::strerror(errno);
