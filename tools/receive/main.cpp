@@ -19,10 +19,6 @@ using Clock = std::chrono::steady_clock;
 using receive::Options;
 using receive::Receiver;
 
-constexpr int kSuccess = 0;
-constexpr int kNoFrames = 1;
-constexpr int kUsage = 2;
-constexpr int kFileError = 3;
 constexpr int kPollMilliseconds = 20;
 
 volatile std::sig_atomic_t stopRequested = 0;
@@ -138,7 +134,7 @@ int receiveStream(const Options& options)
     const std::string openError = receiver.start();
     if (!openError.empty()) {
         std::fprintf(stderr, "vistrel-receive: %s\n", openError.c_str());
-        return kFileError;
+        return receive::FILE_ERROR;
     }
     Session session(options, receiver);
     session.run();
@@ -152,25 +148,20 @@ int receiveStream(const Options& options)
         options.statistics.empty() || writeStatistics(options.statistics, statistics);
     const std::uint64_t frames = receiver.statistics().frames();
     if (frames == 0 || frames < options.frames) {
-        return kNoFrames;
+        return receive::NO_FRAMES;
     }
-    return fileError.empty() && written ? kSuccess : kFileError;
+    return fileError.empty() && written ? receive::SUCCESS : receive::FILE_ERROR;
 }
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    Options options;
-    switch (receive::parseOptions(argc, argv, options)) {
-        case receive::ParseResult::EXIT: return kSuccess;
-        case receive::ParseResult::USAGE: return kUsage;
-        case receive::ParseResult::RUN: break;
-    }
+    const Options options = receive::parseOptions(argc, argv);
     tq::Failure failure;
     if (!gst_init_check(nullptr, nullptr, failure.place())) {
         std::fprintf(stderr, "vistrel-receive: %s\n", failure.text("no GStreamer"));
-        return kNoFrames;
+        return receive::NO_FRAMES;
     }
     catchSignals();
     return receiveStream(options);

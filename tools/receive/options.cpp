@@ -5,9 +5,9 @@
 #include <getopt.h>
 
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
-#include <string>
+#include <iostream>
+#include <regex>
 
 namespace receive {
 
@@ -55,8 +55,7 @@ Exit status:
 Interrupt (Ctrl-C) and SIGTERM end it cleanly, files are completed.
 )";
 
-enum LongOnly { OPTION_TCP = 1000, OPTION_JITTER, OPTION_NO_DECODE, OPTION_VERSION };
-
+// Upper case: without a short form.
 const option kLongOptions[] = {{"snapshot", required_argument, nullptr, 's'},
                                {"record", required_argument, nullptr, 'r'},
                                {"imu", required_argument, nullptr, 'i'},
@@ -65,128 +64,83 @@ const option kLongOptions[] = {{"snapshot", required_argument, nullptr, 's'},
                                {"frames", required_argument, nullptr, 'n'},
                                {"duration", required_argument, nullptr, 'd'},
                                {"timeout", required_argument, nullptr, 't'},
-                               {"tcp", no_argument, nullptr, OPTION_TCP},
-                               {"jitter", required_argument, nullptr, OPTION_JITTER},
-                               {"no-decode", no_argument, nullptr, OPTION_NO_DECODE},
+                               {"tcp", no_argument, nullptr, 'T'},
+                               {"jitter", required_argument, nullptr, 'J'},
+                               {"no-decode", no_argument, nullptr, 'D'},
                                {"help", no_argument, nullptr, 'h'},
-                               {"version", no_argument, nullptr, OPTION_VERSION},
+                               {"version", no_argument, nullptr, 'V'},
                                {nullptr, 0, nullptr, 0}};
 
-bool wrong(const std::string& reason)
+[[noreturn]] void refuse(const std::string& reason)
 {
-    std::fprintf(stderr, "vistrel-receive: %s\nTry 'vistrel-receive --help'.\n", reason.c_str());
-    return false;
+    std::cerr << reason << "Try 'vistrel-receive --help'.\n";
+    std::exit(WRONG_USE);
 }
 
-/// Reads a number of the given range that fills the whole text.
-bool readNumber(const char* name, const char* text, double least, double most, double& value)
+/// Refuses the command line unless the condition holds.
+void demand(bool condition, const std::string& otherwise)
+{
+    if (!condition) {
+        refuse("vistrel-receive: " + otherwise + '\n');
+    }
+}
+
+/// The option's value, a number of the given range.
+double number(const char* name, long least, long most)
 {
     char* end = nullptr;
-    value = std::strtod(text, &end);
-    if (end == text || *end != '\0' || !(value >= least && value <= most)) {
-        return wrong(std::string("--") + name + ": '" + text + "' is not a number from " +
-                     std::to_string(static_cast<long>(least)) + " to " +
-                     std::to_string(static_cast<long>(most)));
-    }
-    return true;
+    const double value = std::strtod(optarg, &end);
+    demand(end != optarg && *end == '\0' && value >= static_cast<double>(least) &&
+               value <= static_cast<double>(most),
+           std::string(name) + ": '" + optarg + "' is not a number from " + std::to_string(least) +
+               " to " + std::to_string(most));
+    return value;
 }
 
-bool readInteger(const char* name, const char* text, double least, double most, double& value)
+unsigned wholeNumber(const char* name, long least, long most)
 {
-    if (!readNumber(name, text, least, most, value)) {
-        return false;
-    }
-    return value == std::floor(value) ||
-           wrong(std::string("--") + name + ": '" + text + "' is not a whole number");
-}
-
-bool applyNumber(int code, Options& options)
-{
-    double value = 0;
-    switch (code) {
-        case 'n':
-            if (!readInteger("frames", optarg, 1, 1e9, value)) {
-                return false;
-            }
-            options.frames = static_cast<std::uint64_t>(value);
-            return true;
-        case 'd': return readNumber("duration", optarg, 0, 1e9, options.duration);
-        case 't': return readNumber("timeout", optarg, 0, 1e9, options.timeout);
-        default:
-            if (!readInteger("jitter", optarg, 0, 60000, value)) {
-                return false;
-            }
-            options.jitterBuffer = static_cast<int>(value);
-            return true;
-    }
-}
-
-/// Takes one option; false when it is wrong.
-bool apply(int code, Options& options)
-{
-    switch (code) {
-        case 's': options.snapshot = optarg; return true;
-        case 'r': options.recording = optarg; return true;
-        case 'i': options.imuFile = optarg; return true;
-        case 'j': options.statistics = optarg; return true;
-        case 'q': options.quiet = true; return true;
-        case OPTION_TCP: options.tcp = true; return true;
-        case OPTION_NO_DECODE: options.decode = false; return true;
-        case 'n':
-        case 'd':
-        case 't':
-        case OPTION_JITTER: return applyNumber(code, options);
-        default: std::fprintf(stderr, "Try 'vistrel-receive --help'.\n"); return false;
-    }
-}
-
-bool checkUrl(int argc, char** argv, Options& options)
-{
-    if (optind + 1 != argc) {
-        return wrong(optind == argc ? "the address of a stream is missing"
-                                    : "one address is expected");
-    }
-    options.url = argv[optind];
-    if (options.url.rfind("rtsp://", 0) != 0) {
-        return wrong("'" + withoutCredentials(options.url) + "' does not begin with rtsp://");
-    }
-    if (!options.snapshot.empty() && !options.decode) {
-        return wrong("--snapshot needs decoding");
-    }
-    return true;
+    const double value = number(name, least, most);
+    demand(value == std::floor(value),
+           std::string(name) + ": '" + optarg + "' is not a whole number");
+    return static_cast<unsigned>(value);
 }
 
 }  // namespace
 
-ParseResult parseOptions(int argc, char** argv, Options& options)
+Options parseOptions(int argc, char** argv)
 {
+    Options options;
     for (int code = 0;
          (code = getopt_long(argc, argv, "s:r:i:j:qn:d:t:h", kLongOptions, nullptr)) != -1;) {
-        if (code == 'h') {
-            std::fputs(kHelp, stdout);
-            return ParseResult::EXIT;
-        }
-        if (code == OPTION_VERSION) {
-            std::puts("vistrel-receive " VISTREL_VERSION);
-            return ParseResult::EXIT;
-        }
-        if (!apply(code, options)) {
-            return ParseResult::USAGE;
+        switch (code) {
+            case 's': options.snapshot = optarg; break;
+            case 'r': options.recording = optarg; break;
+            case 'i': options.imuFile = optarg; break;
+            case 'j': options.statistics = optarg; break;
+            case 'q': options.quiet = true; break;
+            case 'n': options.frames = wholeNumber("--frames", 1, 1000000000); break;
+            case 'd': options.duration = number("--duration", 0, 1000000000); break;
+            case 't': options.timeout = number("--timeout", 0, 1000000000); break;
+            case 'T': options.tcp = true; break;
+            case 'J': options.jitter = wholeNumber("--jitter", 0, 60000); break;
+            case 'D': options.decode = false; break;
+            case 'h': std::cout << kHelp; std::exit(SUCCESS);
+            case 'V': std::cout << "vistrel-receive " VISTREL_VERSION "\n"; std::exit(SUCCESS);
+            default: refuse("");  // getopt has said why
         }
     }
-    return checkUrl(argc, argv, options) ? ParseResult::RUN : ParseResult::USAGE;
+    demand(optind < argc, "the address of a stream is missing");
+    demand(optind + 1 == argc, "one address is expected");
+    options.url = argv[optind];
+    demand(options.url.rfind("rtsp://", 0) == 0,
+           "'" + withoutCredentials(options.url) + "' does not begin with rtsp://");
+    demand(options.snapshot.empty() || options.decode, "--snapshot needs decoding");
+    return options;
 }
 
 std::string withoutCredentials(const std::string& url)
 {
-    const std::size_t scheme = url.find("://");
-    const std::size_t begin = scheme == std::string::npos ? 0 : scheme + 3;
-    const std::size_t host = url.find('/', begin);
-    const std::size_t at = url.rfind('@', host);
-    if (at == std::string::npos || at < begin) {
-        return url;
-    }
-    return url.substr(0, begin) + url.substr(at + 1);
+    return std::regex_replace(url, std::regex("^([^/]*://)?[^/]*@"), "$1");
 }
 
 }  // namespace receive

@@ -17,20 +17,17 @@ struct Options {
     std::uint64_t frames = 0;  ///< end after so many frames, 0: no limit
     double duration = 0;       ///< end after so many seconds, 0: no limit
     double timeout = 10;       ///< end when no frame came for so many seconds
-    int jitterBuffer = 200;    ///< how long a missing packet is waited for, ms
+    unsigned jitter = 200;     ///< how long a missing packet is waited for, ms
     bool tcp = false;          ///< media through the RTSP connection
     bool decode = true;
     bool quiet = false;  ///< no status lines
 };
 
-/// How the reading of the command line ended.
-enum class ParseResult {
-    RUN,    ///< go on with the options
-    EXIT,   ///< help or version was printed
-    USAGE,  ///< the command line is wrong; the reason was printed
-};
+/// As the help explains them.
+enum ExitStatus { SUCCESS, NO_FRAMES, WRONG_USE, FILE_ERROR };
 
-ParseResult parseOptions(int argc, char** argv, Options& options);
+/// Reads the command line. Help, version and wrong use end the program.
+Options parseOptions(int argc, char** argv);
 
 /// The address without its user and password, for output.
 std::string withoutCredentials(const std::string& url);

@@ -228,9 +228,8 @@ std::string Receiver::start()
         fail("the GStreamer element rtspsrc is not installed");
         return {};
     }
-    g_object_set(source, "location", options.url.c_str(), "latency",
-                 static_cast<guint>(options.jitterBuffer), "timeout", static_cast<guint64>(2000000),
-                 nullptr);
+    g_object_set(source, "location", options.url.c_str(), "latency", options.jitter, "timeout",
+                 static_cast<guint64>(2000000), nullptr);
     gst_util_set_object_arg(G_OBJECT(source), "protocols", options.tcp ? "tcp" : "udp+tcp");
     g_signal_connect(source, "pad-added", G_CALLBACK(ReceiverCallbacks::padAdded), this);
     gst_bin_add(GST_BIN(pipeline.get()), source);
