@@ -83,6 +83,8 @@ private slots:
     void refusesBrokenUnits();
     void recoversCaptureTimes();
     void findsPercentiles();
+    void leavesOutWhatIsUnknown();
+    void keepsTheLatest();
     void countsLostFrames();
     void countsLostPackets();
     void prefersTheRecordedTime();
@@ -178,18 +180,39 @@ void ReceivePartsTest::recoversCaptureTimes()
 void ReceivePartsTest::findsPercentiles()
 {
     LatencyHistogram histogram;
-    QVERIFY(!histogram.percentile(0.5));
-    QVERIFY(!histogram.most());
+    QVERIFY(std::isnan(histogram.percentile(0.5)));
+    QVERIFY(std::isnan(histogram.most));
     for (int i = 100; i-- > 0;)
         histogram.add(i + 0.05);
-    QCOMPARE(*histogram.percentile(0.5), 49.1);
-    QCOMPARE(*histogram.percentile(0.99), 98.1);
-    QCOMPARE(*histogram.least(), 0.05);
-    QCOMPARE(*histogram.most(), 99.05);
+    QCOMPARE(histogram.percentile(0.5), 49.1);
+    QCOMPARE(histogram.percentile(0.99), 98.1);
+    QCOMPARE(histogram.least, 0.05);
+    QCOMPARE(histogram.most, 99.05);
     histogram.add(-3);  // clocks that disagree
     histogram.add(1e9);
-    QCOMPARE(*histogram.least(), -3.0);
-    QCOMPARE(*histogram.most(), 1e9);
+    QCOMPARE(histogram.least, -3.0);
+    QCOMPARE(histogram.most, 1e9);
+}
+
+void ReceivePartsTest::leavesOutWhatIsUnknown()
+{
+    const QJsonObject latency = json(Statistics())["latencyMs"].toObject();
+    for (const char* name : {"p50", "p99", "min", "max"})
+        QVERIFY(latency[name].isNull());
+    QCOMPARE(json(Statistics())["fps"].toDouble(-1), 0.0);
+    QVERIFY(!json(Statistics()).contains("serial"));
+}
+
+void ReceivePartsTest::keepsTheLatest()
+{
+    Latest<int, int> latest;
+    for (int key = 0; key < 1000; ++key) {
+        latest.add(key, 1);
+        latest.add(key, key);
+    }
+    QCOMPARE(latest.find(999).value_or(-1), 999);
+    QCOMPARE(latest.find(488).value_or(-1), 488);
+    QVERIFY(!latest.find(487));
 }
 
 void ReceivePartsTest::countsLostFrames()
@@ -232,7 +255,7 @@ void ReceivePartsTest::prefersTheRecordedTime()
     statistics.finishedFrame(380025703, time + 2000000);
     QVERIFY(std::abs(json(statistics)["latencyMs"].toObject()["min"].toDouble() - 2.0) < 0.02);
     QCOMPARE(json(statistics)["framesWithoutRecord"].toInt(), 1);
-    QCOMPARE(statistics.frames(), std::uint64_t{2});
+    QCOMPARE(statistics.totals.frames, std::uint64_t{2});
 }
 
 void ReceivePartsTest::tellsTheStateOfEyes()
@@ -240,15 +263,19 @@ void ReceivePartsTest::tellsTheStateOfEyes()
     Statistics statistics;
     statistics.frameRecord(record(0), 0);
     QVERIFY(statistics.statusLine(1).find("left none  right none") != std::string::npos);
-    const EyeSample bright{{100, 110, 120}};
-    const EyeSample other{{101, 110, 120}};
-    const EyeSample dark{{0, 1, 0}};
-    statistics.eyes(bright, dark);
-    statistics.eyes(other, dark);
+    const std::vector<std::uint8_t> bright{100, 110, 120};
+    const std::vector<std::uint8_t> other{101, 110, 120};
+    const std::vector<std::uint8_t> dark{0, 1, 0};
+    for (const auto& sample : {bright, other}) {
+        statistics.left.update(sample);
+        statistics.right.update(dark);
+    }
     const QString first = QString::fromStdString(statistics.statusLine(1));
     QVERIFY2(first.contains(" moving  right ") && first.endsWith(" dark"), qPrintable(first));
-    statistics.eyes(other, bright);
-    statistics.eyes(other, bright);
+    for (int i = 0; i < 2; ++i) {
+        statistics.left.update(other);
+        statistics.right.update(bright);
+    }
     const QString second = QString::fromStdString(statistics.statusLine(1));
     QVERIFY2(second.contains(" still  right ") && second.endsWith(" moving"), qPrintable(second));
 }

@@ -5,11 +5,11 @@
 #include <gst/gst.h>
 
 #include <atomic>
-#include <condition_variable>
+#include <chrono>
+#include <csignal>
 #include <cstdint>
-#include <cstdio>
-#include <map>
-#include <memory>
+#include <fstream>
+#include <future>
 #include <mutex>
 #include <string>
 
@@ -19,72 +19,64 @@
 
 namespace receive {
 
-struct FileClose {
-    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
-};
-using FilePtr = std::unique_ptr<std::FILE, FileClose>;
-
-/// Receives one stream. The public functions belong to one thread.
+/// Receives one stream.
 class Receiver {
 public:
-    explicit Receiver(const Options& options);
-    ~Receiver();
-    Receiver(const Receiver&) = delete;
-    Receiver& operator=(const Receiver&) = delete;
+    explicit Receiver(const Options& receiveOptions) : options(receiveOptions) {}
 
-    /// Opens the files and starts to receive.
-    /// @return empty, or why a file cannot be written
-    std::string start();
-
-    /// Looks after the pipeline for a while.
-    /// @return false when the stream has ended; error() says why
-    bool poll(int milliseconds);
-
-    /// Ends the reception and completes the files.
-    /// @return empty, or why a file could not be written
-    std::string stop();
-
-    const std::string& error() const { return failure; }
-    Statistics& statistics() { return counts; }
+    /// Follows the stream until there is a reason to end, and completes the files. Shows status
+    /// lines and tells what goes wrong.
+    /// @param stop ends it when it is not 0, from a signal handler
+    ExitStatus run(const volatile std::sig_atomic_t& stop);
 
 private:
-    using RtpTimes = std::map<GstClockTime, std::uint32_t>;  // by PTS, of what is under way
+    using Clock = std::chrono::steady_clock;
+
+    bool openFiles();
+    bool start();
+    bool finished();
+    bool streamEnded();
+    void showStatus();
+    void finishRecording();
+    bool writeStatistics();
 
     void onPad(GstPad* pad);
-    void connectVideo(GstPad* pad, const std::string& encoding);
-    void connectData(GstPad* pad);
-    std::string videoLine(const std::string& encoding) const;
-    GstElement* addBin(const std::string& description);
+    std::string videoLine(const std::string& codec) const;
+    void connect(GstPad* pad, const std::string& description);
+    template <void (Receiver::*handle)(GstElement*, GstBuffer*)>
+    void watch(GstElement* bin, const char* name);
 
-    void onVideoPacket(GstBuffer* packet);
-    void onCodedFrame(GstBuffer* frame);
-    void onPicture(GstSample* sample);
-    void onDataPacket(GstBuffer* packet);
-    void onData(GstSample* sample);
-    void writeSnapshot(GstSample* sample);
+    // Each takes a buffer that passes the element at that place.
+    void onVideoPacket(GstElement*, GstBuffer* packet);
+    void onCodedFrame(GstElement*, GstBuffer* frame);
+    void onPicture(GstElement* place, GstBuffer* picture);
+    void onDataPacket(GstElement*, GstBuffer* packet);
+    void onData(GstElement*, GstBuffer* unit);
+    static GstPadProbeReturn onRecordingEvent(GstPad*, GstPadProbeInfo* info, gpointer self);
+
+    void finishedFrame(GstBuffer* frame, std::uint64_t now);
+    void writeSnapshot(GstBuffer* picture, GstCaps* caps);
     void writeImu(const ImuRecord& record);
-    bool recall(const RtpTimes& times, GstClockTime pts, std::uint32_t& rtpTime);
-    void finishRecording();
-    void fail(const std::string& reason);
+    void fileFailed(const std::string& path, const char* reason);
 
     const Options options;
-    Statistics counts;
     tq::GObjectPtr<GstElement> pipeline;
-    std::string failure;
-
-    std::mutex mutex;       // guards what follows; streaming threads
-    RtpTimes rtpTimes;      // of frames
-    RtpTimes dataRtpTimes;  // of units of the data stream
-    tq::GObjectPtr<GstPad> recordingInput;
-    bool recordingDone = false;
-    std::condition_variable recordingChanged;
+    const Clock::time_point began = Clock::now();
+    Clock::time_point shown = began;
     std::atomic<bool> videoConnected{false};
     std::atomic<bool> dataConnected{false};
     bool snapshotWritten = false;
-    std::string fileError;
-    FilePtr imuFile;
+    std::promise<void> recorded;
 
-    friend struct ReceiverCallbacks;
+    std::mutex mutex;  // guards what follows; streaming threads
+    Statistics counts;
+    Clock::time_point firstFrame = began;
+    Clock::time_point lastFrame = began;
+    Latest<GstClockTime, std::uint32_t> rtpTimes;      // of frames, by PTS
+    Latest<GstClockTime, std::uint32_t> dataRtpTimes;  // of units of the data stream
+    tq::GObjectPtr<GstPad> recordingInput;
+    std::string fileError;
+    std::ofstream imuFile;
 };
 
 }  // namespace receive

@@ -2,122 +2,120 @@
 // What vistrel-receive has seen of a stream.
 #pragma once
 
-#include <array>
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
-#include <map>
-#include <mutex>
+#include <deque>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/receive/datarecords.h"
 
 namespace receive {
 
-/// A distribution of latencies in constant memory.
+/// The latest values by their keys, which come in runs of the same key.
+template <typename Key, typename Value>
+class Latest {
+public:
+    void add(Key key, Value value)
+    {
+        if (!entries.empty() && entries.back().first == key) {
+            entries.pop_back();
+        }
+        entries.emplace_back(key, value);
+        if (entries.size() > kMost) {
+            entries.pop_front();
+        }
+    }
+
+    std::optional<Value> find(Key key) const
+    {
+        const auto found = std::find_if(entries.rbegin(), entries.rend(),
+                                        [&](const auto& entry) { return entry.first == key; });
+        return found == entries.rend() ? std::nullopt : std::optional<Value>(found->second);
+    }
+
+private:
+    static constexpr std::size_t kMost = 512;
+    std::deque<std::pair<Key, Value>> entries;
+};
+
+/// A distribution of latencies in constant memory. What is not known yet is NaN.
 class LatencyHistogram {
 public:
-    LatencyHistogram();
-
     /// @param milliseconds from capture to here; negative when the clocks disagree
     void add(double milliseconds);
 
     /// @param share 0 to 1; 0.5 is the median
-    /// @return milliseconds, to a tenth; nothing before the first value
-    std::optional<double> percentile(double share) const;
-    std::optional<double> least() const;
-    std::optional<double> most() const;
+    /// @return milliseconds, to a tenth
+    double percentile(double share) const;
+
+    double least = NAN;
+    double most = NAN;
 
 private:
-    std::vector<std::uint32_t> buckets;
+    static constexpr double kBucketsPerMs = 10;
+    // Ten seconds; what lies beyond counts as that.
+    std::vector<std::uint32_t> buckets = std::vector<std::uint32_t>(100000);
     std::uint64_t count = 0;
-    double smallest = 0;
-    double largest = 0;
 };
 
-/// Luma of one eye, sampled on a coarse grid.
-struct EyeSample {
-    std::vector<std::uint8_t> luma;
-};
-
-/// The state of one eye over the last status interval.
+/// The state of one eye over a status interval.
 enum class EyeState { NONE, DARK, STILL, MOVING };
-const char* toString(EyeState state);
 
-/// Collects what arrives. Thread safe.
-class Statistics {
-public:
-    /// A video packet arrived.
-    void videoPacket(std::size_t bytes);
-    /// A whole coded frame arrived.
-    void codedFrame(bool keyFrame);
+struct Eye {
+    /// @param sample luma on a coarse grid
+    void update(std::vector<std::uint8_t> sample);
+
+    std::vector<std::uint8_t> last;
+    EyeState interval = EyeState::NONE;
+    EyeState shown = EyeState::NONE;
+    double mean = 0;
+};
+
+/// Collects what arrives.
+struct Statistics {
     /// A frame left the last stage: the decoder, or the network without one.
     /// @param rtpTime      RTP timestamp of the frame
     /// @param now          ns since 1970
     void finishedFrame(std::uint32_t rtpTime, std::uint64_t now);
-    void pictureSize(int width, int height);
-    void eyes(EyeSample left, EyeSample right);
-    void codecName(const std::string& name);
-
     void frameRecord(const FrameRecord& record, std::uint32_t rtpTime);
     void imuRecord(const ImuRecord& record);
-    void malformedRecord();
-
-    std::uint64_t frames() const;
 
     /// One line on the time since the line before.
     std::string statusLine(double seconds);
 
     /// Everything since the beginning.
-    /// @param seconds since the first frame
+    /// @param seconds from the first frame to the last
     std::string json(const std::string& url, double seconds) const;
 
-private:
-    struct Interval {
-        std::uint64_t frames = 0;
+    std::string codec;
+    int width = 0;   ///< of the picture, pixels
+    int height = 0;  ///< of the picture, pixels
+    Eye left;
+    Eye right;
+    /// What the status line shows the growth of.
+    struct Totals {
+        std::uint64_t frames = 0;  ///< finished
         std::uint64_t videoBytes = 0;
         std::uint64_t imuPackets = 0;
-        double latencySum = 0;
-        std::uint64_t latencyCount = 0;
-    };
-    struct Eye {
-        EyeSample last;
-        EyeState interval = EyeState::NONE;
-        EyeState shown = EyeState::NONE;
-        double mean = 0;
-
-        void update(EyeSample sample);
-    };
-
-    std::uint64_t captureTimeOf(std::uint32_t rtpTime, std::uint64_t now) const;
-    std::string eyeText(const char* name, const Eye& eye) const;
-
-    mutable std::mutex mutex;
-    std::string codec;
-    int width = 0;
-    int height = 0;
-    Interval interval;
-    std::uint64_t framesFinished = 0;
-    std::uint64_t framesReceived = 0;
+        double latency = 0;  ///< of all frames together, ms
+    } totals, shown;
+    std::uint64_t framesReceived = 0;  ///< whole coded frames
     std::uint64_t keyFrames = 0;
     std::uint64_t framesLost = 0;
-    std::uint64_t videoBytes = 0;
     std::uint64_t frameRecords = 0;
     std::uint64_t framesWithoutRecord = 0;
     std::uint64_t malformedRecords = 0;
-    std::uint64_t imuPackets = 0;
-    std::uint64_t imuGaps = 0;
+    std::uint64_t imuPacketsLost = 0;
     std::optional<FrameRecord> lastRecord;
     std::uint64_t firstCaptureTime = 0;
-    std::optional<std::uint64_t> lastImuSequence;
+    std::optional<ImuRecord> lastImu;
     std::uint64_t firstImuTime = 0;
-    std::uint64_t lastImuTime = 0;
-    std::map<std::uint32_t, std::uint64_t> captureTimes;  // by RTP timestamp, the latest ones
-    std::vector<std::uint32_t> captureOrder;
-    std::size_t captureNext = 0;
+    Latest<std::uint32_t, std::uint64_t> captureTimes;  ///< by RTP timestamp
     LatencyHistogram latency;
-    Eye left;
-    Eye right;
 };
 
 /// Capture time that belongs to an RTP timestamp of a stream of this kind: the RTP timestamp is
