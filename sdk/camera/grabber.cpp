@@ -193,7 +193,7 @@ int LiveCameraGrabber::setUp(int& id, int width, int height, int fps, int, bool 
     if (flip) {
         return report(ErrorCode::INVALID_CONFIGURATION, what, "pictures cannot be turned");
     }
-    const auto rig = Provider::instance().currentRig();
+    const auto rig = currentRig();
     if (rig == nullptr) {
         return static_cast<int>(ErrorCode::INVALID_RIG);
     }

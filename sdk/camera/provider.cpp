@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
+#include <mutex>
 #include <utility>
+#include <vector>
 
 #include "sdk/camera/cameralock.h"
 #include "sdk/core/log.h"
@@ -40,68 +43,69 @@ void logDevice(const DeviceProperties& device)
             (device.state == DeviceState::AVAILABLE ? ", available" : ", in use"));
 }
 
-}  // namespace
+/// What the enumeration holds.
+struct Provider {
+    std::mutex mutex;
+    std::shared_ptr<const rig::Rig> rig;
+    std::vector<DeviceProperties> devices;
+    bool enumerated = false;
 
-Provider& Provider::instance()
-{
-    // Never destroyed, so that objects with static lifetime may use it at exit.
-    static auto* const provider = new Provider;
-    return *provider;
-}
-
-std::shared_ptr<const rig::Rig> Provider::rigLocked()
-{
-    if (rig == nullptr) {
+    /// With the mutex held.
+    void readRig()
+    {
         rig::RigResult result = rig::loadRig();
         if (!result) {
             logLine(result.error);
         }
         rig = result ? std::make_shared<const rig::Rig>(std::move(*result.rig)) : nullptr;
     }
-    return rig;
+};
+
+Provider& provider()
+{
+    // Never destroyed, so that objects with static lifetime may use it at exit.
+    static auto* const instance = new Provider;
+    return *instance;
 }
 
-std::shared_ptr<const rig::Rig> Provider::currentRig()
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    return rigLocked();
-}
+}  // namespace
 
-std::vector<DeviceProperties> Provider::enumerate(bool refresh, bool verbose)
+std::shared_ptr<const rig::Rig> currentRig()
 {
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (refresh || !enumerated) {
-        devices.clear();
-        enumerated = true;
-        rig.reset();
-        if (const auto current = rigLocked()) {
-            for (const rig::CameraSettings& camera : current->cameras) {
-                devices.push_back(describe(camera));
-            }
-        }
+    Provider& state = provider();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    if (state.rig == nullptr) {
+        state.readRig();
     }
-    if (verbose) {
-        std::for_each(devices.begin(), devices.end(), logDevice);
-    }
-    return devices;
-}
-
-void Provider::forget()
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    rig.reset();
-    devices.clear();
-    enumerated = false;
+    return state.rig;
 }
 
 }  // namespace tq
 
 std::vector<tq::DeviceProperties> ArgusCamera::getGMSLDevices(bool refresh, bool verbose)
 {
-    return tq::Provider::instance().enumerate(refresh, verbose);
+    tq::Provider& state = tq::provider();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    if (refresh || !state.enumerated) {
+        state.devices.clear();
+        state.enumerated = true;
+        state.readRig();
+        if (state.rig != nullptr) {
+            std::transform(state.rig->cameras.begin(), state.rig->cameras.end(),
+                           std::back_inserter(state.devices), tq::describe);
+        }
+    }
+    if (verbose) {
+        std::for_each(state.devices.begin(), state.devices.end(), tq::logDevice);
+    }
+    return state.devices;
 }
 
 void ArgusCamera::deleteProviderInstance()
 {
-    tq::Provider::instance().forget();
+    tq::Provider& state = tq::provider();
+    const std::lock_guard<std::mutex> lock(state.mutex);
+    state.rig.reset();
+    state.devices.clear();
+    state.enumerated = false;
 }
