@@ -30,10 +30,10 @@ constexpr int kFastest = 240;
 // A reader that asks again at once sleeps here between two frames.
 constexpr std::chrono::milliseconds kPatience{20};
 
-bool isUsable(const FrameRequest& request)
+bool isUsable(const FrameFormat& wanted)
 {
-    return request.width >= 2 && request.width <= kWidest && request.height >= 1 &&
-           request.height <= kHighest && request.fps >= 1 && request.fps <= kFastest;
+    return wanted.width >= 2 && wanted.width <= kWidest && wanted.height >= 1 &&
+           wanted.height <= kHighest && wanted.fps >= 1 && wanted.fps <= kFastest;
 }
 
 int report(ErrorCode code, const std::string& what, const std::string& reason)
@@ -81,38 +81,45 @@ struct LiveCameraGrabber::Private {
     std::atomic<MODEL> model{MODEL::LAST};
     std::atomic<bool> mcuPresent{false};
 
-    ErrorCode openCamera(const rig::CameraSettings& camera, const FrameRequest& request,
+    ErrorCode openCamera(const rig::CameraSettings& camera, const FrameFormat& wanted,
                          IMU_FREQ imuFrequency, std::string& reason);
+    void open(const rig::CameraSettings& camera, const FrameFormat& wanted, IMU_FREQ imuFrequency);
     void produce();
-    void produceInto(FrameSlots::Slot& slot, FrameResult& result);
+    bool produceInto(FrameSlots::Slot& slot);
     void reset();
 };
 
 ErrorCode LiveCameraGrabber::Private::openCamera(const rig::CameraSettings& camera,
-                                                 const FrameRequest& request, IMU_FREQ imuFrequency,
+                                                 const FrameFormat& wanted, IMU_FREQ imuFrequency,
                                                  std::string& reason)
 {
     const ErrorCode locked = lock.acquire(camera.serial, reason);
     if (locked != ErrorCode::SUCCESS) {
         return locked;
     }
-    ImuSourceResult imu = makeImuSource(camera, imuFrequency);
-    if (!imu.error.empty()) {
-        reason = imu.error;
+    try {
+        open(camera, wanted, imuFrequency);
+    } catch (const InvalidVideo& error) {
+        reason = error.what();
+        return ErrorCode::SOURCE_INVALID;
+    } catch (const std::exception& error) {
+        reason = error.what();
         return ErrorCode::SOURCE_UNAVAILABLE;
     }
+    return ErrorCode::SUCCESS;
+}
+
+void LiveCameraGrabber::Private::open(const rig::CameraSettings& camera, const FrameFormat& wanted,
+                                      IMU_FREQ imuFrequency)
+{
+    ImuSource imu = makeImuSource(camera, imuFrequency);
     const Timestamp opening = systemClock().now();
     source = makeFrameSource(camera);
-    SourceResult opened = source->open(request);
-    if (opened.code != ErrorCode::SUCCESS) {
-        reason = std::move(opened.reason);
-        return opened.code;
-    }
-    if (imu.source != nullptr) {
-        history = std::make_shared<ImuHistory>(std::move(imu.source), opening);
+    const FrameFormat format = source->open(wanted);
+    if (imu) {
+        history = std::make_shared<ImuHistory>(std::move(imu), opening);
         mcu.reset(new KORmcu(std::make_unique<KORmcu::Private>(KORmcu::Private{history})));
     }
-    const FrameFormat format = source->format();
     slots = std::make_unique<FrameSlots>(format.bytes());
     width = format.width;
     height = format.height;
@@ -120,32 +127,25 @@ ErrorCode LiveCameraGrabber::Private::openCamera(const rig::CameraSettings& came
     serial = camera.serial;
     model = camera.model;
     mcuPresent = history != nullptr;
-    return ErrorCode::SUCCESS;
 }
 
-void LiveCameraGrabber::Private::produceInto(FrameSlots::Slot& slot, FrameResult& result)
+bool LiveCameraGrabber::Private::produceInto(FrameSlots::Slot& slot)
 {
-    result = source->next({slot.pixels.data(), slots->fillingIndex()}, slot.timestamp);
-    if (result == FrameResult::FRAME && history != nullptr) {
+    if (!source->next({slot.pixels.data(), slots->fillingIndex()}, slot.timestamp)) {
+        return false;
+    }
+    if (history != nullptr) {
         history->advance(slot.timestamp);
         slot.imu = history->latest(slot.timestamp);
     }
+    return true;
 }
 
 void LiveCameraGrabber::Private::produce()
 {
     try {
-        FrameResult result = FrameResult::FRAME;
-        while (true) {
-            produceInto(slots->filling(), result);
-            if (result != FrameResult::FRAME) {
-                break;
-            }
+        while (produceInto(slots->filling())) {
             slots->publish();
-        }
-        if (result == FrameResult::FAILED) {
-            logLine("camera S/N " + std::to_string(serial) + " failed: " + source->failure());
-            failed = true;
         }
     } catch (const std::exception& error) {
         logLine("camera S/N " + std::to_string(serial) + " failed: " + error.what());
@@ -180,14 +180,14 @@ void LiveCameraGrabber::setMonoCapture(bool) {}
 void LiveCameraGrabber::setInputType(INPUT_TYPE) {}
 
 int LiveCameraGrabber::setUp(int& id, int width, int height, int fps, int, bool flip,
-                             IMU_FREQ imuFrequency, bool verbose, bool hdr)
+                             IMU_FREQ imuFrequency, bool verbose, bool)
 {
     const std::string what = "camera " + std::to_string(id);
     if (d->isOpen) {
         return report(ErrorCode::ALREADY_OPEN, what, "");
     }
-    const FrameRequest request{width / 2 * 2, height, fps, hdr};
-    if (!isUsable(request)) {
+    const FrameFormat wanted{width / 2 * 2, height, fps};
+    if (!isUsable(wanted)) {
         return report(ErrorCode::INVALID_RESOLUTION, what, "");
     }
     if (flip) {
@@ -203,7 +203,7 @@ int LiveCameraGrabber::setUp(int& id, int width, int height, int fps, int, bool 
     }
     d->verbose = verbose;
     std::string reason;
-    const ErrorCode code = d->openCamera(*camera, request, imuFrequency, reason);
+    const ErrorCode code = d->openCamera(*camera, wanted, imuFrequency, reason);
     if (code != ErrorCode::SUCCESS) {
         d->reset();
         return report(code, what, code == ErrorCode::CAMERA_BUSY ? "" : reason);

@@ -5,6 +5,7 @@
 #include <gst/gst.h>
 
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "cmake/threadsanitizer.h"
@@ -72,6 +73,15 @@ public:
 private:
     GError* error = nullptr;
 };
+
+/// Why GStreamer cannot be initialised, or empty when it is. Any thread, any number of times.
+inline std::string initialiseGStreamer()
+{
+    Failure failure;
+    return gst_init_check(nullptr, nullptr, failure.place())
+               ? ""
+               : failure.text("GStreamer cannot be initialised");
+}
 
 /// A shared pointer as the user data of a GLib callback, with the function that releases it. GLib
 /// orders making, calls and release by locks of its own.

@@ -22,8 +22,7 @@ bool isAfter(Timestamp time, const IMUPacket& packet)
 
 }  // namespace
 
-ImuHistory::ImuHistory(std::unique_ptr<ImuSource> imuSource, Timestamp opened)
-    : source(std::move(imuSource))
+ImuHistory::ImuHistory(ImuSource imuSource, Timestamp opened) : source(std::move(imuSource))
 {
     begin(opened);
 }
@@ -34,7 +33,7 @@ void ImuHistory::begin(Timestamp at)
 {
     packets.clear();
     fresh.clear();
-    source->collect(at > kLongestPeriod ? at - kLongestPeriod : 0, at, fresh);
+    source(at > kLongestPeriod ? at - kLongestPeriod : 0, at, fresh);
     if (!fresh.empty()) {
         fresh.back().sequence = sequence++;
         packets.push_back(fresh.back());
@@ -48,7 +47,7 @@ void ImuHistory::takeIn(Timestamp to)
         return;
     }
     fresh.clear();
-    source->collect(to - takenIn > kKept ? to - kKept : takenIn, to, fresh);
+    source(to - takenIn > kKept ? to - kKept : takenIn, to, fresh);
     takenIn = to;
     for (IMUPacket& packet : fresh) {
         packet.sequence = sequence++;

@@ -4,7 +4,6 @@
 
 #include <deque>
 #include <list>
-#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -18,7 +17,7 @@ public:
     static constexpr Timestamp kKept = 10000000000;  ///< ns
 
     /// @param opened packets begin with the last one that is not after this instant
-    ImuHistory(std::unique_ptr<ImuSource> source, Timestamp opened);
+    ImuHistory(ImuSource source, Timestamp opened);
 
     /// Takes in what was measured up to an instant. Follows a clock that was set back.
     void advance(Timestamp to);
@@ -34,7 +33,7 @@ private:
     void begin(Timestamp at);
     void takeIn(Timestamp to);
 
-    const std::unique_ptr<ImuSource> source;
+    const ImuSource source;
     mutable std::mutex mutex;
     std::deque<IMUPacket> packets;
     std::vector<IMUPacket> fresh;  // kept for its memory

@@ -3,6 +3,8 @@
 #include "sdk/imu/imusource.h"
 
 #include <algorithm>
+#include <utility>
+#include <variant>
 
 #include "sdk/sources/recording.h"
 
@@ -12,66 +14,43 @@ namespace {
 
 constexpr int kLowRateDivisor = 4;
 
-/// A unit that is switched off.
-class SilentImu : public ImuSource {
-public:
-    void collect(Timestamp, Timestamp, std::vector<IMUPacket>&) const override {}
-};
-
 }  // namespace
 
-RecordedImu::RecordedImu(const rig::RecordingSettings& recordingSettings, int everyNth)
-    : settings(recordingSettings), thinning(static_cast<std::size_t>(std::max(1, everyNth)))
+ImuSource recordedImu(const rig::RecordingSettings& settings, std::size_t everyNth)
 {
-}
-
-bool RecordedImu::open(std::string& reason)
-{
-    Recording recording(settings.path);
-    if (!recording.readCamera(settings.camera, reason) || !recording.readImu(reason)) {
-        return false;
+    Recording recording(settings);
+    std::vector<IMUPacket> packets;
+    const std::vector<IMUPacket> all = recording.readImu();
+    for (std::size_t i = 0; i < all.size(); i += everyNth) {
+        packets.push_back(all[i]);
     }
-    first = recording.loop().first;
-    duration = recording.loop().duration;
-    for (std::size_t i = 0; i < recording.packets().size(); i += thinning) {
-        packets.push_back(recording.packets()[i]);
-    }
-    return true;
-}
-
-void RecordedImu::collect(Timestamp from, Timestamp to, std::vector<IMUPacket>& into) const
-{
-    for (Timestamp start = from - from % duration; start <= to; start += duration) {
-        for (IMUPacket packet : packets) {
-            packet.timestamp = start + (packet.timestamp - first);
-            if (packet.timestamp > from && packet.timestamp <= to) {
-                into.push_back(packet);
+    return [recording = std::move(recording), packets = std::move(packets)](
+               Timestamp from, Timestamp to, std::vector<IMUPacket>& into) {
+        const Timestamp round = recording.round();
+        for (Timestamp start = from - from % round; start <= to; start += round) {
+            for (IMUPacket packet : packets) {
+                packet.timestamp = recording.played(packet.timestamp, start);
+                if (packet.timestamp > from && packet.timestamp <= to) {
+                    into.push_back(packet);
+                }
             }
         }
-    }
+    };
 }
 
-ImuSourceResult makeImuSource(const rig::CameraSettings& camera, IMU_FREQ frequency)
+ImuSource makeImuSource(const rig::CameraSettings& camera, IMU_FREQ frequency)
 {
-    ImuSourceResult result;
     if (camera.imu.kind == rig::ImuKind::NONE) {
-        return result;
+        return nullptr;
     }
     if (frequency == IMU_FREQ::OFF) {
-        result.source = std::make_unique<SilentImu>();
-        return result;
+        return [](Timestamp, Timestamp, std::vector<IMUPacket>&) {};
     }
     const int divisor = frequency == IMU_FREQ::LOW ? kLowRateDivisor : 1;
-    if (camera.imu.kind == rig::ImuKind::SIMULATED) {
-        result.source = std::make_unique<SimulatedImu>(std::max(1, camera.imu.rate / divisor));
-        return result;
-    }
-    auto recorded =
-        std::make_unique<RecordedImu>(std::get<rig::RecordingSettings>(camera.source), divisor);
-    if (recorded->open(result.error)) {
-        result.source = std::move(recorded);
-    }
-    return result;
+    return camera.imu.kind == rig::ImuKind::SIMULATED
+               ? simulatedImu(std::max(1, camera.imu.rate / divisor))
+               : recordedImu(std::get<rig::RecordingSettings>(camera.source),
+                             static_cast<std::size_t>(divisor));
 }
 
 }  // namespace tq

@@ -2,7 +2,7 @@
 // Where inertial data come from: a function of time that is asked for ranges.
 #pragma once
 
-#include <memory>
+#include <functional>
 #include <vector>
 
 #include "sdk/rig/rig.h"
@@ -11,59 +11,26 @@
 namespace tq {
 
 /// Inertial measurements as a function of real time, so that what precedes a frame is always
-/// there when the frame is.
-class ImuSource {
-public:
-    virtual ~ImuSource() = default;
+/// there when the frame is: appends the packets with from < timestamp <= to, oldest first.
+using ImuSource = std::function<void(Timestamp from, Timestamp to, std::vector<IMUPacket>& into)>;
 
-    /// Appends the packets with from < timestamp <= to, oldest first.
-    virtual void collect(Timestamp from, Timestamp to, std::vector<IMUPacket>& into) const = 0;
-};
+/// What the simulated unit measures at one instant; sequence is 0. It is at rest for some seconds,
+/// then gently moving, again and again. Body axes: x forward, y left, z up; at rest the
+/// acceleration is +9.81 m/s² along z.
+IMUPacket simulatedMeasurement(Timestamp time);
 
-/// At rest for some seconds, then gently moving, again and again. Body axes: x forward, y left,
-/// z up; at rest the acceleration is +9.81 m/s² along z.
-class SimulatedImu : public ImuSource {
-public:
-    /// @param packetsPerSecond on a common grid: packet n is due at n / rate seconds
-    explicit SimulatedImu(int packetsPerSecond);
-
-    void collect(Timestamp from, Timestamp to, std::vector<IMUPacket>& into) const override;
-
-    /// The measurement at one instant; sequence is 0.
-    static IMUPacket measure(Timestamp time);
-
-private:
-    int rate;
-};
+/// A simulated unit.
+/// @param packetsPerSecond on a common grid: packet n is due at n / rate seconds
+ImuSource simulatedImu(int packetsPerSecond);
 
 /// The packets of a recording, played in the loop of its pictures.
-class RecordedImu : public ImuSource {
-public:
-    /// @param everyNth every how many packets one is delivered
-    RecordedImu(const rig::RecordingSettings& recordingSettings, int everyNth);
+/// @param everyNth every how many packets one is delivered
+/// @throws std::runtime_error with one line when it has no usable inertial data
+ImuSource recordedImu(const rig::RecordingSettings& settings, std::size_t everyNth);
 
-    /// Reads the recording; called once.
-    /// @return false with a reason when it has no usable inertial data
-    bool open(std::string& reason);
-
-    void collect(Timestamp from, Timestamp to, std::vector<IMUPacket>& into) const override;
-
-private:
-    const rig::RecordingSettings settings;
-    const std::size_t thinning;
-    std::vector<IMUPacket> packets;
-    Timestamp first = 0;
-    Timestamp duration = 1;
-};
-
-/// Outcome of makeImuSource().
-struct ImuSourceResult {
-    std::unique_ptr<ImuSource> source;  ///< null when the camera has no inertial unit
-    std::string error;                  ///< one line when the unit cannot be opened
-};
-
-/// The inertial unit that a camera's settings ask for.
+/// The inertial unit that a camera's settings ask for; an empty function when it has none.
 /// @param frequency HIGH: its full rate, LOW: a quarter of it, OFF: no packets
-ImuSourceResult makeImuSource(const rig::CameraSettings& camera, IMU_FREQ frequency);
+/// @throws std::runtime_error with one line when the unit cannot be opened
+ImuSource makeImuSource(const rig::CameraSettings& camera, IMU_FREQ frequency);
 
 }  // namespace tq

@@ -75,9 +75,7 @@ void setDiagonal(double (&matrix)[9], double value)
 
 }  // namespace
 
-SimulatedImu::SimulatedImu(int packetsPerSecond) : rate(packetsPerSecond) {}
-
-IMUPacket SimulatedImu::measure(Timestamp time)
+IMUPacket simulatedMeasurement(Timestamp time)
 {
     const double seconds = static_cast<double>(time % kCycle) * 1e-9 - kRest;
     const Swing roll = swing(0.10, 0.5, seconds);
@@ -109,12 +107,14 @@ IMUPacket SimulatedImu::measure(Timestamp time)
     return packet;
 }
 
-void SimulatedImu::collect(Timestamp from, Timestamp to, std::vector<IMUPacket>& into) const
+ImuSource simulatedImu(int packetsPerSecond)
 {
-    const FrameGrid grid(rate);
-    for (std::uint64_t n = grid.frameAt(from) + 1; grid.instant(n) <= to; ++n) {
-        into.push_back(measure(grid.instant(n)));
-    }
+    return [grid = FrameGrid(packetsPerSecond)](Timestamp from, Timestamp to,
+                                                std::vector<IMUPacket>& into) {
+        for (std::uint64_t n = grid.frameAt(from) + 1; grid.instant(n) <= to; ++n) {
+            into.push_back(simulatedMeasurement(grid.instant(n)));
+        }
+    };
 }
 
 }  // namespace tq

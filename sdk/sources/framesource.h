@@ -2,9 +2,10 @@
 // What every camera source is: something that fills buffers with timed frames.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
-#include <string>
+#include <stdexcept>
 
 #include "sdk/core/clock.h"
 #include "sdk/rig/rig.h"
@@ -12,15 +13,7 @@
 
 namespace tq {
 
-/// What the user of a camera asks for.
-struct FrameRequest {
-    int width = 0;   ///< pixels
-    int height = 0;  ///< pixels
-    int fps = 0;
-    bool hdr = false;
-};
-
-/// What a source delivers.
+/// What is asked of a source, and what it delivers.
 struct FrameFormat {
     int width = 0;   ///< pixels, even
     int height = 0;  ///< pixels
@@ -41,17 +34,10 @@ struct FrameBuffer {
 
 constexpr int kFrameBuffers = 3;
 
-/// Outcome of opening a source.
-struct SourceResult {
-    ErrorCode code = ErrorCode::SUCCESS;
-    std::string reason;  ///< one line, empty on success
-};
-
-/// Outcome of waiting for a frame.
-enum class FrameResult {
-    FRAME,    ///< the buffer holds the next frame
-    STOPPED,  ///< stop() was called
-    FAILED,   ///< there will be no more frames; failure() says why
+/// A device, pipeline or recording is there, but delivers no usable video.
+class InvalidVideo : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
 };
 
 /// One camera. open(), next() and the destructor are called one after another; only stop() may
@@ -64,23 +50,25 @@ public:
     FrameSource& operator=(const FrameSource&) = delete;
 
     /// Opens the source; called once.
-    virtual SourceResult open(const FrameRequest& request) = 0;
-
-    /// What is delivered; valid after open().
-    virtual FrameFormat format() const = 0;
+    /// @return what is delivered
+    /// @throws InvalidVideo, or another std::exception when it cannot be opened at all; both say
+    ///         why in one line
+    virtual FrameFormat open(const FrameFormat& wanted) = 0;
 
     /// Writes the next frame and returns at its capture time or later.
     /// @param timestamp capture time, ns of the real-time clock
-    virtual FrameResult next(const FrameBuffer& buffer, Timestamp& timestamp) = 0;
+    /// @return false when stop() was called
+    /// @throws std::exception with one line when there will be no more frames
+    virtual bool next(const FrameBuffer& buffer, Timestamp& timestamp) = 0;
 
     /// Makes next() return soon. Any thread.
-    virtual void stop() = 0;
+    void stop() { stopping.store(true); }
 
     /// Frames that were left out because the source came too late.
     virtual std::uint64_t skippedFrames() const { return 0; }
 
-    /// One line, after next() returned FAILED.
-    virtual std::string failure() const { return {}; }
+protected:
+    std::atomic<bool> stopping{false};
 };
 
 /// The source that a camera's settings ask for.

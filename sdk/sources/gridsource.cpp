@@ -16,16 +16,15 @@ constexpr Timestamp kPatienceFrames = 4;
 
 }  // namespace
 
-void GridSource::begin(const FrameFormat& format, Timestamp time)
+void GridSource::begin(int framesPerSecond, Timestamp time)
 {
-    delivered = format;
+    period = 1000000000u / static_cast<Timestamp>(framesPerSecond);
     nextFrame = firstAfter(time);
 }
 
 void GridSource::catchUp()
 {
     const Timestamp now = clock.now();
-    const Timestamp period = 1000000000u / static_cast<Timestamp>(delivered.fps);
     if (captureTime(nextFrame) + kPatienceFrames * period >= now) {
         return;
     }
@@ -34,15 +33,12 @@ void GridSource::catchUp()
     skipped.fetch_add(nextFrame - late);
 }
 
-FrameResult GridSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
+bool GridSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
 {
     while (!stopping.load()) {
         catchUp();
         const Timestamp time = std::max(captureTime(nextFrame), lastTime + 1);
-        const Drawing drawing = draw(nextFrame, time, buffer);
-        if (drawing == Drawing::FAILED) {
-            return FrameResult::FAILED;
-        }
+        const bool drawn = draw(nextFrame, time, buffer);
         const Wake wake = clock.sleepUntil(time, stopping);
         if (wake == Wake::STOPPED) {
             break;
@@ -55,12 +51,12 @@ FrameResult GridSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
         }
         ++nextFrame;
         lastTime = time;
-        if (drawing == Drawing::DONE) {
+        if (drawn) {
             timestamp = time;
-            return FrameResult::FRAME;
+            return true;
         }
     }
-    return FrameResult::STOPPED;
+    return false;
 }
 
 }  // namespace tq

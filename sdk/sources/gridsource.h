@@ -12,15 +12,10 @@ namespace tq {
 /// Delivers the frames of a grid of instants of the real-time clock, each when it is due.
 class GridSource : public FrameSource {
 public:
-    FrameFormat format() const override { return delivered; }
-    FrameResult next(const FrameBuffer& buffer, Timestamp& timestamp) override;
-    void stop() override { stopping.store(true); }
+    bool next(const FrameBuffer& buffer, Timestamp& timestamp) override;
     std::uint64_t skippedFrames() const override { return skipped.load(); }
 
 protected:
-    /// What became of a frame.
-    enum class Drawing { DONE, LOST, FAILED };
-
     explicit GridSource(const Clock& sourceClock) : clock(sourceClock) {}
 
     /// Who follows the clock, for the log.
@@ -29,21 +24,21 @@ protected:
     virtual Timestamp captureTime(std::uint64_t frame) const = 0;
     /// The first frame that is due after an instant.
     virtual std::uint64_t firstAfter(Timestamp time) const = 0;
-    virtual Drawing draw(std::uint64_t frame, Timestamp time, const FrameBuffer& buffer) = 0;
+    /// @return false when the frame is lost
+    virtual bool draw(std::uint64_t frame, Timestamp time, const FrameBuffer& buffer) = 0;
 
     /// The grid is known: begins with the frame after @p time.
-    void begin(const FrameFormat& format, Timestamp time);
+    void begin(int framesPerSecond, Timestamp time);
 
     const Clock& clock;
 
 private:
     void catchUp();
 
-    FrameFormat delivered;
+    Timestamp period = 0;  // ns
     std::uint64_t nextFrame = 0;
     Timestamp lastTime = 0;
     std::atomic<std::uint64_t> skipped{0};
-    std::atomic<bool> stopping{false};
 };
 
 }  // namespace tq

@@ -28,14 +28,6 @@ constexpr std::int64_t kOffsetNoise = 200000;
 constexpr int kOffsetReadings = 8;
 constexpr Timestamp kQuickReading = 20000;
 
-bool initialize(std::string& reason)
-{
-    Failure failure;
-    const bool initialised = gst_init_check(nullptr, nullptr, failure.place()) != FALSE;
-    reason = initialised ? "" : failure.text("GStreamer cannot be initialised");
-    return initialised;
-}
-
 std::string replaced(std::string text, const std::string& name, int value)
 {
     const std::string number = std::to_string(value);
@@ -46,14 +38,14 @@ std::string replaced(std::string text, const std::string& name, int value)
     return text;
 }
 
-std::string describe(const rig::GStreamerSettings& settings, const FrameRequest& request)
+std::string describe(const rig::GStreamerSettings& settings, const FrameFormat& wanted)
 {
     std::string text = settings.pipeline;
-    text = replaced(text, "{width}", request.width);
-    text = replaced(text, "{height}", request.height);
-    text = replaced(text, "{fps}", request.fps);
+    text = replaced(text, "{width}", wanted.width);
+    text = replaced(text, "{height}", wanted.height);
+    text = replaced(text, "{fps}", wanted.fps);
     return text + " ! videoconvert ! videoscale ! video/x-raw,format=YUY2,width=" +
-           std::to_string(request.width) + ",height=" + std::to_string(request.height) +
+           std::to_string(wanted.width) + ",height=" + std::to_string(wanted.height) +
            ",pixel-aspect-ratio=1/1 ! appsink name=kor_sink max-buffers=4 drop=true";
 }
 
@@ -135,31 +127,24 @@ GStreamerSource::GStreamerSource(const rig::GStreamerSettings& sourceSettings,
 
 GStreamerSource::~GStreamerSource() = default;
 
-SourceResult GStreamerSource::open(const FrameRequest& request)
+FrameFormat GStreamerSource::open(const FrameFormat& wanted)
 {
-    if (!initialize(reason)) {
-        return {ErrorCode::SOURCE_UNAVAILABLE, reason};
+    const std::string problem = initialiseGStreamer();
+    if (!problem.empty()) {
+        throw std::runtime_error(problem);
     }
-    delivered = {request.width, request.height, request.fps};
-    SourceResult started = start(describe(settings, request));
-    if (started.code != ErrorCode::SUCCESS) {
-        pipeline.reset();
-        return started;
-    }
+    delivered = wanted;
+    start(describe(settings, wanted));
     // The first frame shows that the device works, and what it delivers.
-    if (pull() != Pull::SAMPLE) {
-        pipeline.reset();
-        return {ErrorCode::SOURCE_INVALID, reason};
-    }
     GstVideoInfo info;
-    if (gst_video_info_from_caps(&info, gst_sample_get_caps(pipeline->sample.get())) != FALSE &&
+    if (pull() && gst_video_info_from_caps(&info, gst_sample_get_caps(pipeline->sample.get())) &&
         info.fps_n > 0 && info.fps_d > 0) {
         delivered.fps = std::max(1, (info.fps_n + info.fps_d / 2) / info.fps_d);
     }
-    return {};
+    return delivered;
 }
 
-SourceResult GStreamerSource::start(const std::string& description)
+void GStreamerSource::start(const std::string& description)
 {
     pipeline = std::make_unique<Pipeline>();
     Failure failed;
@@ -167,8 +152,7 @@ SourceResult GStreamerSource::start(const std::string& description)
                                                   GST_PARSE_FLAG_FATAL_ERRORS, failed.place()));
     GstElement* const element = pipeline->element.get();
     if (element == nullptr || failed.get() != nullptr) {
-        reason = failed.text("the pipeline cannot be built");
-        return {ErrorCode::SOURCE_UNAVAILABLE, reason};
+        throw std::runtime_error(failed.text("the pipeline cannot be built"));
     }
     pipeline->bus.reset(gst_element_get_bus(element));
     pipeline->sink.reset(gst_bin_get_by_name(GST_BIN(element), "kor_sink"));
@@ -178,16 +162,14 @@ SourceResult GStreamerSource::start(const std::string& description)
     g_object_set(pipeline->sink.get(), "sync", live ? FALSE : TRUE, nullptr);
     if (paused == GST_STATE_CHANGE_FAILURE ||
         gst_element_set_state(element, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
-        reason = pipeline->error();
-        if (reason.empty()) {
-            reason = "the pipeline cannot be started";
-        }
-        return {ErrorCode::SOURCE_UNAVAILABLE, reason};
+        const std::string error = pipeline->error();
+        throw std::runtime_error(error.empty() ? "the pipeline cannot be started" : error);
     }
-    return {};
 }
 
-GStreamerSource::Pull GStreamerSource::pull()
+/// Waits for the next sample.
+/// @return false when it was stopped
+bool GStreamerSource::pull()
 {
     using Steady = std::chrono::steady_clock;
     const auto deadline = Steady::now() + std::chrono::duration<double>(settings.timeout);
@@ -195,25 +177,23 @@ GStreamerSource::Pull GStreamerSource::pull()
     while (!stopping.load()) {
         pipeline->sample.reset(gst_app_sink_try_pull_sample(sink, kPullSlice));
         if (pipeline->sample) {
-            return Pull::SAMPLE;
+            return true;
         }
-        reason = pipeline->error();
-        if (!reason.empty()) {
-            return Pull::FAILED;
+        const std::string error = pipeline->error();
+        if (!error.empty()) {
+            throw InvalidVideo(error);
         }
         if (gst_app_sink_is_eos(sink) != FALSE) {
-            reason = "the pipeline has come to its end";
-            return Pull::FAILED;
+            throw InvalidVideo("the pipeline has come to its end");
         }
         if (Steady::now() > deadline) {
-            reason = "the pipeline delivers no frames";
-            return Pull::FAILED;
+            throw InvalidVideo("the pipeline delivers no frames");
         }
     }
-    return Pull::STOPPED;
+    return false;
 }
 
-bool GStreamerSource::copyFrame(unsigned char* pixels)
+void GStreamerSource::copyFrame(unsigned char* pixels) const
 {
     GstVideoInfo info;
     GstVideoFrame frame;
@@ -223,8 +203,7 @@ bool GStreamerSource::copyFrame(unsigned char* pixels)
         GST_VIDEO_INFO_HEIGHT(&info) != delivered.height ||
         gst_video_frame_map(&frame, &info, gst_sample_get_buffer(pipeline->sample.get()),
                             GST_MAP_READ) == FALSE) {
-        reason = "the pipeline delivered a frame that cannot be read";
-        return false;
+        throw InvalidVideo("the pipeline delivered a frame that cannot be read");
     }
     const auto rowBytes = static_cast<std::size_t>(delivered.width) * 2;
     const auto* row = static_cast<const unsigned char*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, 0));
@@ -234,7 +213,6 @@ bool GStreamerSource::copyFrame(unsigned char* pixels)
         row += GST_VIDEO_FRAME_PLANE_STRIDE(&frame, 0);
     }
     gst_video_frame_unmap(&frame);
-    return true;
 }
 
 Timestamp GStreamerSource::captureTime()
@@ -262,20 +240,15 @@ Timestamp GStreamerSource::captureTime()
     return setBack ? time : std::max(time, lastTime + 1);
 }
 
-FrameResult GStreamerSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
+bool GStreamerSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
 {
-    if (!pipeline->sample) {
-        switch (pull()) {
-            case Pull::SAMPLE: break;
-            case Pull::STOPPED: return FrameResult::STOPPED;
-            case Pull::FAILED: return FrameResult::FAILED;
-        }
+    if (!pipeline->sample && !pull()) {
+        return false;
     }
-    const bool copied = copyFrame(buffer.pixels);
-    lastTime = captureTime();
-    timestamp = lastTime;
+    copyFrame(buffer.pixels);
+    timestamp = lastTime = captureTime();
     pipeline->sample.reset();
-    return copied ? FrameResult::FRAME : FrameResult::FAILED;
+    return true;
 }
 
 }  // namespace tq

@@ -2,8 +2,8 @@
 // Camera source `gstreamer`: any pipeline that ends in raw video.
 #pragma once
 
-#include <atomic>
 #include <memory>
+#include <string>
 
 #include "sdk/sources/framesource.h"
 
@@ -16,19 +16,15 @@ public:
     GStreamerSource(const rig::GStreamerSettings& settings, const Clock& clock);
     ~GStreamerSource() override;
 
-    SourceResult open(const FrameRequest& request) override;
-    FrameFormat format() const override { return delivered; }
-    FrameResult next(const FrameBuffer& buffer, Timestamp& timestamp) override;
-    void stop() override { stopping.store(true); }
-    std::string failure() const override { return reason; }
+    FrameFormat open(const FrameFormat& wanted) override;
+    bool next(const FrameBuffer& buffer, Timestamp& timestamp) override;
 
 private:
     struct Pipeline;
-    enum class Pull { SAMPLE, STOPPED, FAILED };
 
-    SourceResult start(const std::string& description);
-    Pull pull();
-    bool copyFrame(unsigned char* pixels);
+    void start(const std::string& description);
+    bool pull();
+    void copyFrame(unsigned char* pixels) const;
     Timestamp captureTime();
 
     const rig::GStreamerSettings settings;
@@ -38,8 +34,6 @@ private:
     std::int64_t clockOffset = 0;
     bool clockOffsetKnown = false;
     Timestamp lastTime = 0;
-    std::string reason;
-    std::atomic<bool> stopping{false};
 };
 
 }  // namespace tq

@@ -5,70 +5,72 @@
 #include <libyuv.h>
 #include <png.h>
 
+#include "sdk/sources/framesource.h"
+
 namespace tq {
 
 namespace {
 
 constexpr unsigned kLargestEdge = 16384;
 
-/// Releases libpng's reader on every way out.
+/// An opened file, released on every way out.
 struct PngReader {
-    PngReader() { image.version = PNG_IMAGE_VERSION; }
+    explicit PngReader(const std::string& file) : path(file)
+    {
+        image.version = PNG_IMAGE_VERSION;
+        check(png_image_begin_read_from_file(&image, path.c_str()));
+    }
     ~PngReader() { png_image_free(&image); }
     PngReader(const PngReader&) = delete;
     PngReader& operator=(const PngReader&) = delete;
 
-    png_image image{};
-};
+    void read(png_uint_32 format, std::vector<std::uint8_t>& pixels)
+    {
+        png_color black{};
+        image.format = format;
+        pixels.resize(PNG_IMAGE_SIZE(image));
+        check(png_image_finish_read(&image, &black, pixels.data(), 0, nullptr));
+    }
 
-bool readPixels(PngReader& reader, std::uint8_t* pixels)
-{
-    png_color black{};
-    return png_image_finish_read(&reader.image, &black, pixels, 0, nullptr) != 0;
-}
+    const std::string path;
+    png_image image{};
+
+private:
+    // libpng has released what it held when it reports an error.
+    void check(int success) const
+    {
+        if (success == 0) {
+            throw InvalidVideo(path + ": " + image.message);
+        }
+    }
+};
 
 }  // namespace
 
-bool readPng(const std::string& path, Picture& picture, std::string& reason)
+Picture readPng(const std::string& path)
 {
-    PngReader reader;
-    if (png_image_begin_read_from_file(&reader.image, path.c_str()) == 0) {
-        reason = path + ": " + reader.image.message;
-        return false;
+    PngReader reader(path);
+    if (reader.image.width > kLargestEdge || reader.image.height > kLargestEdge) {
+        throw InvalidVideo(path + ": is larger than 16384 pixels");
     }
-    const unsigned columns = reader.image.width;
-    const unsigned rows = reader.image.height;
-    if (columns > kLargestEdge || rows > kLargestEdge) {
-        reason = path + ": is larger than 16384 pixels";
-        return false;
-    }
-    const bool grey = (reader.image.format & PNG_FORMAT_FLAG_COLOR) == 0;
-    picture = Picture{};
-    picture.width = static_cast<int>(columns);
-    picture.height = static_cast<int>(rows);
-    picture.luma.resize(static_cast<std::size_t>(columns) * rows);
-    if (grey) {
-        reader.image.format = PNG_FORMAT_GRAY;
-        if (readPixels(reader, picture.luma.data())) {
-            return true;
-        }
-        reason = path + ": " + reader.image.message;
-        return false;
+    Picture picture;
+    picture.width = static_cast<int>(reader.image.width);
+    picture.height = static_cast<int>(reader.image.height);
+    if ((reader.image.format & PNG_FORMAT_FLAG_COLOR) == 0) {
+        reader.read(PNG_FORMAT_GRAY, picture.luma);
+        return picture;
     }
     // libyuv's "ARGB" is blue first in memory.
-    reader.image.format = PNG_FORMAT_BGRA;
-    std::vector<std::uint8_t> colours(picture.luma.size() * 4);
-    if (!readPixels(reader, colours.data())) {
-        reason = path + ": " + reader.image.message;
-        return false;
-    }
+    std::vector<std::uint8_t> colours;
+    reader.read(PNG_FORMAT_BGRA, colours);
     const int half = (picture.width + 1) / 2;
-    picture.u.resize(static_cast<std::size_t>(half) * rows);
+    picture.luma.resize(colours.size() / 4);
+    picture.u.resize(static_cast<std::size_t>(half) * reader.image.height);
     picture.v.resize(picture.u.size());
     libyuv::ARGBToJ422(colours.data(), picture.width * 4, picture.luma.data(), picture.width,
                        picture.u.data(), half, picture.v.data(), half, picture.width,
                        picture.height);
-    return true;
+    return picture;
 }
 
 PictureScaler::PictureScaler(int targetWidth, int targetHeight)

@@ -20,8 +20,8 @@ struct Picture {
 };
 
 /// Reads a PNG file: grey as it is, everything else converted with the BT.601 matrix.
-/// @return false with a reason when the file is no usable picture
-bool readPng(const std::string& path, Picture& picture, std::string& reason);
+/// @throws InvalidVideo when the file is no usable picture
+Picture readPng(const std::string& path);
 
 /// Scales pictures; keeps its working memory.
 class PictureScaler {

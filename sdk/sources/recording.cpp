@@ -3,13 +3,15 @@
 #include "sdk/sources/recording.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
+#include <charconv>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
 
 namespace tq {
 
@@ -19,15 +21,21 @@ namespace fs = std::filesystem;
 
 constexpr int kFastest = 240;
 
+[[noreturn]] void refuse(const fs::path& file, const std::string& reason)
+{
+    throw std::runtime_error(file.string() + ": " + reason);
+}
+
+using Fields = std::vector<std::string>;
+
 /// The fields of every line of a list that is not empty and no comment.
-bool readList(const fs::path& file, std::size_t leastFields,
-              std::vector<std::vector<std::string>>& lines, std::string& reason)
+std::vector<Fields> readList(const fs::path& file, std::size_t leastFields)
 {
     std::ifstream stream(file);
     if (!stream) {
-        reason = file.string() + ": " + std::strerror(errno);
-        return false;
+        refuse(file, std::strerror(errno));
     }
+    std::vector<Fields> lines;
     std::string line;
     for (int number = 1; std::getline(stream, line); ++number) {
         line.erase(std::remove_if(line.begin(), line.end(),
@@ -36,7 +44,7 @@ bool readList(const fs::path& file, std::size_t leastFields,
         if (line.empty() || line.front() == '#') {
             continue;
         }
-        std::vector<std::string> fields(1);
+        Fields fields(1);
         for (const char c : line) {
             if (c == ',') {
                 fields.emplace_back();
@@ -45,38 +53,34 @@ bool readList(const fs::path& file, std::size_t leastFields,
             }
         }
         if (fields.size() < leastFields) {
-            reason = file.string() + ": line " + std::to_string(number) + ": too few fields";
-            return false;
+            refuse(file, "line " + std::to_string(number) + ": too few fields");
         }
         lines.push_back(std::move(fields));
     }
     if (lines.empty()) {
-        reason = file.string() + ": is empty";
-        return false;
+        refuse(file, "is empty");
     }
-    return true;
+    return lines;
 }
 
-bool parseTime(const std::string& text, Timestamp& time)
+/// The whole text as a number, whatever the locale.
+template <typename T>
+bool parse(const std::string& text, T& value)
 {
-    char* end = nullptr;
-    errno = 0;
-    time = std::strtoull(text.c_str(), &end, 10);
-    return errno == 0 && !text.empty() && *end == '\0' && text.front() >= '0' &&
-           text.front() <= '9';
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, value);
+    return error == std::errc{} && rest == end;
 }
 
 bool parseReal(const std::string& text, double& value)
 {
-    char* end = nullptr;
-    value = std::strtod(text.c_str(), &end);
-    return !text.empty() && *end == '\0' && std::isfinite(value);
+    // A leading plus sign is no part of what from_chars() knows.
+    return parse(text.substr(text.compare(0, 1, "+") == 0 ? 1 : 0), value) && std::isfinite(value);
 }
 
-bool parsePacket(const std::vector<std::string>& fields, IMUPacket& packet)
+bool parsePacket(const Fields& fields, IMUPacket& packet)
 {
-    packet = IMUPacket{};
-    bool good = parseTime(fields[0], packet.timestamp);
+    bool good = parse(fields[0], packet.timestamp);
     for (std::size_t axis = 0; axis < 3; ++axis) {
         good = good && parseReal(fields[1 + axis], packet.angularRate[axis]) &&
                parseReal(fields[4 + axis], packet.acceleration[axis]);
@@ -88,69 +92,53 @@ bool parsePacket(const std::vector<std::string>& fields, IMUPacket& packet)
 
 }  // namespace
 
-Recording::Recording(const std::string& path)
+Recording::Recording(const rig::RecordingSettings& settings)
 {
     std::error_code failure;
-    const fs::path inner = fs::path(path) / "mav0";
-    folder = fs::is_directory(inner, failure) ? inner.string() : path;
-}
-
-bool Recording::readFrames(const std::string& camera, std::vector<RecordedFrame>& into,
-                           std::string& reason) const
-{
-    const fs::path list = fs::path(folder) / camera / "data.csv";
-    std::vector<std::vector<std::string>> lines;
-    if (!readList(list, 2, lines, reason)) {
-        return false;
-    }
-    for (const std::vector<std::string>& fields : lines) {
-        RecordedFrame frame;
-        if (!parseTime(fields[0], frame.time) ||
-            (!into.empty() && frame.time <= into.back().time)) {
-            reason = list.string() + ": timestamp \"" + fields[0] + "\" is not a later time";
-            return false;
-        }
-        frame.file = (list.parent_path() / "data" / fields[1]).string();
-        into.push_back(std::move(frame));
-    }
-    return true;
-}
-
-bool Recording::readCamera(const std::string& camera, std::string& reason)
-{
-    std::error_code failure;
+    const fs::path inner = fs::path(settings.path) / "mav0";
+    folder = fs::is_directory(inner, failure) ? inner.string() : settings.path;
     if (!fs::is_directory(folder, failure)) {
-        reason = folder + ": is not a folder";
-        return false;
+        refuse(folder, "is not a folder");
     }
-    cameraFrames.clear();
-    if (!readFrames(camera, cameraFrames, reason)) {
-        return false;
-    }
+    cameraFrames = readFrames(settings.camera);
+    const std::string list = folder + "/" + settings.camera + "/data.csv";
     if (cameraFrames.size() < 2) {
-        reason = folder + "/" + camera + "/data.csv: has fewer than two frames";
-        return false;
+        refuse(list, "has fewer than two frames");
     }
     makeLoop();
     if (fps < 1 || fps > kFastest) {
-        reason = folder + "/" + camera + "/data.csv: the frame rate is not from 1 to " +
-                 std::to_string(kFastest);
-        return false;
+        refuse(list, "the frame rate is not from 1 to " + std::to_string(kFastest));
     }
-    return true;
+}
+
+std::vector<RecordedFrame> Recording::readFrames(const std::string& camera) const
+{
+    const fs::path list = fs::path(folder) / camera / "data.csv";
+    std::vector<RecordedFrame> frames;
+    for (const Fields& fields : readList(list, 2)) {
+        RecordedFrame frame;
+        if (!parse(fields[0], frame.time) ||
+            (!frames.empty() && frame.time <= frames.back().time)) {
+            refuse(list, "timestamp \"" + fields[0] + "\" is not a later time");
+        }
+        frame.file = (list.parent_path() / "data" / fields[1]).string();
+        frames.push_back(std::move(frame));
+    }
+    return frames;
 }
 
 void Recording::makeLoop()
 {
     // Over all cameras of the recording, so that each of them comes to the same loop.
-    Timestamp first = cameraFrames.front().time;
+    first = cameraFrames.front().time;
     Timestamp last = cameraFrames.back().time;
     for (int i = 0; i < 8; ++i) {
-        std::vector<RecordedFrame> others;
-        std::string ignored;
-        if (readFrames("cam" + std::to_string(i), others, ignored)) {
+        try {
+            const std::vector<RecordedFrame> others = readFrames("cam" + std::to_string(i));
             first = std::min(first, others.front().time);
             last = std::max(last, others.back().time);
+        } catch (const std::runtime_error&) {
+            continue;  // it is absent or of no use, and so no part of the loop
         }
     }
     const auto intervals = static_cast<double>(cameraFrames.size() - 1);
@@ -158,46 +146,36 @@ void Recording::makeLoop()
     fps = static_cast<int>(std::lround(std::min(1e6, intervals * 1e9 / span)));
     // One period more than the span; rounded, so that cameras whose own spans differ by some
     // nanoseconds agree.
-    const Timestamp period = fps > 0 ? 1000000000u / static_cast<Timestamp>(fps) : 1000000000u;
-    playback.first = first;
-    playback.duration = last - first + period;
+    duration = last - first + 1000000000u / static_cast<Timestamp>(std::max(1, fps));
 }
 
-bool Recording::readImu(std::string& reason)
+std::vector<IMUPacket> Recording::readImu() const
 {
     const fs::path list = fs::path(folder) / "imu0" / "data.csv";
-    std::vector<std::vector<std::string>> lines;
-    if (!readList(list, 7, lines, reason)) {
-        return false;
-    }
-    imuPackets.clear();
-    for (const std::vector<std::string>& fields : lines) {
+    std::vector<IMUPacket> packets;
+    for (const Fields& fields : readList(list, 7)) {
         IMUPacket packet{};
         if (!parsePacket(fields, packet) ||
-            (!imuPackets.empty() && packet.timestamp <= imuPackets.back().timestamp)) {
-            reason = list.string() + ": malformed line with timestamp \"" + fields[0] + "\"";
-            return false;
+            (!packets.empty() && packet.timestamp <= packets.back().timestamp)) {
+            refuse(list, "malformed line with timestamp \"" + fields[0] + "\"");
         }
-        imuPackets.push_back(packet);
+        packets.push_back(packet);
     }
     // What lies outside the loop is not played; the last half period would collide with the
     // first packet of the next round.
-    const Timestamp period = imuPackets.size() < 2
-                                 ? 0
-                                 : (imuPackets.back().timestamp - imuPackets.front().timestamp) /
-                                       (imuPackets.size() - 1);
-    const Timestamp end = playback.first + playback.duration - period / 2;
-    imuPackets.erase(std::remove_if(imuPackets.begin(), imuPackets.end(),
-                                    [&](const IMUPacket& packet) {
-                                        return packet.timestamp < playback.first ||
-                                               packet.timestamp >= end;
-                                    }),
-                     imuPackets.end());
-    if (imuPackets.empty()) {
-        reason = list.string() + ": has no packet between the first and the last frame";
-        return false;
+    const Timestamp period =
+        packets.size() < 2
+            ? 0
+            : (packets.back().timestamp - packets.front().timestamp) / (packets.size() - 1);
+    const Timestamp end = first + duration - period / 2;
+    const auto isOutside = [&](const IMUPacket& packet) {
+        return packet.timestamp < first || packet.timestamp >= end;
+    };
+    packets.erase(std::remove_if(packets.begin(), packets.end(), isOutside), packets.end());
+    if (packets.empty()) {
+        refuse(list, "has no packet between the first and the last frame");
     }
-    return true;
+    return packets;
 }
 
 }  // namespace tq

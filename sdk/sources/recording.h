@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "sdk/rig/rig.h"
 #include "tq_kor/types.h"
 
 namespace tq {
@@ -15,46 +16,37 @@ struct RecordedFrame {
     std::string file;    ///< absolute path
 };
 
-/// The endless loop in which a recording is played. It follows from the recorded times and the
-/// real-time clock alone, so everyone who plays the recording is at the same place of it.
-struct PlaybackLoop {
-    Timestamp first = 0;     ///< earliest recorded frame, ns
-    Timestamp duration = 1;  ///< from the first frame of a round to the first of the next, ns
+/// The lists of a recording, and the endless loop in which it is played. The loop follows from the
+/// recorded times and the real-time clock alone, so everyone who plays the recording is at the same
+/// place of it.
+class Recording {
+public:
+    /// Reads the frames of one camera and the loop over all cameras.
+    /// @throws std::runtime_error with one line when the recording cannot be used
+    explicit Recording(const rig::RecordingSettings& settings);
+
+    /// Packets of `imu0` within the loop, oldest first. Times are those of the recording.
+    /// @throws std::runtime_error with one line when there are none
+    std::vector<IMUPacket> readImu() const;
 
     /// When a recorded instant is played in the round that begins at @p start.
     Timestamp played(Timestamp recorded, Timestamp start) const
     {
         return start + (recorded - first);
     }
-};
 
-/// Reads the lists of a recording.
-class Recording {
-public:
-    /// @param path the folder that holds `mav0`, or `mav0` itself
-    explicit Recording(const std::string& path);
-
-    /// Frames of one camera, oldest first, and the loop over all cameras.
-    /// @return false with a reason when the recording cannot be used
-    bool readCamera(const std::string& camera, std::string& reason);
-
-    /// Packets of `imu0`, oldest first. Times are those of the recording. Call after readCamera().
-    bool readImu(std::string& reason);
-
-    const std::vector<RecordedFrame>& frames() const { return cameraFrames; }
-    const std::vector<IMUPacket>& packets() const { return imuPackets; }
-    const PlaybackLoop& loop() const { return playback; }
+    const std::vector<RecordedFrame>& frames() const { return cameraFrames; }  ///< oldest first
     int framesPerSecond() const { return fps; }
+    Timestamp round() const { return duration; }  ///< one round of the loop, ns
 
 private:
-    bool readFrames(const std::string& camera, std::vector<RecordedFrame>& into,
-                    std::string& reason) const;
+    std::vector<RecordedFrame> readFrames(const std::string& camera) const;
     void makeLoop();
 
     std::string folder;
     std::vector<RecordedFrame> cameraFrames;
-    std::vector<IMUPacket> imuPackets;
-    PlaybackLoop playback;
+    Timestamp first = 0;  // earliest recorded frame, ns
+    Timestamp duration = 1;
     int fps = 0;
 };
 

@@ -13,60 +13,40 @@ constexpr std::size_t kDecodedBytes = 64u << 20;
 
 RecordingSource::RecordingSource(const rig::RecordingSettings& sourceSettings,
                                  const Clock& sourceClock)
-    : GridSource(sourceClock), settings(sourceSettings), recording(sourceSettings.path)
+    : GridSource(sourceClock), settings(sourceSettings)
 {
 }
 
-SourceResult RecordingSource::open(const FrameRequest& request)
+FrameFormat RecordingSource::open(const FrameFormat& wanted)
 {
-    if (!recording.readCamera(settings.camera, reason)) {
-        return {ErrorCode::SOURCE_UNAVAILABLE, reason};
-    }
-    if (!preload()) {
-        return {ErrorCode::SOURCE_INVALID, reason};
-    }
-    scaler = std::make_unique<PictureScaler>(request.width, request.height);
-    begin({request.width, request.height, recording.framesPerSecond()}, clock.now());
-    return {};
+    recording = std::make_unique<const Recording>(settings);
+    preload();
+    scaler = std::make_unique<PictureScaler>(wanted.width, wanted.height);
+    begin(recording->framesPerSecond(), clock.now());
+    return {wanted.width, wanted.height, recording->framesPerSecond()};
 }
 
-bool RecordingSource::preload()
+void RecordingSource::preload()
 {
-    const std::vector<RecordedFrame>& frames = recording.frames();
-    if (!readPng(frames.front().file, current, reason)) {
-        return false;
-    }
-    if (current.bytes() * frames.size() > kDecodedBytes) {
-        return true;
+    const std::vector<RecordedFrame>& frames = recording->frames();
+    if (readPng(frames.front().file).bytes() * frames.size() > kDecodedBytes) {
+        return;
     }
     for (const RecordedFrame& frame : frames) {
-        Picture decoded;
-        if (!readPng(frame.file, decoded, reason)) {
-            return false;
-        }
-        pictures.push_back(std::move(decoded));
+        pictures.push_back(readPng(frame.file));
     }
-    return true;
-}
-
-const Picture* RecordingSource::picture(std::size_t index)
-{
-    if (!pictures.empty()) {
-        return &pictures[index];
-    }
-    return readPng(recording.frames()[index].file, current, reason) ? &current : nullptr;
 }
 
 Timestamp RecordingSource::captureTime(std::uint64_t number) const
 {
-    const std::size_t count = recording.frames().size();
-    const PlaybackLoop& loop = recording.loop();
-    return loop.played(recording.frames()[number % count].time, number / count * loop.duration);
+    const std::size_t count = recording->frames().size();
+    return recording->played(recording->frames()[number % count].time,
+                             number / count * recording->round());
 }
 
 std::uint64_t RecordingSource::firstAfter(Timestamp time) const
 {
-    std::uint64_t number = time / recording.loop().duration * recording.frames().size();
+    std::uint64_t number = time / recording->round() * recording->frames().size();
     while (captureTime(number) <= time) {
         ++number;
     }
@@ -78,15 +58,15 @@ std::string RecordingSource::name() const
     return "the recording " + settings.path;
 }
 
-GridSource::Drawing RecordingSource::draw(std::uint64_t number, Timestamp,
-                                          const FrameBuffer& buffer)
+bool RecordingSource::draw(std::uint64_t number, Timestamp, const FrameBuffer& buffer)
 {
-    const Picture* frame = picture(number % recording.frames().size());
-    if (frame == nullptr) {
-        return Drawing::FAILED;
+    const std::size_t index = number % recording->frames().size();
+    if (pictures.empty()) {
+        scaler->scale(readPng(recording->frames()[index].file), buffer.pixels);
+    } else {
+        scaler->scale(pictures[index], buffer.pixels);
     }
-    scaler->scale(*frame, buffer.pixels);
-    return Drawing::DONE;
+    return true;
 }
 
 }  // namespace tq

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "sdk/sources/gridsource.h"
@@ -16,23 +17,19 @@ class RecordingSource : public GridSource {
 public:
     RecordingSource(const rig::RecordingSettings& settings, const Clock& clock);
 
-    SourceResult open(const FrameRequest& request) override;
-    std::string failure() const override { return reason; }
+    FrameFormat open(const FrameFormat& wanted) override;
 
 private:
     std::string name() const override;
     Timestamp captureTime(std::uint64_t number) const override;
     std::uint64_t firstAfter(Timestamp time) const override;
-    Drawing draw(std::uint64_t number, Timestamp time, const FrameBuffer& buffer) override;
-    bool preload();
-    const Picture* picture(std::size_t index);
+    bool draw(std::uint64_t number, Timestamp time, const FrameBuffer& buffer) override;
+    void preload();
 
     const rig::RecordingSettings settings;
-    Recording recording;
+    std::unique_ptr<const Recording> recording;
     std::unique_ptr<PictureScaler> scaler;
     std::vector<Picture> pictures;  // all of them, or empty when they are read as they are played
-    Picture current;
-    std::string reason;
 };
 
 }  // namespace tq

@@ -41,14 +41,14 @@ SimulatedSource::SimulatedSource(const rig::SimulatedSettings& sourceSettings, i
 {
 }
 
-SourceResult SimulatedSource::open(const FrameRequest& request)
+FrameFormat SimulatedSource::open(const FrameFormat& wanted)
 {
-    grid = FrameGrid(request.fps);
-    scene = std::make_unique<Scene>(request.width, request.height, settings.eye, serial);
+    grid = FrameGrid(wanted.fps);
+    scene = std::make_unique<Scene>(wanted.width, wanted.height, settings.eye, serial);
     opened = clock.now();
     firstFrame = firstAfter(opened);
-    begin({request.width, request.height, request.fps}, opened);
-    return {};
+    begin(wanted.fps, opened);
+    return wanted;
 }
 
 std::string SimulatedSource::name() const
@@ -95,14 +95,13 @@ bool SimulatedSource::isLost(std::uint64_t frame, Timestamp time) const
     return settings.drop > 0 && randomAt(frame, DROP) < settings.drop;
 }
 
-GridSource::Drawing SimulatedSource::draw(std::uint64_t frame, Timestamp time,
-                                          const FrameBuffer& buffer)
+bool SimulatedSource::draw(std::uint64_t frame, Timestamp time, const FrameBuffer& buffer)
 {
     if (time >= kNever || isLost(frame, time)) {
-        return Drawing::LOST;
+        return false;
     }
     scene->render(buffer, static_cast<std::uint32_t>(frame), time);
-    return Drawing::DONE;
+    return true;
 }
 
 }  // namespace tq

@@ -16,13 +16,13 @@ class SimulatedSource : public GridSource {
 public:
     SimulatedSource(const rig::SimulatedSettings& settings, int serial, const Clock& clock);
 
-    SourceResult open(const FrameRequest& request) override;
+    FrameFormat open(const FrameFormat& wanted) override;
 
 private:
     std::string name() const override;
     Timestamp captureTime(std::uint64_t frame) const override;
     std::uint64_t firstAfter(Timestamp time) const override;
-    Drawing draw(std::uint64_t frame, Timestamp time, const FrameBuffer& buffer) override;
+    bool draw(std::uint64_t frame, Timestamp time, const FrameBuffer& buffer) override;
     bool isLost(std::uint64_t frame, Timestamp time) const;
     double randomAt(std::uint64_t frame, std::uint64_t purpose) const;
 

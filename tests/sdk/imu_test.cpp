@@ -15,7 +15,7 @@ std::vector<tq::IMUPacket> collect(const tq::ImuSource& source, tq::Timestamp fr
                                    tq::Timestamp to)
 {
     std::vector<tq::IMUPacket> packets;
-    source.collect(from, to, packets);
+    source(from, to, packets);
     return packets;
 }
 
@@ -41,18 +41,14 @@ void intoWorld(const double* q, const double* body, double* world)
 }
 
 /// One packet per millisecond, as the history's source in these tests.
-class MillisecondSource : public tq::ImuSource {
-public:
-    void collect(tq::Timestamp from, tq::Timestamp to,
-                 std::vector<tq::IMUPacket>& into) const override
-    {
-        for (tq::Timestamp time = (from / 1000000 + 1) * 1000000; time <= to; time += 1000000) {
-            tq::IMUPacket packet{};
-            packet.timestamp = time;
-            into.push_back(packet);
-        }
+void everyMillisecond(tq::Timestamp from, tq::Timestamp to, std::vector<tq::IMUPacket>& into)
+{
+    for (tq::Timestamp time = (from / 1000000 + 1) * 1000000; time <= to; time += 1000000) {
+        tq::IMUPacket packet{};
+        packet.timestamp = time;
+        into.push_back(packet);
     }
-};
+}
 
 }  // namespace
 
@@ -77,7 +73,7 @@ private slots:
 
 void ImuTest::packetsLieOnAGrid()
 {
-    const tq::SimulatedImu imu(200);
+    const tq::ImuSource imu = tq::simulatedImu(200);
     const auto packets = collect(imu, kStart, kStart + kSecond);
     QCOMPARE(packets.size(), std::size_t(200));
     for (const tq::IMUPacket& packet : packets) {
@@ -89,7 +85,7 @@ void ImuTest::packetsLieOnAGrid()
 
 void ImuTest::neighbouringRangesJoin()
 {
-    const tq::SimulatedImu imu(333);
+    const tq::ImuSource imu = tq::simulatedImu(333);
     std::vector<tq::Timestamp> joined;
     for (tq::Timestamp from = kStart; from < kStart + kSecond; from += 12345678) {
         for (const auto& packet : collect(imu, from, from + 12345678)) {
@@ -107,7 +103,7 @@ void ImuTest::gravityPointsUpAtRest()
 {
     // The ten-second cycle begins with four seconds of rest.
     for (tq::Timestamp time = 0; time < 4 * kSecond; time += 100000000) {
-        const tq::IMUPacket packet = tq::SimulatedImu::measure(1700000000ull * kSecond + time);
+        const tq::IMUPacket packet = tq::simulatedMeasurement(1700000000ull * kSecond + time);
         QCOMPARE(packet.acceleration[0], 0.0);
         QCOMPARE(packet.acceleration[1], 0.0);
         QCOMPARE(packet.acceleration[2], 9.81);
@@ -122,7 +118,7 @@ void ImuTest::gravityIsRightInMotion()
 {
     double sum[3] = {};
     double largestTilt = 0;
-    const auto packets = collect(tq::SimulatedImu(200), kStart, kStart + 10 * kSecond);
+    const auto packets = collect(tq::simulatedImu(200), kStart, kStart + 10 * kSecond);
     for (const tq::IMUPacket& packet : packets) {
         double world[3];
         intoWorld(packet.orientation, packet.acceleration, world);
@@ -144,7 +140,7 @@ void ImuTest::gyroAgreesWithOrientation()
     double q[4] = {0, 0, 0, 1};
     for (tq::Timestamp time = 0; time < 10 * kSecond; time += step) {
         const tq::Timestamp begin = 1700000000ull * kSecond + time;
-        const tq::IMUPacket middle = tq::SimulatedImu::measure(begin + step / 2);
+        const tq::IMUPacket middle = tq::simulatedMeasurement(begin + step / 2);
         const double* w = middle.angularRate;
         const double norm = std::sqrt(w[0] * w[0] + w[1] * w[1] + w[2] * w[2]);
         largestRate = std::max(largestRate, norm);
@@ -154,7 +150,7 @@ void ImuTest::gyroAgreesWithOrientation()
         double turned[4];
         multiply(q, turn, turned);
         std::copy(turned, turned + 4, q);
-        const tq::IMUPacket end = tq::SimulatedImu::measure(begin + step);
+        const tq::IMUPacket end = tq::simulatedMeasurement(begin + step);
         for (int i = 0; i < 4; ++i) {
             QVERIFY2(std::abs(q[i] - end.orientation[i]) < 1e-5, "integrated rates give the pose");
         }
@@ -165,12 +161,11 @@ void ImuTest::gyroAgreesWithOrientation()
 void ImuTest::factoryFollowsTheFrequency()
 {
     tq::rig::CameraSettings camera;
-    QVERIFY(tq::makeImuSource(camera, tq::IMU_FREQ::HIGH).source == nullptr);
+    QVERIFY(tq::makeImuSource(camera, tq::IMU_FREQ::HIGH) == nullptr);
     camera.imu.kind = tq::rig::ImuKind::SIMULATED;
     camera.imu.rate = 400;
     const auto count = [&camera](tq::IMU_FREQ frequency) {
-        return int(
-            collect(*tq::makeImuSource(camera, frequency).source, kStart, kStart + kSecond).size());
+        return int(collect(tq::makeImuSource(camera, frequency), kStart, kStart + kSecond).size());
     };
     QCOMPARE(count(tq::IMU_FREQ::HIGH), 400);
     QCOMPARE(count(tq::IMU_FREQ::LOW), 100);
@@ -179,7 +174,7 @@ void ImuTest::factoryFollowsTheFrequency()
 
 void ImuTest::batchesHoldEveryPacketOnce()
 {
-    tq::ImuHistory history(std::make_unique<MillisecondSource>(), kStart);
+    tq::ImuHistory history(everyMillisecond, kStart);
     std::uint64_t expected = 0;
     tq::Timestamp last = 0;
     for (int frame = 1; frame <= 300; ++frame) {
@@ -196,7 +191,7 @@ void ImuTest::batchesHoldEveryPacketOnce()
 
 void ImuTest::rangesAreHalfOpen()
 {
-    tq::ImuHistory history(std::make_unique<MillisecondSource>(), kStart);
+    tq::ImuHistory history(everyMillisecond, kStart);
     const tq::Timestamp base = 1700000000ull * kSecond;
     history.advance(base + 10000000);
     const auto packets = history.between(base + 2000000, base + 5000000, base + 10000000);
@@ -213,7 +208,7 @@ void ImuTest::rangesAreHalfOpen()
 
 void ImuTest::historyIsBounded()
 {
-    tq::ImuHistory history(std::make_unique<MillisecondSource>(), kStart);
+    tq::ImuHistory history(everyMillisecond, kStart);
     const tq::Timestamp end = kStart + 60 * kSecond;
     for (tq::Timestamp time = kStart; time <= end; time += kSecond / 10) {
         history.advance(time);
@@ -225,7 +220,7 @@ void ImuTest::historyIsBounded()
 
 void ImuTest::latestPacketIsNotFromTheFuture()
 {
-    tq::ImuHistory history(std::make_unique<MillisecondSource>(), kStart);
+    tq::ImuHistory history(everyMillisecond, kStart);
     const tq::Timestamp base = 1700000000ull * kSecond;
     QCOMPARE(history.latest(base - 1).timestamp, tq::Timestamp(0));
     history.advance(base + 50000000);
@@ -237,7 +232,7 @@ void ImuTest::latestPacketIsNotFromTheFuture()
 void ImuTest::firstFrameHasAPacket()
 {
     const tq::Timestamp base = 1700000000ull * kSecond;
-    tq::ImuHistory history(std::make_unique<MillisecondSource>(), base + 300000);
+    tq::ImuHistory history(everyMillisecond, base + 300000);
     history.advance(base + 400000);
     QCOMPARE(history.latest(base + 400000).timestamp, base);
     const auto packets = history.between(0, base + 1400000, base + 1400000);
@@ -246,7 +241,7 @@ void ImuTest::firstFrameHasAPacket()
     QCOMPARE(packets.back().timestamp, base + 1000000);
     QCOMPARE(packets.back().sequence, packets.front().sequence + 1);
     // The slowest unit, just before its next packet.
-    tq::ImuHistory slow(std::make_unique<tq::SimulatedImu>(1), base + kSecond - 1);
+    tq::ImuHistory slow(tq::simulatedImu(1), base + kSecond - 1);
     QCOMPARE(slow.latest(base + kSecond - 1).timestamp, base);
     // A clock that is set back begins a history as an opening does.
     history.advance(base - 3600 * kSecond + 100);
@@ -255,7 +250,7 @@ void ImuTest::firstFrameHasAPacket()
 
 void ImuTest::clockSetBackIsFollowed()
 {
-    tq::ImuHistory history(std::make_unique<MillisecondSource>(), kStart);
+    tq::ImuHistory history(everyMillisecond, kStart);
     history.advance(kStart + kSecond);
     const tq::Timestamp earlier = kStart - 3600 * kSecond;
     history.advance(earlier);
@@ -267,7 +262,7 @@ void ImuTest::clockSetBackIsFollowed()
 
 void ImuTest::clockSetForwardIsBounded()
 {
-    tq::ImuHistory history(std::make_unique<MillisecondSource>(), kStart);
+    tq::ImuHistory history(everyMillisecond, kStart);
     const tq::Timestamp later = kStart + 1000000 * kSecond;
     history.advance(later);
     QVERIFY(history.between(0, later, later).size() <= 10001);

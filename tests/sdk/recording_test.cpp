@@ -83,16 +83,26 @@ struct Player {
     Player(const tq::rig::RecordingSettings& settings, int width, int height)
         : source(settings, clock), pixels(static_cast<std::size_t>(width * height * 2))
     {
-        result = source.open({width, height, 30, false});
+        try {
+            fps = source.open({width, height, 30}).fps;
+        } catch (const tq::InvalidVideo& error) {
+            code = tq::ErrorCode::SOURCE_INVALID;
+            reason = error.what();
+        } catch (const std::runtime_error& error) {
+            code = tq::ErrorCode::SOURCE_UNAVAILABLE;
+            reason = error.what();
+        }
     }
 
-    bool next() { return source.next({pixels.data(), 0}, time) == tq::FrameResult::FRAME; }
+    bool next() { return source.next({pixels.data(), 0}, time); }
 
     TestClock clock;
     tq::RecordingSource source;
     std::vector<unsigned char> pixels;
     tq::Timestamp time = 0;
-    tq::SourceResult result;
+    int fps = 0;
+    tq::ErrorCode code = tq::ErrorCode::SUCCESS;
+    std::string reason;
 };
 
 }  // namespace
@@ -122,8 +132,8 @@ void RecordingTest::framesArePlayedInALoop()
 {
     const SyntheticRecording recording(5);
     Player player(recording.settings(), 16, 8);
-    QVERIFY2(player.result.code == tq::ErrorCode::SUCCESS, player.result.reason.c_str());
-    QCOMPARE(player.source.format().fps, 20);
+    QVERIFY2(player.code == tq::ErrorCode::SUCCESS, player.reason.c_str());
+    QCOMPARE(player.fps, 20);
     tq::Timestamp last = 0;
     int expected = -1;
     for (int i = 0; i < 23; ++i) {
@@ -245,13 +255,11 @@ void RecordingTest::longDelaysSkip()
 void RecordingTest::imuIsPlayedWithThePictures()
 {
     const SyntheticRecording recording(5);
-    tq::RecordedImu imu(recording.settings(), 1);
-    std::string reason;
-    QVERIFY2(imu.open(reason), reason.c_str());
+    const tq::ImuSource imu = tq::recordedImu(recording.settings(), 1);
     const tq::Timestamp duration = 5 * kPeriod;
     const tq::Timestamp start = 1700000000000000000 / duration * duration;
     std::vector<tq::IMUPacket> packets;
-    imu.collect(start - 1, start + 3 * duration - 1, packets);
+    imu(start - 1, start + 3 * duration - 1, packets);
     // The packet at the end of the loop would collide with the first of the next round.
     QCOMPARE(packets.size(), std::size_t(150));
     for (std::size_t i = 0; i < packets.size(); ++i) {
@@ -261,10 +269,8 @@ void RecordingTest::imuIsPlayedWithThePictures()
         QCOMPARE(packets[i].validFields,
                  std::uint32_t(tq::IMU_ACCELERATION | tq::IMU_ANGULAR_RATE));
     }
-    tq::RecordedImu thinned(recording.settings(), 4);
-    QVERIFY(thinned.open(reason));
     packets.clear();
-    thinned.collect(start - 1, start + duration - 1, packets);
+    tq::recordedImu(recording.settings(), 4)(start - 1, start + duration - 1, packets);
     QCOMPARE(packets.size(), std::size_t(13));
 }
 
@@ -273,7 +279,7 @@ void RecordingTest::longRecordingsAreDecodedAsTheyArePlayed()
     // 70 pictures of a megabyte are more than is kept decoded.
     const SyntheticRecording recording(70, 1024, 1024);
     Player player(recording.settings(), 512, 512);
-    QVERIFY2(player.result.code == tq::ErrorCode::SUCCESS, player.result.reason.c_str());
+    QVERIFY2(player.code == tq::ErrorCode::SUCCESS, player.reason.c_str());
     QVERIFY(player.next());
     int number = (player.pixels[0] - 5) / 3;
     for (int i = 0; i < 5; ++i) {
@@ -287,9 +293,13 @@ void RecordingTest::longRecordingsAreDecodedAsTheyArePlayed()
         writeText(recording.file(QString("cam0/data/%1.png").arg(i)), "no picture");
     }
     tq::Timestamp time = 0;
-    QVERIFY(player.source.next({player.pixels.data(), 0}, time) == tq::FrameResult::FAILED);
-    QVERIFY2(player.source.failure().find(".png: ") != std::string::npos,
-             player.source.failure().c_str());
+    std::string reason;
+    try {
+        player.source.next({player.pixels.data(), 0}, time);
+    } catch (const tq::InvalidVideo& error) {
+        reason = error.what();
+    }
+    QVERIFY2(reason.find(".png: ") != std::string::npos, reason.c_str());
 }
 
 void RecordingTest::malformedRecordings_data()
@@ -357,10 +367,9 @@ void RecordingTest::malformedRecordings()
         writeText(path, content.toUtf8());
     }
     const Player player(recording.settings(), 16, 8);
-    QCOMPARE(static_cast<int>(player.result.code), code);
-    QVERIFY2(QString::fromStdString(player.result.reason).contains(reason),
-             player.result.reason.c_str());
-    QVERIFY(player.result.reason.find('\n') == std::string::npos);
+    QCOMPARE(static_cast<int>(player.code), code);
+    QVERIFY2(QString::fromStdString(player.reason).contains(reason), player.reason.c_str());
+    QVERIFY(player.reason.find('\n') == std::string::npos);
 }
 
 void RecordingTest::malformedImuIsReported()
@@ -370,9 +379,12 @@ void RecordingTest::malformedImuIsReported()
     for (const char* text : {"", "1,2,3\n", "1400000000000000000,0,0,0,0,0,x\n",
                              "5,0,0,0,0,0,nan\n", "5,0,0,0,0,0,0\n"}) {
         writeText(recording.file("imu0/data.csv"), text);
-        tq::RecordedImu imu(recording.settings(), 1);
         reason.clear();
-        QVERIFY(!imu.open(reason));
+        try {
+            tq::recordedImu(recording.settings(), 1);
+        } catch (const std::runtime_error& error) {
+            reason = error.what();
+        }
         QVERIFY2(reason.find("imu0/data.csv: ") != std::string::npos, reason.c_str());
     }
     TemporaryRig rig;
@@ -391,20 +403,18 @@ void RecordingTest::realRecordingIsPlayedWhole()
     const std::string path = kRealData.toStdString();
     Player left({path, "cam0"}, 752, 480);
     Player right({path, "cam1"}, 752, 480);
-    QVERIFY2(left.result.code == tq::ErrorCode::SUCCESS, left.result.reason.c_str());
-    QVERIFY2(right.result.code == tq::ErrorCode::SUCCESS, right.result.reason.c_str());
-    QCOMPARE(left.source.format().fps, 20);
-    tq::Recording recording(path);
-    std::string reason;
-    QVERIFY(recording.readCamera("cam0", reason));
+    QVERIFY2(left.code == tq::ErrorCode::SUCCESS, left.reason.c_str());
+    QVERIFY2(right.code == tq::ErrorCode::SUCCESS, right.reason.c_str());
+    QCOMPARE(left.fps, 20);
+    const tq::Recording recording({path, "cam0"});
     QCOMPARE(recording.frames().size(), std::size_t(40));
-    const tq::PlaybackLoop loop = recording.loop();
     QSet<std::size_t> seen;
     std::size_t last = 0;
     for (int i = 0; i < 81; ++i) {
         QVERIFY(left.next() && right.next());
         QCOMPARE(left.time, right.time);
-        const tq::Timestamp recorded = loop.first + left.time % loop.duration;
+        const tq::Timestamp recorded =
+            recording.frames().front().time + left.time % recording.round();
         const auto found = std::find_if(
             recording.frames().begin(), recording.frames().end(),
             [recorded](const tq::RecordedFrame& frame) { return frame.time == recorded; });
@@ -415,8 +425,7 @@ void RecordingTest::realRecordingIsPlayedWhole()
         }
         last = number;
         seen << number;
-        tq::Picture picture;
-        QVERIFY(tq::readPng(found->file, picture, reason));
+        const tq::Picture picture = tq::readPng(found->file);
         bool equal = true;
         for (std::size_t k = 0; k < picture.luma.size(); ++k) {
             equal = equal && picture.luma[k] == left.pixels[2 * k];
