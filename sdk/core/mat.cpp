@@ -2,9 +2,9 @@
 // Reference-counted image buffer on a pool of pixel memory.
 #include "tq_kor/mat.h"
 
-#include <array>
-#include <atomic>
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <mutex>
@@ -15,8 +15,6 @@
 
 #include <sys/mman.h>
 
-#include "cmake/threadsanitizer.h"
-
 namespace tq {
 
 namespace {
@@ -25,16 +23,11 @@ constexpr std::size_t kAlignment = 64;
 constexpr std::size_t kMappedBytes = 1u << 20;
 constexpr std::size_t kMaxPooledBytes = 128u << 20;
 
-}  // namespace
+/// Releases what allocate() gave.
+struct Release {
+    std::size_t bytes = 0;
 
-namespace detail {
-
-/// Pixel memory shared by the copies of one image. What is large is mapped, so that the system has
-/// it back when it is freed, whatever lies beside it in the heap.
-class PixelStorage {
-public:
-    explicit PixelStorage(std::size_t byteCount) : bytes(byteCount), pixels(allocate(byteCount)) {}
-    ~PixelStorage()
+    void operator()(std::uint8_t* pixels) const noexcept
     {
         if (bytes >= kMappedBytes) {
             munmap(pixels, bytes);
@@ -42,93 +35,79 @@ public:
             ::operator delete (pixels, std::align_val_t{kAlignment});
         }
     }
-    PixelStorage(const PixelStorage&) = delete;
-    PixelStorage& operator=(const PixelStorage&) = delete;
-
-    /// One more image holds these pixels. A copy may have come from another thread.
-    void share() noexcept
-    {
-        references.fetch_add(1, std::memory_order_relaxed);
-        threadsanitizer::release(this);
-        threadsanitizer::acquire(this);
-    }
-
-    const std::size_t bytes;
-    std::uint8_t* const pixels;
-    std::atomic<int> references{1};
-
-private:
-    static std::uint8_t* allocate(std::size_t byteCount)
-    {
-        if (byteCount < kMappedBytes) {
-            return static_cast<std::uint8_t*>(
-                ::operator new (byteCount, std::align_val_t{kAlignment}));
-        }
-        void* const memory =
-            mmap(nullptr, byteCount, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (memory == MAP_FAILED) {
-            throw std::bad_alloc();
-        }
-        return static_cast<std::uint8_t*>(memory);
-    }
 };
+using Memory = std::unique_ptr<std::uint8_t, Release>;
+
+/// Pixel memory. What is large is mapped, so that the system has it back when it is freed, whatever
+/// lies beside it in the heap.
+Memory allocate(std::size_t bytes)
+{
+    void* const memory = bytes < kMappedBytes ? ::operator new (bytes, std::align_val_t{kAlignment})
+                                              : mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
+                                                     MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    return Memory(static_cast<std::uint8_t*>(memory), Release{bytes});
+}
 
 /// Keeps released pixel memory for the next image of the same size, up to kMaxPooledBytes.
 class PixelPool {
 public:
-    PixelStorage* take(std::size_t bytes)
+    /// Pixels that come back when their last image goes.
+    std::shared_ptr<std::uint8_t> take(std::size_t bytes)
     {
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            for (std::size_t i = spare.size(); i-- > 0;) {
-                if (spare[i]->bytes == bytes) {
-                    PixelStorage* storage = spare[i].release();
-                    spare.erase(spare.begin() + static_cast<std::ptrdiff_t>(i));
-                    pooledBytes -= bytes;
-                    storage->references.store(1, std::memory_order_relaxed);
-                    return storage;
-                }
-            }
-        }
-        return new PixelStorage(bytes);
-    }
-
-    void giveBack(PixelStorage* storage) noexcept
-    {
-        std::unique_ptr<PixelStorage> owned(storage);
-        std::unique_ptr<PixelStorage> evicted;  // released after the lock
-        const std::lock_guard<std::mutex> lock(mutex);
-        if (owned->bytes > kMaxPooledBytes) {
-            evicted = std::move(owned);
-            return;
-        }
-        // The size in use is the newest; older sizes make room for it.
-        while (pooledBytes + owned->bytes > kMaxPooledBytes) {
-            pooledBytes -= spare.front()->bytes;
-            spare.erase(spare.begin());
-        }
-        pooledBytes += owned->bytes;
-        try {
-            spare.push_back(std::move(owned));
-        } catch (const std::bad_alloc&) {
-            pooledBytes -= owned->bytes;
-        }
+        return {takeMemory(bytes).release(),
+                [this, bytes](std::uint8_t* pixels) { giveBack(Memory(pixels, Release{bytes})); }};
     }
 
 private:
+    Memory takeMemory(std::size_t bytes)
+    {
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            const auto found = std::find_if(
+                spare.rbegin(), spare.rend(),
+                [bytes](const Memory& memory) { return memory.get_deleter().bytes == bytes; });
+            if (found != spare.rend()) {
+                Memory memory = std::move(*found);
+                spare.erase(std::next(found).base());
+                pooledBytes -= bytes;
+                return memory;
+            }
+        }
+        return allocate(bytes);
+    }
+
+    void giveBack(Memory memory) noexcept
+    {
+        const std::size_t bytes = memory.get_deleter().bytes;
+        if (bytes > kMaxPooledBytes) {
+            return;
+        }
+        const std::lock_guard<std::mutex> lock(mutex);
+        // The size in use is the newest; older sizes make room for it.
+        while (pooledBytes + bytes > kMaxPooledBytes) {
+            pooledBytes -= spare.front().get_deleter().bytes;
+            spare.erase(spare.begin());
+        }
+        try {
+            spare.push_back(std::move(memory));
+            pooledBytes += bytes;
+        } catch (const std::bad_alloc&) {
+            return;  // then the system has it back
+        }
+    }
+
     std::mutex mutex;
-    std::vector<std::unique_ptr<PixelStorage>> spare;
+    std::vector<Memory> spare;
     std::size_t pooledBytes = 0;
 };
 
-}  // namespace detail
-
-namespace {
-
 // Never destroyed, so that images with static lifetime may be released at any point of the exit.
-detail::PixelPool& pool()
+PixelPool& pool()
 {
-    static auto* const instance = new detail::PixelPool;
+    static auto* const instance = new PixelPool;
     return *instance;
 }
 
@@ -152,47 +131,15 @@ std::size_t bytesPerPixel(MAT_TYPE type) noexcept
 
 Mat::Mat() noexcept = default;
 
-Mat::Mat(const Mat& other) noexcept
-    : storage(other.storage),
-      width(other.width),
-      height(other.height),
-      step(other.step),
-      type(other.type),
-      timestamp(other.timestamp)
-{
-    if (storage != nullptr) {
-        storage->share();
-    }
-}
+Mat::Mat(const Mat& other) noexcept = default;
 
-Mat& Mat::operator=(const Mat& other) noexcept
-{
-    if (this != &other) {
-        if (other.storage != nullptr) {
-            other.storage->share();
-        }
-        release();
-        storage = other.storage;
-        width = other.width;
-        height = other.height;
-        step = other.step;
-        type = other.type;
-        timestamp = other.timestamp;
-    }
-    return *this;
-}
+Mat& Mat::operator=(const Mat& other) noexcept = default;
 
-Mat::~Mat()
-{
-    release();
-}
+Mat::~Mat() = default;
 
 void Mat::release() noexcept
 {
-    if (storage != nullptr && storage->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        pool().giveBack(storage);
-    }
-    storage = nullptr;
+    storage.reset();
     width = 0;
     height = 0;
     step = 0;
@@ -228,25 +175,15 @@ void Mat::clone(const Mat& other)
     if (this == &other) {
         return;
     }
-    if (other.storage == nullptr) {
-        release();
-        type = other.type;
-        timestamp = other.timestamp;
-        return;
+    // Given back first: pixels of the right size that nobody else holds are those that come back.
+    release();
+    std::shared_ptr<std::uint8_t> pixels;
+    if (other.storage != nullptr) {
+        pixels = pool().take(other.step * other.height);
+        std::memcpy(pixels.get(), other.storage.get(), other.step * other.height);
     }
-    const bool reusable = storage != nullptr && storage != other.storage &&
-                          storage->bytes == other.storage->bytes &&
-                          storage->references.load(std::memory_order_acquire) == 1;
-    if (!reusable) {
-        release();
-        storage = pool().take(other.storage->bytes);
-    }
-    width = other.width;
-    height = other.height;
-    step = other.step;
-    type = other.type;
-    timestamp = other.timestamp;
-    std::memcpy(storage->pixels, other.storage->pixels, storage->bytes);
+    *this = other;
+    storage = std::move(pixels);
 }
 
 std::size_t Mat::getStepBytes(MEM memory) const noexcept
@@ -256,7 +193,7 @@ std::size_t Mat::getStepBytes(MEM memory) const noexcept
 
 std::uint8_t* Mat::data(MEM memory) const noexcept
 {
-    return storage != nullptr && inHostMemory(memory) ? storage->pixels : nullptr;
+    return inHostMemory(memory) ? storage.get() : nullptr;
 }
 
 }  // namespace tq

@@ -2,13 +2,11 @@
 // Reference-counted image buffer.
 #pragma once
 
+#include <memory>
+
 #include "tq_kor/types.h"
 
 namespace tq {
-
-namespace detail {
-class PixelStorage;
-}
 
 /// An image in processor memory. Copies share the pixels; clone() makes a deep copy.
 ///
@@ -57,15 +55,16 @@ private:
     std::uint8_t* data(MEM memory) const noexcept;
     void release() noexcept;
 
-    detail::PixelStorage* storage = nullptr;
+    [[maybe_unused]] std::uint64_t reserved0 = 0;
     std::uint64_t width = 0;
     std::uint64_t height = 0;
     std::uint64_t step = 0;
     MAT_TYPE type = MAT_TYPE::U8_C2;
     [[maybe_unused]] std::int32_t reserved36 = 0;
-    [[maybe_unused]] std::uint64_t reserved40[10] = {};
+    std::shared_ptr<std::uint8_t> storage;
+    [[maybe_unused]] std::uint64_t reserved56[8] = {};
     // Capture time; users of the library read and write it at byte 120.
-    Timestamp timestamp = 0;
+    [[maybe_unused]] Timestamp timestamp = 0;
 
     friend struct MatLayout;
 };
