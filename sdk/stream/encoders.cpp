@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <sstream>
 #include <thread>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 #include "sdk/core/glibptr.h"
@@ -23,8 +23,6 @@ constexpr GstClockTime kTrialTimeout = 5 * GST_SECOND;
 // Hardware H.264 encoders often stop here, and so do many decoders.
 constexpr int kWidestH264 = 4096;
 
-using Settings = std::vector<std::pair<std::string, std::string>>;
-
 struct KnownEncoder {
     const char* element;
     Codec codec;
@@ -32,87 +30,11 @@ struct KnownEncoder {
     GstVideoFormat inputFormat;
     const char* before;  // between our buffers and the encoder
     const char* after;
-    Settings (*settings)(const VideoFormat& format);
+    std::string settings;  // name=value, with blanks between
 };
 
-std::string threadCount()
-{
-    return std::to_string(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
-}
-
-std::string number(int value)
-{
-    return std::to_string(value);
-}
-
-Settings jetsonSettings(const VideoFormat& format)
-{
-    return {{"bitrate", number(format.bitrate * 1000)},
-            {"control-rate", "1"},
-            {"iframeinterval", number(format.keyFrameInterval)},
-            {"idrinterval", number(format.keyFrameInterval)},
-            {"insert-sps-pps", "true"},
-            {"preset-level", "1"},
-            {"maxperf-enable", "true"}};
-}
-
-Settings vaSettings(const VideoFormat& format)
-{
-    return {{"bitrate", number(format.bitrate)},
-            {"rate-control", "cbr"},
-            {"key-int-max", number(std::min(format.keyFrameInterval, 1024))},
-            {"b-frames", "0"},
-            {"ref-frames", "1"},
-            {"target-usage", "7"}};
-}
-
-Settings vaapiSettings(const VideoFormat& format)
-{
-    return {{"bitrate", number(format.bitrate)},
-            {"rate-control", "cbr"},
-            {"keyframe-period", number(format.keyFrameInterval)},
-            {"max-bframes", "0"},
-            {"refs", "1"},
-            {"quality-level", "7"}};
-}
-
-Settings x264Settings(const VideoFormat& format)
-{
-    // The small buffer keeps key frames small, so that they cross the network in one frame time.
-    return {{"speed-preset", "ultrafast"},
-            {"tune", "zerolatency"},
-            {"aud", "false"},
-            {"sliced-threads", "true"},
-            {"threads", threadCount()},
-            {"bitrate", number(format.bitrate)},
-            {"vbv-buf-capacity", "300"},
-            {"key-int-max", number(format.keyFrameInterval)},
-            {"bframes", "0"}};
-}
-
-Settings openH264Settings(const VideoFormat& format)
-{
-    return {{"bitrate", number(format.bitrate * 1000)},
-            {"rate-control", "bitrate"},
-            {"gop-size", number(format.keyFrameInterval)},
-            {"complexity", "low"},
-            {"usage-type", "camera"},
-            {"slice-mode", "n-slices"},
-            {"num-slices", threadCount()},
-            {"multi-thread", threadCount()},
-            {"enable-frame-skip", "false"}};
-}
-
-Settings x265Settings(const VideoFormat& format)
-{
-    return {{"speed-preset", "ultrafast"},
-            {"tune", "zerolatency"},
-            {"bitrate", number(format.bitrate)},
-            {"key-int-max", number(format.keyFrameInterval)},
-            {"log-level", "error"}};
-}
-
-const std::vector<KnownEncoder>& knownEncoders()
+/// In the order of preference.
+std::vector<KnownEncoder> knownEncoders(const VideoFormat& format)
 {
     constexpr const char* kToJetson = "nvvidconv ! video/x-raw(memory:NVMM),format=NV12 ! ";
     constexpr auto kI420 = GST_VIDEO_FORMAT_I420;
@@ -123,32 +45,59 @@ const std::vector<KnownEncoder>& knownEncoders()
     constexpr const char* kParseH265 =
         " ! h265parse config-interval=-1 ! video/x-h265,stream-format=byte-stream,alignment=au";
     constexpr const char* kByteStream = " ! video/x-h264,stream-format=byte-stream";
-    static const std::vector<KnownEncoder> encoders = {
-        {"nvv4l2h264enc", Codec::H264, true, kNV12, kToJetson, kParseH264, jetsonSettings},
-        {"nvv4l2h265enc", Codec::H265, true, kNV12, kToJetson, kParseH265, jetsonSettings},
-        {"vah264enc", Codec::H264, true, kNV12, "", kParseH264, vaSettings},
-        {"vah265enc", Codec::H265, true, kNV12, "", kParseH265, vaSettings},
-        {"vaapih264enc", Codec::H264, true, kNV12, "", kParseH264, vaapiSettings},
-        {"vaapih265enc", Codec::H265, true, kNV12, "", kParseH265, vaapiSettings},
-        {"x264enc", Codec::H264, false, kNV12, "", kByteStream, x264Settings},
-        {"openh264enc", Codec::H264, false, kI420, "", kByteStream, openH264Settings},
-        {"x265enc", Codec::H265, false, kI420, "", kParseH265, x265Settings},
+
+    const std::string kbits = "bitrate=" + std::to_string(format.bitrate);
+    const std::string bits = "bitrate=" + std::to_string(format.bitrate * 1000);
+    const std::string interval = std::to_string(format.keyFrameInterval);
+    const std::string threads =
+        std::to_string(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
+    const std::string jetson = bits + " control-rate=1 iframeinterval=" + interval +
+                               " idrinterval=" + interval +
+                               " insert-sps-pps=true preset-level=1 maxperf-enable=true";
+    const std::string va = kbits + " rate-control=cbr key-int-max=" +
+                           std::to_string(std::min(format.keyFrameInterval, 1024)) +
+                           " b-frames=0 ref-frames=1 target-usage=7";
+    const std::string vaapi = kbits + " rate-control=cbr keyframe-period=" + interval +
+                              " max-bframes=0 refs=1 quality-level=7";
+    // The small buffer keeps key frames small, so that they cross the network in one frame time.
+    const std::string x264 = kbits +
+                             " speed-preset=ultrafast tune=zerolatency aud=false"
+                             " sliced-threads=true vbv-buf-capacity=300 bframes=0 threads=" +
+                             threads + " key-int-max=" + interval;
+    const std::string openH264 = bits +
+                                 " rate-control=bitrate complexity=low usage-type=camera"
+                                 " slice-mode=n-slices enable-frame-skip=false gop-size=" +
+                                 interval + " num-slices=" + threads + " multi-thread=" + threads;
+    const std::string x265 =
+        kbits + " speed-preset=ultrafast tune=zerolatency log-level=error key-int-max=" + interval;
+    return {
+        {"nvv4l2h264enc", Codec::H264, true, kNV12, kToJetson, kParseH264, jetson},
+        {"nvv4l2h265enc", Codec::H265, true, kNV12, kToJetson, kParseH265, jetson},
+        {"vah264enc", Codec::H264, true, kNV12, "", kParseH264, va},
+        {"vah265enc", Codec::H265, true, kNV12, "", kParseH265, va},
+        {"vaapih264enc", Codec::H264, true, kNV12, "", kParseH264, vaapi},
+        {"vaapih265enc", Codec::H265, true, kNV12, "", kParseH265, vaapi},
+        {"x264enc", Codec::H264, false, kNV12, "", kByteStream, x264},
+        {"openh264enc", Codec::H264, false, kI420, "", kByteStream, openH264},
+        {"x265enc", Codec::H265, false, kI420, "", kParseH265, x265},
     };
-    return encoders;
 }
 
-/// The launch line, with those settings that the installed version of the element has.
-std::string describe(const KnownEncoder& encoder, const VideoFormat& format)
+/// The launch line, with those settings that the installed version of the element has. Empty when
+/// it is not installed.
+std::string describe(const KnownEncoder& encoder)
 {
-    std::string line = encoder.before + std::string(encoder.element) + " name=encoder";
     const GObjectPtr<GstElement> probe(gst_element_factory_make(encoder.element, nullptr));
     if (!probe) {
         return {};
     }
     gst_object_ref_sink(probe.get());
-    for (const auto& [name, value] : encoder.settings(format)) {
+    std::string line = encoder.before + std::string(encoder.element) + " name=encoder";
+    std::istringstream settings(encoder.settings);
+    for (std::string setting; settings >> setting;) {
+        const std::string name = setting.substr(0, setting.find('='));
         if (g_object_class_find_property(G_OBJECT_GET_CLASS(probe.get()), name.c_str())) {
-            line.append(1, ' ').append(name).append(1, '=').append(value);
+            line += " " + setting;
         }
     }
     return line + encoder.after;
@@ -215,18 +164,17 @@ bool works(const EncoderChoice& choice, const VideoFormat& format)
         return known->second;
     }
     const TrialResult result = encodeAPicture(choice, format);
-    const bool success = result == TrialResult::WORKS;
     if (result != TrialResult::NO_ANSWER) {
-        results[key] = success;
+        results[key] = result == TrialResult::WORKS;
     }
-    return success;
+    return result == TrialResult::WORKS;
 }
 
 std::vector<KnownEncoder> candidates(const VideoFormat& format, rig::CodecChoice codec,
                                      const std::string& element)
 {
     std::vector<KnownEncoder> list;
-    for (const KnownEncoder& encoder : knownEncoders()) {
+    for (const KnownEncoder& encoder : knownEncoders(format)) {
         const bool codecFits = codec == rig::CodecChoice::AUTO ||
                                (codec == rig::CodecChoice::H264) == (encoder.codec == Codec::H264);
         if (codecFits && (element.empty() || element == encoder.element)) {
@@ -270,7 +218,7 @@ std::optional<EncoderChoice> chooseEncoder(const VideoFormat& format, rig::Codec
         choice.element = encoder.element;
         choice.codec = encoder.codec;
         choice.inputFormat = encoder.inputFormat;
-        choice.description = describe(encoder, format);
+        choice.description = describe(encoder);
         if (!choice.description.empty() && works(choice, format)) {
             return choice;
         }
@@ -278,8 +226,8 @@ std::optional<EncoderChoice> chooseEncoder(const VideoFormat& format, rig::Codec
                  (choice.description.empty() ? " (not installed)" : " (fails)");
     }
     reason = tried.empty() ? "no encoder called \"" + element + "\" is known for this codec"
-                           : "no video encoder works for " + number(format.width) + "x" +
-                                 number(format.codedHeight()) + ": " + tried;
+                           : "no video encoder works for " + std::to_string(format.width) + "x" +
+                                 std::to_string(format.codedHeight()) + ": " + tried;
     return std::nullopt;
 }
 

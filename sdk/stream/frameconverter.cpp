@@ -9,8 +9,6 @@
 #include <cstring>
 #include <utility>
 
-#include "sdk/stream/encoders.h"
-
 namespace tq::stream {
 
 namespace {

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "sdk/core/glibptr.h"
-#include "sdk/stream/videoformat.h"
+#include "sdk/stream/encoders.h"
 
 namespace tq::stream {
 
