@@ -9,7 +9,6 @@
 #include <cstring>
 #include <mutex>
 #include <string>
-#include <utility>
 
 #include "sdk/core/log.h"
 #include "sdk/stream/packetforwarder.h"
@@ -18,19 +17,13 @@ namespace tq::stream {
 
 namespace {
 
-constexpr const char* kIdentityKey = "kor-identity";
+constexpr const char* kFeedKey = "kor-feed";
 constexpr GstClockTime kNtpEpochOffset = G_GUINT64_CONSTANT(2208988800) * GST_SECOND;
 constexpr guint kNtpExtensionId = 1;
 constexpr guint kMostTcpBacklog = 8u << 20;  // bytes; some seconds of video
 constexpr unsigned kVideoPacketsPerMillisecond = 64;
 constexpr unsigned kDataPacketsPerMillisecond = 16;
 constexpr const char* kNtpExtensionElement = "rtphdrextntp64";  // GStreamer 1.22
-
-/// What a factory needs to set up a media.
-struct MediaPlan {
-    FrameRecord identity;
-    std::shared_ptr<StreamFeed> feed;
-};
 
 void addAttribute(GstSDPMessage* sdp, const char* name, const std::string& value)
 {
@@ -51,66 +44,48 @@ void describeStream(GstSDPMessage* sdp, const FrameRecord& identity)
     addAttribute(sdp, "x-kor-device-version", std::to_string(identity.deviceVersion));
 }
 
-}  // namespace
-
-// A media whose session description names the virtual camera.
-struct StereoMedia {
-    GstRTSPMedia parent;
-};
-
-struct StereoMediaClass {
-    GstRTSPMediaClass parent;
-};
-
-static GType stereo_media_get_type();
-G_DEFINE_TYPE(StereoMedia, stereo_media, GST_TYPE_RTSP_MEDIA)
-
-static gboolean setupDescription(GstRTSPMedia* media, GstSDPMessage* sdp, GstSDPInfo* info)
+gboolean setupDescription(GstRTSPMedia* media, GstSDPMessage* sdp, GstSDPInfo* info)
 {
-    auto* base = GST_RTSP_MEDIA_CLASS(stereo_media_parent_class);
+    auto* base = GST_RTSP_MEDIA_CLASS(g_type_class_peek(GST_TYPE_RTSP_MEDIA));
     if (!base->setup_sdp(media, sdp, info)) {
         return FALSE;
     }
-    if (const auto* identity =
-            static_cast<FrameRecord*>(g_object_get_data(G_OBJECT(media), kIdentityKey))) {
-        describeStream(sdp, *identity);
+    if (gpointer const feed = g_object_get_data(G_OBJECT(media), kFeedKey)) {
+        describeStream(sdp, SharedData<StreamFeed>::get(feed)->streamIdentity());
     }
     return TRUE;
 }
 
-static void stereo_media_class_init(StereoMediaClass* type)
+/// A type that differs from its parent in what @p initialise changes in its class.
+GType derive(GType parent, const char* name, GClassInitFunc initialise)
 {
-    GST_RTSP_MEDIA_CLASS(type)->setup_sdp = setupDescription;
+    GTypeQuery query;
+    g_type_query(parent, &query);
+    return g_type_register_static_simple(parent, name, query.class_size, initialise,
+                                         query.instance_size, nullptr, GTypeFlags(0));
 }
 
-static void stereo_media_init(StereoMedia*) {}
-
-// A factory whose clients share one media however they spell the address. The library's own key
-// has the port and the query in it, and a client behind a port forwarding names another port.
-struct StereoMediaFactory {
-    GstRTSPMediaFactory parent;
-};
-
-struct StereoMediaFactoryClass {
-    GstRTSPMediaFactoryClass parent;
-};
-
-static GType stereo_media_factory_get_type();
-G_DEFINE_TYPE(StereoMediaFactory, stereo_media_factory, GST_TYPE_RTSP_MEDIA_FACTORY)
-
-static gchar* sameKeyForAll(GstRTSPMediaFactory*, const GstRTSPUrl*)
+/// A media whose session description names the virtual camera.
+GType mediaType()
 {
-    return g_strdup("stereo");
+    static const GType type =
+        derive(GST_TYPE_RTSP_MEDIA, "StereoMedia", [](gpointer media, gpointer) {
+            GST_RTSP_MEDIA_CLASS(media)->setup_sdp = setupDescription;
+        });
+    return type;
 }
 
-static void stereo_media_factory_class_init(StereoMediaFactoryClass* type)
+/// A factory whose clients share one media however they spell the address. The library's own key
+/// has the port and the query in it, and a client behind a port forwarding names another port.
+GType factoryType()
 {
-    GST_RTSP_MEDIA_FACTORY_CLASS(type)->gen_key = sameKeyForAll;
+    static const GType type =
+        derive(GST_TYPE_RTSP_MEDIA_FACTORY, "StereoMediaFactory", [](gpointer factory, gpointer) {
+            GST_RTSP_MEDIA_FACTORY_CLASS(factory)->gen_key =
+                [](GstRTSPMediaFactory*, const GstRTSPUrl*) { return g_strdup("stereo"); };
+        });
+    return type;
 }
-
-static void stereo_media_factory_init(StereoMediaFactory*) {}
-
-namespace {
 
 void onNeedData(GstAppSrc* source, guint, gpointer data)
 {
@@ -139,11 +114,6 @@ GstPadProbeReturn addCaptureTime(GstPad*, GstPadProbeInfo* info, gpointer data)
     return GST_PAD_PROBE_OK;
 }
 
-void releaseCaps(gpointer caps)
-{
-    gst_caps_unref(static_cast<GstCaps*>(caps));
-}
-
 /// Every frame's first packet carries the capture time as RFC 6051 has it.
 void addNtpExtension(GstElement* payloader)
 {
@@ -162,7 +132,8 @@ void addNtpExtension(GstElement* payloader)
     g_signal_emit_by_name(payloader, "add-extension", extension.get());
     const GObjectPtr<GstPad> sink(gst_element_get_static_pad(payloader, "sink"));
     gst_pad_add_probe(sink.get(), GST_PAD_PROBE_TYPE_BUFFER, addCaptureTime,
-                      gst_caps_new_empty_simple("timestamp/x-ntp"), releaseCaps);
+                      gst_caps_new_empty_simple("timestamp/x-ntp"),
+                      [](gpointer caps) { gst_caps_unref(static_cast<GstCaps*>(caps)); });
 }
 
 // Packets leave when they are there. Waiting for their time would add latency, and would stop the
@@ -240,18 +211,10 @@ void onUnprepared(GstRTSPMedia* media, gpointer data)
     SharedData<StreamFeed>::get(data)->detach(element.get());
 }
 
-void releaseIdentity(gpointer identity)
+void connect(gpointer object, const char* signal, GCallback handler,
+             const std::shared_ptr<StreamFeed>& feed)
 {
-    std::unique_ptr<FrameRecord> owner(static_cast<FrameRecord*>(identity));
-}
-
-void watchMedia(GstRTSPMedia* media, const std::shared_ptr<StreamFeed>& feed)
-{
-    g_signal_connect_data(media, "new-state", G_CALLBACK(onNewState),
-                          SharedData<StreamFeed>::make(feed),
-                          SharedData<StreamFeed>::releaseClosure, GConnectFlags(0));
-    g_signal_connect_data(media, "unprepared", G_CALLBACK(onUnprepared),
-                          SharedData<StreamFeed>::make(feed),
+    g_signal_connect_data(object, signal, handler, SharedData<StreamFeed>::make(feed),
                           SharedData<StreamFeed>::releaseClosure, GConnectFlags(0));
 }
 
@@ -264,59 +227,53 @@ void forwardPacketsOf(GstBin* bin, const char* payloader, unsigned packetsPerMil
 
 void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
 {
-    const std::shared_ptr<MediaPlan> shared = SharedData<MediaPlan>::get(data);
-    const MediaPlan& plan = *shared;
+    const std::shared_ptr<StreamFeed> feed = SharedData<StreamFeed>::get(data);
     const GObjectPtr<GstElement> element(gst_rtsp_media_get_element(media));
-    g_object_set_data_full(G_OBJECT(media), kIdentityKey,
-                           std::make_unique<FrameRecord>(plan.identity).release(), releaseIdentity);
+    g_object_set_data_full(G_OBJECT(media), kFeedKey, SharedData<StreamFeed>::make(feed),
+                           SharedData<StreamFeed>::release);
     const GObjectPtr<GstObject> pipeline(gst_object_get_parent(GST_OBJECT(element.get())));
     g_signal_connect(pipeline.get(), "deep-element-added", G_CALLBACK(onElementAdded), nullptr);
     useRealTimeClock(media, GST_ELEMENT(pipeline.get()));
 
     GstBin* bin = GST_BIN(element.get());
     const GObjectPtr<GstElement> video(gst_bin_get_by_name(bin, "video"));
-    configureVideoSource(GST_APP_SRC(video.get()), plan.feed);
+    configureVideoSource(GST_APP_SRC(video.get()), feed);
     const GObjectPtr<GstElement> payloader(gst_bin_get_by_name(bin, "pay0"));
     addNtpExtension(payloader.get());
     forwardPacketsOf(bin, "pay0", kVideoPacketsPerMillisecond);
     forwardPacketsOf(bin, "pay1", kDataPacketsPerMillisecond);
-    watchMedia(media, plan.feed);
-    plan.feed->attach(element.get());
-}
-
-std::string payloaderLine(Codec codec)
-{
-    return codec == Codec::H264 ? "rtph264pay" : "rtph265pay";
+    connect(media, "new-state", G_CALLBACK(onNewState), feed);
+    connect(media, "unprepared", G_CALLBACK(onUnprepared), feed);
+    feed->attach(element.get());
 }
 
 // appsrc "video" holds one frame at most: the feed keeps what waits. The queue gives the network a
 // thread of its own, so that sending does not hold up the encoder.
 std::string launchLine(const EncoderChoice& encoder, const rig::StreamSettings& settings,
-                       const FrameRecord& identity)
+                       std::uint32_t serial)
 {
     const std::string common = " timestamp-offset=0 mtu=" + std::to_string(settings.mtu);
     return "( appsrc name=video is-live=true format=time max-buffers=1 max-bytes=0 ! " +
            encoder.description + " ! queue max-size-buffers=8 max-size-bytes=0 max-size-time=0 ! " +
-           payloaderLine(encoder.codec) + " name=pay0 pt=96 config-interval=0 " +
-           "aggregate-mode=zero-latency ssrc=" + std::to_string(videoSsrc(identity.serial)) +
-           common +
+           (encoder.codec == Codec::H264 ? "rtph264pay" : "rtph265pay") +
+           " name=pay0 pt=96 config-interval=0 " +
+           "aggregate-mode=zero-latency ssrc=" + std::to_string(videoSsrc(serial)) + common +
            " appsrc name=data is-live=true format=time max-bytes=4194304 leaky-type=downstream "
            "caps=\"meta/x-klv,parsed=(boolean)true\" ! rtpklvpay name=pay1 pt=97 ssrc=" +
-           std::to_string(dataSsrc(identity.serial)) + common + " )";
+           std::to_string(dataSsrc(serial)) + common + " )";
 }
 
 }  // namespace
 
 GObjectPtr<GstRTSPMediaFactory> makeStereoMediaFactory(const EncoderChoice& encoder,
                                                        const rig::StreamSettings& settings,
-                                                       const FrameRecord& identity,
-                                                       std::shared_ptr<StreamFeed> feed)
+                                                       const std::shared_ptr<StreamFeed>& feed)
 {
     GObjectPtr<GstRTSPMediaFactory> factory(
-        GST_RTSP_MEDIA_FACTORY(g_object_new(stereo_media_factory_get_type(), nullptr)));
-    gst_rtsp_media_factory_set_launch(factory.get(),
-                                      launchLine(encoder, settings, identity).c_str());
-    gst_rtsp_media_factory_set_media_gtype(factory.get(), stereo_media_get_type());
+        GST_RTSP_MEDIA_FACTORY(g_object_new(factoryType(), nullptr)));
+    gst_rtsp_media_factory_set_launch(
+        factory.get(), launchLine(encoder, settings, feed->streamIdentity().serial).c_str());
+    gst_rtsp_media_factory_set_media_gtype(factory.get(), mediaType());
     gst_rtsp_media_factory_set_shared(factory.get(), TRUE);
     gst_rtsp_media_factory_set_latency(factory.get(), static_cast<guint>(settings.latency));
     gst_rtsp_media_factory_set_profiles(factory.get(), GST_RTSP_PROFILE_AVP);
@@ -324,10 +281,7 @@ GObjectPtr<GstRTSPMediaFactory> makeStereoMediaFactory(const EncoderChoice& enco
         factory.get(),
         static_cast<GstRTSPLowerTrans>(GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_TCP));
     gst_rtsp_media_factory_set_buffer_size(factory.get(), 1 << 20);
-    auto plan = std::make_shared<MediaPlan>(MediaPlan{identity, std::move(feed)});
-    g_signal_connect_data(factory.get(), "media-configure", G_CALLBACK(onMediaConfigure),
-                          SharedData<MediaPlan>::make(std::move(plan)),
-                          SharedData<MediaPlan>::releaseClosure, GConnectFlags(0));
+    connect(factory.get(), "media-configure", G_CALLBACK(onMediaConfigure), feed);
     return factory;
 }
 

@@ -27,11 +27,9 @@ inline std::uint32_t dataSsrc(std::uint32_t serial)
 
 /// Makes the factory of one stream's media. All clients share one media; it exists only while
 /// somebody is connected to it.
-/// @param feed     gets told which media to feed
-/// @param identity goes into the session description
+/// @param feed gets told which media to feed; its identity goes into the session description
 GObjectPtr<GstRTSPMediaFactory> makeStereoMediaFactory(const EncoderChoice& encoder,
                                                        const rig::StreamSettings& settings,
-                                                       const FrameRecord& identity,
-                                                       std::shared_ptr<StreamFeed> feed);
+                                                       const std::shared_ptr<StreamFeed>& feed);
 
 }  // namespace tq::stream

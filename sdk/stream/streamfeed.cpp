@@ -96,7 +96,6 @@ void StreamFeed::ingestIMU(const IMUPacket& packet)
         return;
     }
     const std::lock_guard<std::mutex> lock(mutex);
-    ++counts.imuIngested;
     if (!media || !playing || ended) {
         return;
     }
@@ -250,16 +249,15 @@ void StreamFeed::sendRecord(const std::vector<std::uint8_t>& record, Timestamp t
     gst_app_src_push_buffer(data.get(), buffer);
 }
 
-bool StreamFeed::dropOldestFrame()
+void StreamFeed::dropOldestFrame()
 {
     if (waiting.empty()) {
-        return false;
+        return;
     }
     waiting.pop_front();
     --waitingFrames;
     ++counts.framesDropped;
     sendLeadingPackets();
-    return true;
 }
 
 void StreamFeed::reportDrops()

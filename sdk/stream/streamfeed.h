@@ -22,7 +22,6 @@ struct SenderStatistics {
     std::uint64_t framesUnwanted = 0;  ///< left alone because nobody watches
     std::uint64_t framesEncoded = 0;   ///< handed to the encoder
     std::uint64_t framesDropped = 0;   ///< given up because the encoder is behind
-    std::uint64_t imuIngested = 0;     ///< given to the sender, empty ones not counted
     std::uint64_t imuSent = 0;         ///< handed to the network
 };
 
@@ -65,6 +64,7 @@ public:
     SenderStatistics statistics() const;
 
     const GstVideoInfo& videoInfo() const { return converter.videoInfo(); }
+    const FrameRecord& streamIdentity() const { return identity; }
 
 private:
     struct WaitingFrame {
@@ -79,7 +79,7 @@ private:
     void sendIMU(const IMUPacket& packet);
     void sendLeadingPackets();
     void sendRecord(const std::vector<std::uint8_t>& record, Timestamp time);
-    bool dropOldestFrame();
+    void dropOldestFrame();
     void reportDrops();
     void forget();
 

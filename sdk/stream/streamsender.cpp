@@ -1,16 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-// Opening and closing of a stereo stream.
+// The network sender: checks its configuration and joins encoder, feed and server.
 #include "sdk/stream/streamsender.h"
 
 #include <gst/gst.h>
 
 #include <cstdlib>
+#include <limits>
 #include <utility>
 
 #include "sdk/core/log.h"
 #include "sdk/rig/rig.h"
 #include "sdk/stream/encoders.h"
 #include "sdk/stream/stereomedia.h"
+#include "tq_kor/sender.h"
 
 namespace tq::stream {
 
@@ -26,36 +28,28 @@ constexpr int kHighestRate = 1000;
 /// Why this configuration makes no sense, or empty.
 std::string objection(const UDPOutConfig& config)
 {
-    const auto outside = [](const char* what, int value, int least, int most) {
-        return std::string(what) + " is " + std::to_string(value) + ", must be " +
-               std::to_string(least) + " to " + std::to_string(most);
+    constexpr int kAny = std::numeric_limits<std::int32_t>::max();
+    struct Range {
+        const char* what;
+        int value;
+        int least;
+        int most;
     };
-    if (config.layout != 1) {
-        return outside("layout", config.layout, 1, 1);
-    }
-    if (config.eyes != 2) {
-        return outside("number of eyes", config.eyes, 2, 2);
-    }
-    if (config.port == 0) {
-        return outside("port", config.port, 1, 65535);
-    }
-    if (config.width < kSmallestEye || config.width > kLargestEye) {
-        return outside("eye width", config.width, kSmallestEye, kLargestEye);
-    }
-    if (config.height < kSmallestEye || config.height > kLargestEye) {
-        return outside("eye height", config.height, kSmallestEye, kLargestEye);
-    }
-    if (config.fps < 1 || config.fps > kHighestRate) {
-        return outside("frame rate", config.fps, 1, kHighestRate);
-    }
-    if (config.bitrate < 0 || config.bitrate > 1000000) {
-        return outside("bit rate", config.bitrate, 0, 1000000);
-    }
-    if (config.keyFrameInterval < 0) {
-        return outside("key-frame interval", config.keyFrameInterval, 0, 2147483647);
-    }
-    if (config.imuRate < 0) {
-        return outside("IMU rate", config.imuRate, 0, 2147483647);
+    for (const Range& range : {
+             Range{"layout", config.layout, 1, 1},
+             Range{"number of eyes", config.eyes, 2, 2},
+             Range{"port", config.port, 1, 65535},
+             Range{"eye width", config.width, kSmallestEye, kLargestEye},
+             Range{"eye height", config.height, kSmallestEye, kLargestEye},
+             Range{"frame rate", config.fps, 1, kHighestRate},
+             Range{"bit rate", config.bitrate, 0, 1000000},
+             Range{"key-frame interval", config.keyFrameInterval, 0, kAny},
+             Range{"IMU rate", config.imuRate, 0, kAny},
+         }) {
+        if (range.value < range.least || range.value > range.most) {
+            return std::string(range.what) + " is " + std::to_string(range.value) + ", must be " +
+                   std::to_string(range.least) + " to " + std::to_string(range.most);
+        }
     }
     return {};
 }
@@ -92,14 +86,18 @@ FrameRecord identityOf(const UDPOutConfig& config)
     return identity;
 }
 
-/// Name of an element that every stream needs and that is not installed, or empty.
-std::string missingElement()
+/// What every stream needs and this machine lacks, or empty.
+std::string missingPart()
 {
+    std::string problem = initialiseGStreamer();
+    if (!problem.empty()) {
+        return problem;
+    }
     for (const char* element :
          {"appsrc", "queue", "rtpbin", "rtph264pay", "rtph265pay", "rtpklvpay", "udpsink"}) {
         const GObjectPtr<GstElementFactory> factory(gst_element_factory_find(element));
         if (!factory) {
-            return element;
+            return std::string("the GStreamer element ") + element + " is not installed";
         }
     }
     return {};
@@ -143,12 +141,8 @@ ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
         return ErrorCode::INVALID_RIG;
     }
     const rig::StreamSettings& settings = rig.rig->stream;
-    Failure failure;
-    const bool initialised = gst_init_check(nullptr, nullptr, failure.place());
-    const std::string missing = initialised ? missingElement() : std::string();
-    if (!initialised || !missing.empty()) {
-        reason = initialised ? "the GStreamer element " + missing + " is not installed"
-                             : failure.text("GStreamer cannot be initialised");
+    reason = missingPart();
+    if (!reason.empty()) {
         return ErrorCode::SERVER_FAILED;
     }
     const VideoFormat format = videoFormat(config, settings);
@@ -156,11 +150,10 @@ ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
     if (!encoder) {
         return ErrorCode::NO_ENCODER;
     }
-    const FrameRecord identity = identityOf(config);
-    auto newFeed = std::make_shared<StreamFeed>(format, encoder->inputFormat, identity);
+    auto newFeed = std::make_shared<StreamFeed>(format, encoder->inputFormat, identityOf(config));
     auto newServer = std::make_unique<StreamServer>(name, verbose, settings, newFeed);
-    const ErrorCode result = newServer->start(
-        config.port, makeStereoMediaFactory(*encoder, settings, identity, newFeed), reason);
+    const ErrorCode result =
+        newServer->start(config.port, makeStereoMediaFactory(*encoder, settings, newFeed), reason);
     if (result != ErrorCode::SUCCESS) {
         return result;
     }
@@ -215,3 +208,36 @@ SenderStatistics StreamSender::statistics() const
 }
 
 }  // namespace tq::stream
+
+namespace tq {
+
+struct UDPOutput::Private : stream::StreamSender {
+    using StreamSender::StreamSender;
+};
+
+UDPOutput::UDPOutput(STREAMING_MODE, bool verbose) : d(std::make_unique<Private>(verbose)) {}
+
+UDPOutput::~UDPOutput() = default;
+
+int UDPOutput::open(UDPOutConfig config)
+{
+    return static_cast<int>(d->open(config));
+}
+
+void UDPOutput::ingestYUVFrame(unsigned char* yuyv, Timestamp timestamp,
+                               kvfrw::kvfSampleMetadata metadata)
+{
+    d->ingestFrame(yuyv, timestamp, metadata);
+}
+
+void UDPOutput::ingestIMU(IMUPacket packet)
+{
+    d->ingestIMU(packet);
+}
+
+void UDPOutput::close()
+{
+    d->close();
+}
+
+}  // namespace tq
