@@ -20,6 +20,12 @@ namespace tq::rig {
 namespace {
 
 constexpr const char* kInstalledRig = "/usr/local/kor/settings/rig.json";
+constexpr const char* kBuiltInRig = R"({"cameras": [
+    {"serial": 30123456, "model": "KOR T Solo GS",
+     "source": {"type": "simulated", "eye": "left"}, "imu": {"type": "simulated"}},
+    {"serial": 30123457, "model": "KOR T Solo GS",
+     "source": {"type": "simulated", "eye": "right"}, "imu": {"type": "simulated"}}
+]})";
 constexpr std::uintmax_t kLargestFile = 1u << 20;
 constexpr std::size_t kMostCameras = 64;
 
@@ -232,9 +238,7 @@ StreamSettings readStream(const json& value)
 
 RigResult refused(const std::string& origin, const std::string& reason)
 {
-    RigResult result;
-    result.error = origin + ": " + reason;
-    return result;
+    return {std::nullopt, origin + ": " + reason};
 }
 
 }  // namespace
@@ -252,16 +256,13 @@ RigResult parseRig(const std::string& text, const std::string& origin)
         const json document = readDocument(text);
         Members members(document, "");
         Rig rig;
-        rig.origin = origin;
         rig.cameras =
             readCameras(members.require("cameras"), std::filesystem::path(origin).parent_path());
         if (const json* stream = members.find("stream")) {
             rig.stream = readStream(*stream);
         }
         members.finish();
-        RigResult result;
-        result.rig = std::move(rig);
-        return result;
+        return {std::move(rig), ""};
     } catch (const Refusal& refusal) {
         return refused(origin, refusal.what());
     } catch (const std::exception& error) {
@@ -291,26 +292,6 @@ RigResult readRig(const std::string& path)
     return parseRig(text, path);
 }
 
-Rig builtInRig()
-{
-    Rig rig;
-    rig.origin = "built-in rig";
-    for (int i = 0; i < 2; ++i) {
-        CameraSettings camera;
-        camera.id = i;
-        camera.serial = 30123456 + i;
-        camera.model = MODEL::KOR_TSOLO_GS;
-        camera.bus = "gmsl-" + std::to_string(i);
-        camera.name = toString(camera.model).c_str();
-        SimulatedSettings source;
-        source.eye = i == 0 ? Eye::LEFT : Eye::RIGHT;
-        camera.source = source;
-        camera.imu.kind = ImuKind::SIMULATED;
-        rig.cameras.push_back(camera);
-    }
-    return rig;
-}
-
 RigResult loadRig()
 {
     const char* named = std::getenv("KOR_RIG");
@@ -321,9 +302,7 @@ RigResult loadRig()
     if (std::filesystem::exists(kInstalledRig, failure)) {
         return readRig(kInstalledRig);
     }
-    RigResult result;
-    result.rig = builtInRig();
-    return result;
+    return parseRig(kBuiltInRig, "built-in rig");
 }
 
 }  // namespace tq::rig

@@ -91,7 +91,6 @@ struct CameraSettings {
 
 /// A whole rig.
 struct Rig {
-    std::string origin;  ///< file it was read from, or "built-in rig"
     std::vector<CameraSettings> cameras;
     StreamSettings stream;
 
@@ -108,8 +107,8 @@ struct RigResult {
 };
 
 /// The rig of this machine: the file named by the environment variable KOR_RIG, else
-/// /usr/local/kor/settings/rig.json, else the built-in rig. Reads the file anew on every call and
-/// logs nothing. Thread safe as long as nobody changes the environment.
+/// /usr/local/kor/settings/rig.json, else the built-in rig of two simulated cameras. Reads the file
+/// anew on every call and logs nothing. Thread safe as long as nobody changes the environment.
 RigResult loadRig();
 
 /// Reads one file.
@@ -118,8 +117,5 @@ RigResult readRig(const std::string& path);
 /// Reads a rig from its text.
 /// @param origin name to use in errors; relative paths are taken from its folder
 RigResult parseRig(const std::string& text, const std::string& origin);
-
-/// Two simulated "KOR T Solo GS" cameras with inertial units.
-Rig builtInRig();
 
 }  // namespace tq::rig
