@@ -31,11 +31,7 @@ public:
 
     GstFlowReturn forward(GstPad* pad, GstBuffer* packet)
     {
-        waitFor(1);
-        forwarding = true;
-        const GstFlowReturn result = gst_pad_push(pad, packet);
-        forwarding = false;
-        return tolerant(result);
+        return push(1, [&] { return gst_pad_push(pad, packet); });
     }
 
     GstFlowReturn forward(GstPad* pad, BufferListPtr list)
@@ -43,27 +39,25 @@ public:
         GstFlowReturn result = GST_FLOW_OK;
         const guint length = gst_buffer_list_length(list.get());
         for (guint first = 0; first < length && result == GST_FLOW_OK; first += kBlockPackets) {
-            result = forwardBlock(pad, list.get(), first, std::min(kBlockPackets, length - first));
+            const guint count = std::min(kBlockPackets, length - first);
+            GstBufferList* block = gst_buffer_list_new_sized(count);
+            for (guint i = first; i < first + count; ++i) {
+                gst_buffer_list_add(block, gst_buffer_ref(gst_buffer_list_get(list.get(), i)));
+            }
+            result = push(count, [&] { return gst_pad_push_list(pad, block); });
         }
         return result;
     }
 
 private:
-    GstFlowReturn forwardBlock(GstPad* pad, GstBufferList* list, guint first, guint count)
+    /// Sends when it is time for so many packets; that nobody takes them is no failure.
+    template <typename Send>
+    GstFlowReturn push(guint packets, Send send)
     {
-        GstBufferList* block = gst_buffer_list_new_sized(count);
-        for (guint i = first; i < first + count; ++i) {
-            gst_buffer_list_add(block, gst_buffer_ref(gst_buffer_list_get(list, i)));
-        }
-        waitFor(count);
+        waitFor(packets);
         forwarding = true;
-        const GstFlowReturn result = gst_pad_push_list(pad, block);
+        const GstFlowReturn result = send();
         forwarding = false;
-        return tolerant(result);
-    }
-
-    static GstFlowReturn tolerant(GstFlowReturn result)
-    {
         return result == GST_FLOW_NOT_LINKED ? GST_FLOW_OK : result;
     }
 

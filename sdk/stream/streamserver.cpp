@@ -25,24 +25,17 @@ constexpr int kListenBacklog = 16;
 
 bool hasSession(GstRTSPClient* client)
 {
-    GList* list = gst_rtsp_client_session_filter(
-        client, [](GstRTSPClient*, GstRTSPSession*, gpointer) { return GST_RTSP_FILTER_REF; },
-        nullptr);
+    GList* list = gst_rtsp_client_session_filter(client, nullptr, nullptr);
     const bool any = list != nullptr;
     g_list_free_full(list, g_object_unref);
     return any;
 }
 
-std::string addressOf(GstRTSPClient* client)
+std::string describe(GstRTSPClient* client)
 {
     GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
     const char* address = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
-    return address ? address : "unknown address";
-}
-
-std::string describe(GstRTSPClient* client)
-{
-    return "client " + addressOf(client);
+    return std::string("client ") + (address ? address : "unknown address");
 }
 
 }  // namespace
