@@ -8,6 +8,8 @@
 #include <cstring>
 #include <list>
 
+#include "cmake/threadsanitizer.h"
+
 namespace {
 
 constexpr unsigned long kPollIntervalUs = 100;
@@ -143,8 +145,14 @@ void KTCamera::captureFrame(const std::shared_ptr<FramePool>& pool, tq::KORmcu* 
     if (QAbstractEventDispatcher::instance(thread()) != nullptr) {
         // Posted behind the frame, hence executed by the owner's event loop after the frame's
         // receivers on that thread.
+        threadsanitizer::release(frame);
         QMetaObject::invokeMethod(
-            this, [pool, frame] { pool->giveBack(frame); }, Qt::QueuedConnection);
+            this,
+            [pool, frame] {
+                threadsanitizer::acquire(frame);
+                pool->giveBack(frame);
+            },
+            Qt::QueuedConnection);
     } else {
         // Nobody can say when a receiver is done: it keeps these pixels, the next frame gets
         // others.
