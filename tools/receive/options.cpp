@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
-#include <regex>
 
 namespace receive {
 
@@ -140,7 +139,11 @@ Options parseOptions(int argc, char** argv)
 
 std::string withoutCredentials(const std::string& url)
 {
-    return std::regex_replace(url, std::regex("^([^/]*://)?[^/]*@"), "$1");
+    const std::size_t scheme = url.find("://");
+    const std::size_t host = scheme < url.find('/') ? scheme + 3 : 0;
+    const std::size_t at = url.rfind('@', url.find('/', host));
+    const bool given = at != std::string::npos && at >= host;
+    return given ? url.substr(0, host) + url.substr(at + 1) : url;
 }
 
 }  // namespace receive
