@@ -20,6 +20,19 @@ constexpr std::uint8_t kLabelStart[kKindOffset] = {0x06, 0x0E, 0x2B, 0x34, 0x02,
 constexpr std::uint8_t kFrameKind = 1;
 constexpr std::uint8_t kImuKind = 2;
 
+/// Takes one big-endian number. GStreamer's own functions would load it from an address that need
+/// not be aligned.
+template <typename Number>
+Number take(GstByteReader& in)
+{
+    const guint8* const bytes = gst_byte_reader_get_data_unchecked(&in, sizeof(Number));
+    Number number = 0;
+    for (std::size_t i = 0; i < sizeof(Number); ++i) {
+        number = number << 8 | bytes[i];
+    }
+    return number;
+}
+
 /// Reads a BER length; false when it is malformed.
 bool readLength(GstByteReader& in, guint& length)
 {
@@ -41,27 +54,28 @@ bool readLength(GstByteReader& in, guint& length)
 FrameRecord readFrame(GstByteReader& in)
 {
     FrameRecord record;
-    record.serial = gst_byte_reader_get_uint32_be_unchecked(&in);
+    record.serial = take<std::uint32_t>(in);
     gst_byte_reader_skip_unchecked(&in, 4);
-    record.counter = gst_byte_reader_get_uint64_be_unchecked(&in);
-    record.captureTime = gst_byte_reader_get_uint64_be_unchecked(&in);
-    record.framesDropped = gst_byte_reader_get_uint64_be_unchecked(&in);
+    record.counter = take<std::uint64_t>(in);
+    record.captureTime = take<std::uint64_t>(in);
+    record.framesDropped = take<std::uint64_t>(in);
     gst_byte_reader_skip_unchecked(&in, 4);
-    record.eyeWidth = gst_byte_reader_get_uint32_be_unchecked(&in);
-    record.eyeHeight = gst_byte_reader_get_uint32_be_unchecked(&in);
-    record.fps = gst_byte_reader_get_uint32_be_unchecked(&in);
+    record.eyeWidth = take<std::uint32_t>(in);
+    record.eyeHeight = take<std::uint32_t>(in);
+    record.fps = take<std::uint32_t>(in);
     return record;
 }
 
 ImuRecord readImu(GstByteReader& in)
 {
     ImuRecord record;
-    record.serial = gst_byte_reader_get_uint32_be_unchecked(&in);
-    record.validFields = gst_byte_reader_get_uint32_be_unchecked(&in);
-    record.timestamp = gst_byte_reader_get_uint64_be_unchecked(&in);
-    record.sequence = gst_byte_reader_get_uint64_be_unchecked(&in);
+    record.serial = take<std::uint32_t>(in);
+    record.validFields = take<std::uint32_t>(in);
+    record.timestamp = take<std::uint64_t>(in);
+    record.sequence = take<std::uint64_t>(in);
     for (double& value : record.values) {
-        value = gst_byte_reader_get_float64_be_unchecked(&in);
+        const auto bits = take<std::uint64_t>(in);
+        std::memcpy(&value, &bits, sizeof value);
     }
     return record;
 }
