@@ -117,6 +117,9 @@ ExitStatus Receiver::run(const volatile std::sig_atomic_t& stop)
     }
     finishRecording();
     gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+    {
+        const Lock lock(mutex);  // what the streaming threads did comes before what follows
+    }
     if (imuFile.is_open()) {
         imuFile.close();
         if (!imuFile) {
