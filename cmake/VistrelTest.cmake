@@ -4,7 +4,8 @@
 # builds tests' executable test_<name> and registers it with ctest under <name>.
 #
 # Tests with the label "timing" judge how fast something is: they run alone, and the sanitizers'
-# presets leave them out.
+# presets leave them out. Those with the label "cancels" end threads by force, of which the thread
+# sanitizer loses track: its preset leaves them out, too.
 
 # Seconds after which a test that names no limit of its own hangs, on slow machines, too.
 set(VISTREL_TEST_TIMEOUT 300)

@@ -10,7 +10,6 @@
 #include "tests/sdk_fake/sdk_fake.h"
 #include "tests/support/comparisons.h"
 #include "tests/support/messagelog.h"
-#include "tests/support/sanitizers.h"
 
 namespace {
 
@@ -631,27 +630,6 @@ private slots:
         QCOMPARE(toList(sdkfake::callTexts()),
                  QStringList({"LiveCameraGrabber#1.close(true)",
                               "LiveCameraGrabber#1.~LiveCameraGrabber()"}));
-    }
-
-    void stuckThreadIsTerminated()
-    {
-        if (kThreadSanitizer) {
-            QSKIP("the thread sanitizer loses track of a thread that is cancelled");
-        }
-        KTCamera camera;
-        QCOMPARE(camera.open(5, tq::Resolution(4, 2), 30, false), 0);
-        sdkfake::blockFrameStatus(kSerial, true);
-        QTRY_COMPARE(sdkfake::heldCalls(), 1);
-        QElapsedTimer timer;
-        timer.start();
-        pauses::reset();
-        camera.close();
-        const qint64 elapsed = timer.elapsed();
-        sdkfake::blockFrameStatus(kSerial, false);
-        QVERIFY2(elapsed >= 2000, qPrintable(QString::number(elapsed)));
-        QCOMPARE(pauses::waits(), std::vector<unsigned long>{2000});
-        QVERIFY(!camera.isRunning());
-        QCOMPARE(countCalls("LiveCameraGrabber#1.close(true)"), 1);
     }
 };
 

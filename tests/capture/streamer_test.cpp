@@ -12,7 +12,6 @@
 #include "tests/sdk_fake/sdk_fake.h"
 #include "tests/support/comparisons.h"
 #include "tests/support/messagelog.h"
-#include "tests/support/sanitizers.h"
 
 namespace {
 
@@ -435,30 +434,6 @@ private slots:
         streamer.close();
         QTRY_VERIFY(queued == once);
         QVERIFY(direct == once);
-    }
-
-    void stuckThreadIsTerminated()
-    {
-        if (kThreadSanitizer) {
-            QSKIP("the thread sanitizer loses track of a thread that is cancelled");
-        }
-        const auto memory = std::make_unique<VirtualCameraStreamer>();
-        VirtualCameraStreamer& streamer = *memory;
-        QCOMPARE(streamer.open(images::infos(2, 1)), 0);
-        sdkfake::blockIngest(true);
-        sendPair(streamer, kMillisecond);
-        QTRY_COMPARE(sdkfake::heldCalls(), 1);
-        QElapsedTimer timer;
-        timer.start();
-        pauses::reset();
-        streamer.close();
-        const qint64 elapsed = timer.elapsed();
-        sdkfake::blockIngest(false);
-        QVERIFY2(elapsed >= 2000, qPrintable(QString::number(elapsed)));
-        QCOMPARE(pauses::waits(), std::vector<unsigned long>{2000});
-        QVERIFY(!streamer.isRunning());
-        QVERIFY(sdkfake::lastSender().closed);
-        QVERIFY(sdkfake::lastSender().destroyed);
     }
 
     // The joined frame is allocated once, before the thread says that it has begun.

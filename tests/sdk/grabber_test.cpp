@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of enumeration and capture through the public interface of the open SDK.
-#include <pthread.h>
-#include <unistd.h>
 
 #include <QtTest>
 #include <atomic>
@@ -10,7 +8,6 @@
 
 #include "tests/sdk/patterndecoder.h"
 #include "tests/sdk/sdktesting.h"
-#include "tests/support/sanitizers.h"
 
 namespace {
 
@@ -57,7 +54,6 @@ private slots:
     void askingWaitsForAFrame();
     void failedCameraIsWaitedForToo();
     void closingEndsAWait();
-    void terminatedReaderHoldsUpNobody();
     void imuComesWithTheFrames();
     void imuRateFollowsTheFrequency();
     void cameraWithoutUnit();
@@ -329,34 +325,6 @@ void GrabberTest::closingEndsAWait()
     closed = true;
     reader.join();
     QCOMPARE(grabber.getFrameStatus(), 0);
-}
-
-// As the program does with a worker that does not stop.
-void GrabberTest::terminatedReaderHoldsUpNobody()
-{
-    if (kThreadSanitizer)
-        QSKIP("the thread sanitizer loses track of a thread that is cancelled");
-    TemporaryRig rig;
-    rig.add(simulated());
-    Grabber grabber;
-    for (int round = 0; round < 20; ++round) {
-        QCOMPARE(openCamera(grabber, 0, 320, 200, 240), 0);
-        std::atomic<bool> asked{false};
-        std::thread reader([&] {
-            while (true) {
-                grabber.getFrameStatus();
-                asked = true;
-                ::usleep(100);
-            }
-        });
-        while (!asked) {
-            std::this_thread::yield();
-        }
-        QCOMPARE(::pthread_cancel(reader.native_handle()), 0);
-        reader.join();
-        QVERIFY(waitForFrame(grabber) == 1);
-        grabber.close(true);
-    }
 }
 
 void GrabberTest::imuComesWithTheFrames()

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests of the simulated picture: pattern, disparity, incremental drawing, cost.
+// Tests of the simulated picture: pattern, disparity, incremental drawing.
 #include "sdk/sources/scene.h"
 
 #include <QtTest>
-#include <ctime>
 #include <memory>
 
 #include "sdk/sources/blockpattern.h"
@@ -33,13 +32,6 @@ struct Eye {
     tq::Scene scene;
     std::vector<unsigned char> pixels;
 };
-
-double threadSeconds()
-{
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
 
 /// Sum of absolute luma differences of two pictures below the panels, the second one moved.
 double difference(const Eye& left, const Eye& right, int shift)
@@ -71,7 +63,6 @@ private slots:
     void objectsMove();
     void tinyPicturesAreDrawn_data();
     void tinyPicturesAreDrawn();
-    void drawingIsCheap();
 };
 
 void SceneTest::patternIsReadable_data()
@@ -197,34 +188,6 @@ void SceneTest::tinyPicturesAreDrawn()
     }
     QVERIFY(std::all_of(eye.pixels.end() - 4096, eye.pixels.end(),
                         [](unsigned char byte) { return byte == 0xA5; }));
-}
-
-void SceneTest::drawingIsCheap()
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(NDEBUG)
-    QSKIP("measured in optimised builds without sanitizers only");
-#endif
-    tq::Scene scene(1920, 1200, tq::rig::Eye::LEFT, 30123456);
-    std::vector<std::vector<unsigned char>> buffers(tq::kFrameBuffers);
-    for (auto& buffer : buffers) {
-        buffer.resize(1920 * 1200 * 2);
-    }
-    const auto draw = [&](std::uint32_t frame) {
-        const std::size_t index = frame % buffers.size();
-        scene.render({buffers[index].data(), static_cast<int>(index)}, frame,
-                     kTime + frame * 33333333ull);
-    };
-    for (std::uint32_t frame = 0; frame < 6; ++frame) {
-        draw(frame);
-    }
-    constexpr std::uint32_t kFrames = 300;
-    const double before = threadSeconds();
-    for (std::uint32_t frame = 6; frame < 6 + kFrames; ++frame) {
-        draw(frame);
-    }
-    const double milliseconds = (threadSeconds() - before) * 1000 / kFrames;
-    qInfo("%.3f ms of CPU per 1920 x 1200 frame", milliseconds);
-    QVERIFY2(milliseconds <= 1.0, qPrintable(QString::number(milliseconds)));
 }
 
 QTEST_GUILESS_MAIN(SceneTest)
