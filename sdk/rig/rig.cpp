@@ -3,16 +3,14 @@
 #include "sdk/rig/rig.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <limits>
 #include <set>
 #include <utility>
 
+#include "sdk/core/readfile.h"
 #include "sdk/rig/jsonreader.h"
 
 namespace tq::rig {
@@ -26,7 +24,7 @@ constexpr const char* kBuiltInRig = R"({"cameras": [
     {"serial": 30123457, "model": "KOR T Solo GS",
      "source": {"type": "simulated", "eye": "right"}, "imu": {"type": "simulated"}}
 ]})";
-constexpr std::uintmax_t kLargestFile = 1u << 20;
+constexpr std::size_t kLargestFile = 1u << 20;
 constexpr std::size_t kMostCameras = 64;
 
 constexpr double kDay = 86400;
@@ -272,24 +270,8 @@ RigResult parseRig(const std::string& text, const std::string& origin)
 
 RigResult readRig(const std::string& path)
 {
-    std::error_code failure;
-    if (std::filesystem::is_directory(path, failure)) {
-        return refused(path, "document: is a folder");
-    }
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        return refused(path, std::string("document: cannot be read: ") + std::strerror(errno));
-    }
-    std::string text(kLargestFile + 1, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    if (file.bad()) {
-        return refused(path, "document: cannot be read");
-    }
-    text.resize(static_cast<std::size_t>(file.gcount()));
-    if (text.size() > kLargestFile) {
-        return refused(path, "document: larger than 1 MiB");
-    }
-    return parseRig(text, path);
+    const FileContents file = readRegularFile(path, kLargestFile);
+    return file ? parseRig(*file.bytes, path) : refused(path, "document: " + file.error);
 }
 
 RigResult loadRig()

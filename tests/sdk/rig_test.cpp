@@ -2,6 +2,8 @@
 // Tests of the rig: what is read, and how everything else is refused.
 #include "sdk/rig/rig.h"
 
+#include <sys/stat.h>
+
 #include <QtTest>
 
 #include "tests/sdk/sdktesting.h"
@@ -144,6 +146,7 @@ void RigTest::refusals_data()
 
     row("empty", "", "document: not valid JSON at line 1, column 1");
     row("syntax", "{\n  \"cameras\": [,]}", "document: not valid JSON at line 2, column 15");
+    row("null", "null", "document: must be an object, but is null");
     row("array", "[]", "document: must be an object, but is array");
     row("no cameras", "{}", "cameras: is missing");
     row("cameras type", R"({"cameras": 3})", "cameras: must be an array, but is number");
@@ -255,6 +258,11 @@ void RigTest::unreadableFiles()
              missing + ": document: cannot be read: No such file or directory");
     QCOMPARE(tq::rig::readRig(folder.path().toStdString()).error,
              folder.path().toStdString() + ": document: is a folder");
+    const std::string pipe = folder.filePath("pipe").toStdString();
+    QVERIFY(::mkfifo(pipe.c_str(), 0600) == 0);
+    QCOMPARE(tq::rig::readRig(pipe).error, pipe + ": document: is not a regular file");
+    QCOMPARE(tq::rig::readRig("/dev/zero").error,
+             std::string("/dev/zero: document: is not a regular file"));
     QFile large(folder.filePath("large.json"));
     QVERIFY(large.open(QIODevice::WriteOnly));
     large.write(QByteArray((1 << 20) + 1, ' '));
