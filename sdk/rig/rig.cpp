@@ -54,6 +54,12 @@ SimulatedSettings readSimulated(Members& members)
     if (members.find("deathAfter") != nullptr) {
         settings.deathAfter = members.real("deathAfter", 0, kDay);
     }
+    if (members.find("reviveAfter") != nullptr) {
+        if (!settings.deathAfter) {
+            throw Refusal(members.key("reviveAfter"), "needs deathAfter");
+        }
+        settings.reviveAfter = members.real("reviveAfter", 0, kDay);
+    }
     settings.seed = static_cast<std::uint64_t>(members.integer("seed", 0, kLargest, 1));
     return settings;
 }

@@ -46,13 +46,14 @@ struct Stall {
 /// Source `simulated`.
 struct SimulatedSettings {
     Eye eye = Eye::LEFT;
-    double phase = 0;                  ///< offset from the common frame grid, µs
-    double jitter = 0;                 ///< largest deviation of a frame from its instant, µs
-    double drift = 0;                  ///< growth of the offset, ppm of the time since the opening
-    double drop = 0;                   ///< probability that a frame is lost
-    std::optional<Stall> stall;        ///< no frames for a while
-    std::optional<double> deathAfter;  ///< no frames ever again, seconds after the opening
-    std::uint64_t seed = 1;            ///< of jitter and lost frames
+    double phase = 0;                   ///< offset from the common frame grid, µs
+    double jitter = 0;                  ///< largest deviation of a frame from its instant, µs
+    double drift = 0;                   ///< growth of the offset, ppm of the time since the opening
+    double drop = 0;                    ///< probability that a frame is lost
+    std::optional<Stall> stall;         ///< no frames for a while
+    std::optional<double> deathAfter;   ///< no frames any more, seconds after the opening
+    std::optional<double> reviveAfter;  ///< frames again, seconds after the death; absent: never
+    std::uint64_t seed = 1;             ///< of jitter and lost frames
 };
 
 /// Source `recording`.

@@ -79,18 +79,21 @@ Timestamp SimulatedSource::captureTime(std::uint64_t frame) const
         offset += nanoseconds(settings.jitter * (2 * randomAt(frame, JITTER) - 1));
     }
     const Timestamp time = due + static_cast<Timestamp>(offset);
-    // A dead camera is silent for ever, not failed.
-    const bool dead = settings.deathAfter && secondsBetween(opened, time) >= *settings.deathAfter;
-    return dead ? kNever : time;
+    // A dead camera is silent, not failed.
+    const bool gone = settings.deathAfter && !settings.reviveAfter &&
+                      secondsBetween(opened, time) >= *settings.deathAfter;
+    return gone ? kNever : time;
 }
 
 bool SimulatedSource::isLost(std::uint64_t frame, Timestamp time) const
 {
-    if (settings.stall) {
-        const double age = secondsBetween(opened, time);
-        if (age >= settings.stall->at && age < settings.stall->at + settings.stall->duration) {
-            return true;
-        }
+    const double age = secondsBetween(opened, time);
+    const auto isWithin = [age](double at, double duration) {
+        return age >= at && age < at + duration;
+    };
+    if ((settings.stall && isWithin(settings.stall->at, settings.stall->duration)) ||
+        (settings.reviveAfter && isWithin(*settings.deathAfter, *settings.reviveAfter))) {
+        return true;
     }
     return settings.drop > 0 && randomAt(frame, DROP) < settings.drop;
 }

@@ -82,7 +82,7 @@ void RigTest::everyKeyIsRead()
             {"id": 7, "serial": 31000009, "model": "KOR T Solo UHD", "bus": "b", "name": "n",
              "source": {"type": "simulated", "eye": "right", "phase": -12.5, "jitter": 3,
                         "drift": 20, "drop": 0.25, "stall": {"at": 1, "for": 2.5},
-                        "deathAfter": 9, "seed": 42},
+                        "deathAfter": 9, "reviveAfter": 4, "seed": 42},
              "imu": {"type": "simulated", "rate": 1000}},
             {"serial": 2147483647, "model": "KOR T",
              "source": {"type": "gstreamer", "pipeline": "videotestsrc", "timeout": 2}}],
@@ -105,6 +105,7 @@ void RigTest::everyKeyIsRead()
     QCOMPARE(source.stall->at, 1.0);
     QCOMPARE(source.stall->duration, 2.5);
     QCOMPARE(*source.deathAfter, 9.0);
+    QCOMPARE(*source.reviveAfter, 4.0);
     QCOMPARE(source.seed, std::uint64_t(42));
     QCOMPARE(result.rig->cameras.at(1).id, 1);
     QCOMPARE(std::get<tq::rig::GStreamerSettings>(result.rig->cameras.at(1).source).timeout, 2.0);
@@ -197,6 +198,8 @@ void RigTest::refusals_data()
         "cameras[0].source.drop: must be a number, but is boolean");
     row("stall", withSource(R"("type": "simulated", "stall": {"at": 1})"),
         "cameras[0].source.stall.for: is missing");
+    row("revival without death", withSource(R"("type": "simulated", "reviveAfter": 1)"),
+        "cameras[0].source.reviveAfter: needs deathAfter");
     row("no path", withSource(R"("type": "recording")"), "cameras[0].source.path: is missing");
     row("camera folder", withSource(R"("type": "recording", "path": "x", "camera": "../cam0")"),
         "cameras[0].source.camera: must be the name of a folder of the recording");

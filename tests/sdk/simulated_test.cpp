@@ -67,6 +67,7 @@ private slots:
     void everyFrameMayBeLost();
     void stallEnds();
     void deathIsForEver();
+    void deadCameraLivesAgain();
     void shortDelaysAreCaughtUp();
     void longDelaysSkipToTheNewestFrame();
     void clockSetBackIsFollowed();
@@ -227,6 +228,24 @@ void SimulatedTest::deathIsForEver()
     }
     QVERIFY(run.times.size() == 29 || run.times.size() == 30);
     QVERIFY(run.times.back() < run.opened + 1000000000u);
+}
+
+void SimulatedTest::deadCameraLivesAgain()
+{
+    tq::rig::SimulatedSettings settings;
+    settings.deathAfter = 1;
+    settings.reviveAfter = 60;
+    Run run(settings);
+    run.frames(120);
+    int before = 0;
+    for (const tq::Timestamp time : run.times) {
+        const double age = double(time - run.opened) * 1e-9;
+        QVERIFY2(age < 1 || age >= 61, qPrintable(QString::number(age)));
+        before += age < 1 ? 1 : 0;
+    }
+    QVERIFY(before == 29 || before == 30);
+    const tq::Timestamp first = run.times.at(std::size_t(before));
+    QVERIFY2(first < run.opened + 61000000000u + kPeriod30 + 1, "it comes back with a frame");
 }
 
 void SimulatedTest::shortDelaysAreCaughtUp()
