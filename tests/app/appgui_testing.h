@@ -34,6 +34,7 @@
 #include "tests/support/qtcalls.h"
 #include "tests/ui/messageboxes.h"
 #include "tests/ui/metaobjects.h"
+#include "tests/ui/rows.h"
 #include "ui/mainwindow.h"
 
 namespace appgui {
@@ -161,17 +162,7 @@ public:
     {
         return window->findChild<Widget*>(QLatin1String(name));
     }
-    QList<VirtualCamHandler*> rows() const
-    {
-        QList<VirtualCamHandler*> rows;
-        const QLayout* const layout = part<QLayout>("scrollAreaWidgetContentsVerticalLayout");
-        for (int i = 0; i < layout->count(); ++i) {
-            if (auto* const row = qobject_cast<VirtualCamHandler*>(layout->itemAt(i)->widget())) {
-                rows.append(row);
-            }
-        }
-        return rows;
-    }
+    QList<VirtualCamHandler*> rows() const { return rowsOf(*window); }
     QPushButton* streamButton(int row = 0) const
     {
         return rows().at(row)->findChild<QPushButton*>(QStringLiteral("TestButton"));

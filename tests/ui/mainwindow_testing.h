@@ -25,6 +25,7 @@
 #include "tests/support/qtcalls.h"
 #include "tests/ui/messageboxes.h"
 #include "tests/ui/metaobjects.h"
+#include "tests/ui/rows.h"
 #include "ui/statusline.h"
 #include "ui/style.h"
 
@@ -49,17 +50,7 @@ public:
     {
         return findChild<Widget*>(QLatin1String(name));
     }
-    QList<VirtualCamHandler*> rows() const
-    {
-        QList<VirtualCamHandler*> rows;
-        const QLayout* const layout = part<QLayout>("scrollAreaWidgetContentsVerticalLayout");
-        for (int i = 0; i < layout->count(); ++i) {
-            if (auto* const row = qobject_cast<VirtualCamHandler*>(layout->itemAt(i)->widget())) {
-                rows.append(row);
-            }
-        }
-        return rows;
-    }
+    QList<VirtualCamHandler*> rows() const { return rowsOf(*this); }
 
 protected:
     void drawPreview(CameraWidget& panel, const tq::Mat&) override
