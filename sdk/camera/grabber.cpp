@@ -15,6 +15,7 @@
 #include "sdk/core/log.h"
 #include "sdk/imu/imuhistory.h"
 #include "sdk/sources/framesource.h"
+#include "sdk/sources/lastingsource.h"
 #include "tq_kor/camera.h"
 
 namespace tq {
@@ -23,7 +24,6 @@ namespace {
 
 constexpr int kNewFrame = 1;
 constexpr int kNoNewFrame = 0;
-constexpr int kCameraFailed = -1;
 constexpr int kWidest = 8192;
 constexpr int kHighest = 8192;
 constexpr int kFastest = 240;
@@ -67,7 +67,6 @@ struct LiveCameraGrabber::Private {
     std::shared_ptr<ImuHistory> history;
     std::unique_ptr<KORmcu> mcu;
     std::thread producer;
-    std::atomic<bool> failed{false};
     std::uint64_t delivered = 0;
     std::uint64_t beforeReader = 0;  // frames overwritten before anyone asked for one
     bool hasFrame = false;
@@ -114,7 +113,9 @@ void LiveCameraGrabber::Private::open(const rig::CameraSettings& camera, const F
 {
     ImuSource imu = makeImuSource(camera, imuFrequency);
     const Timestamp opening = systemClock().now();
-    source = makeFrameSource(camera);
+    source = std::make_unique<LastingSource>([camera] { return makeFrameSource(camera); },
+                                             "camera S/N " + std::to_string(camera.serial),
+                                             systemClock());
     const FrameFormat format = source->open(wanted);
     if (imu) {
         history = std::make_shared<ImuHistory>(std::move(imu), opening);
@@ -143,13 +144,8 @@ bool LiveCameraGrabber::Private::produceInto(FrameSlots::Slot& slot)
 
 void LiveCameraGrabber::Private::produce()
 {
-    try {
-        while (produceInto(slots->filling())) {
-            slots->publish();
-        }
-    } catch (const std::exception& error) {
-        logLine("camera S/N " + std::to_string(serial) + " failed: " + error.what());
-        failed = true;
+    while (produceInto(slots->filling())) {
+        slots->publish();
     }
 }
 
@@ -160,7 +156,6 @@ void LiveCameraGrabber::Private::reset()
     source.reset();
     slots.reset();
     lock.release();
-    failed = false;
     hasFrame = false;
     delivered = 0;
     width = height = fps = serial = 0;
@@ -260,7 +255,7 @@ int LiveCameraGrabber::getFrameStatus()
         ++d->delivered;
         return kNewFrame;
     }
-    return d->failed ? kCameraFailed : kNoNewFrame;
+    return kNoNewFrame;
 }
 
 unsigned char* LiveCameraGrabber::getPixels()

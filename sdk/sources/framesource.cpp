@@ -19,7 +19,7 @@ std::unique_ptr<FrameSource> makeFrameSource(const rig::CameraSettings& camera, 
         return std::make_unique<RecordingSource>(*settings, clock);
     }
     return std::make_unique<GStreamerSource>(std::get<rig::GStreamerSettings>(camera.source),
-                                             clock);
+                                             camera.serial, clock);
 }
 
 }  // namespace tq

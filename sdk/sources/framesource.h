@@ -41,7 +41,7 @@ public:
 };
 
 /// One camera. open(), next() and the destructor are called one after another; only stop() may
-/// be called from another thread while next() waits.
+/// be called from another thread while open() or next() waits.
 class FrameSource {
 public:
     virtual ~FrameSource() = default;
@@ -61,8 +61,8 @@ public:
     /// @throws std::exception with one line when there will be no more frames
     virtual bool next(const FrameBuffer& buffer, Timestamp& timestamp) = 0;
 
-    /// Makes next() return soon. Any thread.
-    void stop() { stopping.store(true); }
+    /// Makes open() and next() return soon. Any thread.
+    virtual void stop() { stopping.store(true); }
 
     /// Frames that were left out because the source came too late.
     virtual std::uint64_t skippedFrames() const { return 0; }

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <future>
 #include <limits>
+#include <map>
+#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -21,7 +23,11 @@ namespace tq {
 
 namespace {
 
+using Steady = std::chrono::steady_clock;
+
+constexpr const char* kSink = "kor_sink";
 constexpr GstClockTime kPullSlice = 20 * GST_MSECOND;
+constexpr std::chrono::milliseconds kLook{20};
 constexpr std::chrono::seconds kStopLimit{3};
 // Smaller differences between two readings of the clocks are noise of the reading.
 constexpr std::int64_t kOffsetNoise = 200000;
@@ -46,7 +52,7 @@ std::string describe(const rig::GStreamerSettings& settings, const FrameFormat& 
     text = replaced(text, "{fps}", wanted.fps);
     return text + " ! videoconvert ! videoscale ! video/x-raw,format=YUY2,width=" +
            std::to_string(wanted.width) + ",height=" + std::to_string(wanted.height) +
-           ",pixel-aspect-ratio=1/1 ! appsink name=kor_sink max-buffers=4 drop=true";
+           ",pixel-aspect-ratio=1/1 ! appsink name=" + kSink + " max-buffers=4 drop=true";
 }
 
 std::string messageText(GstMessage* message)
@@ -74,54 +80,155 @@ std::int64_t offsetBetween(const Clock& clock, GstClock* pipelineClock)
     return offset;
 }
 
+/// Stops a pipeline before it lets it go.
+struct StopAndRelease {
+    void operator()(GstElement* element) const noexcept
+    {
+        gst_element_set_state(element, GST_STATE_NULL);
+        g_object_unref(element);
+    }
+};
+using PipelinePtr = std::unique_ptr<GstElement, StopAndRelease>;
+
+GObjectPtr<GstElement> sinkOf(GstElement* pipeline)
+{
+    return GObjectPtr<GstElement>(gst_bin_get_by_name(GST_BIN(pipeline), kSink));
+}
+
+/// The first error on a pipeline's bus, or "" while there is none.
+std::string errorOf(GstElement* pipeline)
+{
+    const GObjectPtr<GstBus> bus(gst_element_get_bus(pipeline));
+    const MessagePtr message(gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR));
+    return message ? messageText(message.get()) : "";
+}
+
+/// Calls into a driver may never return. A camera has at most one thread that waits for such a
+/// call: until it returns, the camera is not opened again.
+class AbandonedCalls {
+public:
+    bool stillHangs(int serial)
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return !threads[serial].expired();
+    }
+    void add(int serial, const std::weak_ptr<void>& thread)
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        threads[serial] = thread;
+    }
+
+private:
+    std::mutex mutex;
+    std::map<int, std::weak_ptr<void>> threads;
+};
+
+AbandonedCalls& abandonedCalls()
+{
+    // Never destroyed, so that cameras with static lifetime may use it at exit.
+    static auto* const calls = new AbandonedCalls;
+    return *calls;
+}
+
+/// Makes calls into a camera's driver in a thread of its own. Calls that do not return in time are
+/// left to themselves, with all that they hold.
+/// @param isLate whether it is time to leave them; asked again and again
+/// @return whether they returned
+template <typename Calls, typename IsLate>
+bool returnInTime(int serial, Calls calls, IsLate isLate)
+{
+    std::promise<void> promise;
+    const std::future<void> returned = promise.get_future();
+    auto alive = std::make_shared<int>(serial);
+    const std::weak_ptr<void> thread = alive;
+    std::thread worker([calls = std::move(calls), promise = std::move(promise),
+                        alive = std::move(alive)]() mutable {
+        calls();
+        promise.set_value();
+    });
+    while (returned.wait_for(kLook) != std::future_status::ready) {
+        if (isLate()) {
+            abandonedCalls().add(serial, thread);
+            worker.detach();
+            return false;
+        }
+    }
+    worker.join();
+    return true;
+}
+
+void stopPipeline(int serial, PipelinePtr pipeline)
+{
+    if (!pipeline) {
+        return;
+    }
+    const auto limit = Steady::now() + kStopLimit;
+    if (!returnInTime(
+            serial, [stopped = std::move(pipeline)]() mutable { stopped.reset(); },
+            [limit] { return Steady::now() > limit; })) {
+        logLine("camera S/N " + std::to_string(serial) +
+                ": its pipeline does not stop, it is abandoned");
+    }
+}
+
+/// The opening of a pipeline, and what came of it.
+struct Opening {
+    std::string description;
+    PipelinePtr pipeline;
+    std::string failure;
+
+    void run()
+    {
+        Failure failed;
+        pipeline.reset(gst_parse_launch_full(description.c_str(), nullptr,
+                                             GST_PARSE_FLAG_FATAL_ERRORS, failed.place()));
+        if (!pipeline || failed.get() != nullptr) {
+            failure = failed.text("the pipeline cannot be built");
+        } else if (!play()) {
+            failure = errorOf(pipeline.get());
+            failure = failure.empty() ? "the pipeline cannot be started" : failure;
+        }
+    }
+
+private:
+    bool play() const
+    {
+        GstElement* const element = pipeline.get();
+        const GstStateChangeReturn paused = gst_element_set_state(element, GST_STATE_PAUSED);
+        // Live frames are due when they come; files are played at their own pace.
+        const bool live = paused == GST_STATE_CHANGE_NO_PREROLL;
+        g_object_set(sinkOf(element).get(), "sync", live ? FALSE : TRUE, nullptr);
+        return paused != GST_STATE_CHANGE_FAILURE &&
+               gst_element_set_state(element, GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE;
+    }
+};
+
 }  // namespace
 
 /// The pipeline and what belongs to it.
 struct GStreamerSource::Pipeline {
-    GObjectPtr<GstElement> element;
-    GObjectPtr<GstElement> sink;
-    GObjectPtr<GstBus> bus;
-    SamplePtr sample;
-
+    Pipeline(int cameraSerial, PipelinePtr playing)
+        : serial(cameraSerial), element(std::move(playing)), sink(sinkOf(element.get()))
+    {
+    }
     ~Pipeline()
     {
         sample.reset();
-        if (element) {
-            shutDown();
-        }
+        sink.reset();
+        stopPipeline(serial, std::move(element));
     }
+    Pipeline(const Pipeline&) = delete;
+    Pipeline& operator=(const Pipeline&) = delete;
 
-    // A driver that hangs must not hang the caller: then the pipeline is left to itself.
-    void shutDown()
-    {
-        std::promise<void> promise;
-        std::future<void> ended = promise.get_future();
-        std::thread worker(
-            [](GObjectPtr<GstElement> stopped, std::promise<void> done) {
-                gst_element_set_state(stopped.get(), GST_STATE_NULL);
-                stopped.reset();
-                done.set_value();
-            },
-            std::move(element), std::move(promise));
-        if (ended.wait_for(kStopLimit) == std::future_status::ready) {
-            worker.join();
-            return;
-        }
-        logLine("a camera pipeline does not stop, it is abandoned");
-        worker.detach();
-    }
-
-    /// The first error on the bus, or "" while there is none.
-    std::string error() const
-    {
-        const MessagePtr message(gst_bus_pop_filtered(bus.get(), GST_MESSAGE_ERROR));
-        return message ? messageText(message.get()) : "";
-    }
+    const int serial;
+    PipelinePtr element;
+    GObjectPtr<GstElement> sink;
+    SamplePtr sample;
 };
 
-GStreamerSource::GStreamerSource(const rig::GStreamerSettings& sourceSettings,
+GStreamerSource::GStreamerSource(const rig::GStreamerSettings& sourceSettings, int serialNumber,
                                  const Clock& sourceClock)
-    : settings(sourceSettings), clock(sourceClock)
+    : settings(sourceSettings), serial(serialNumber), clock(sourceClock)
 {
 }
 
@@ -134,52 +241,61 @@ FrameFormat GStreamerSource::open(const FrameFormat& wanted)
         throw std::runtime_error(problem);
     }
     delivered = wanted;
-    start(describe(settings, wanted));
+    const Deadline deadline = deadlineFromNow();
+    start(describe(settings, wanted), deadline);
     // The first frame shows that the device works, and what it delivers.
     GstVideoInfo info;
-    if (pull() && gst_video_info_from_caps(&info, gst_sample_get_caps(pipeline->sample.get())) &&
+    if (pull(deadline) &&
+        gst_video_info_from_caps(&info, gst_sample_get_caps(pipeline->sample.get())) &&
         info.fps_n > 0 && info.fps_d > 0) {
         delivered.fps = std::max(1, (info.fps_n + info.fps_d / 2) / info.fps_d);
     }
     return delivered;
 }
 
-void GStreamerSource::start(const std::string& description)
+GStreamerSource::Deadline GStreamerSource::deadlineFromNow() const
 {
-    pipeline = std::make_unique<Pipeline>();
-    Failure failed;
-    pipeline->element.reset(gst_parse_launch_full(description.c_str(), nullptr,
-                                                  GST_PARSE_FLAG_FATAL_ERRORS, failed.place()));
-    GstElement* const element = pipeline->element.get();
-    if (element == nullptr || failed.get() != nullptr) {
-        throw std::runtime_error(failed.text("the pipeline cannot be built"));
+    return Steady::now() + std::chrono::duration_cast<Steady::duration>(
+                               std::chrono::duration<double>(settings.timeout));
+}
+
+void GStreamerSource::start(const std::string& description, Deadline deadline)
+{
+    if (abandonedCalls().stillHangs(serial)) {
+        throw std::runtime_error("its former pipeline still hangs");
     }
-    pipeline->bus.reset(gst_element_get_bus(element));
-    pipeline->sink.reset(gst_bin_get_by_name(GST_BIN(element), "kor_sink"));
-    const GstStateChangeReturn paused = gst_element_set_state(element, GST_STATE_PAUSED);
-    // Live frames are due when they come; files are played at their own pace.
-    const bool live = paused == GST_STATE_CHANGE_NO_PREROLL;
-    g_object_set(pipeline->sink.get(), "sync", live ? FALSE : TRUE, nullptr);
-    if (paused == GST_STATE_CHANGE_FAILURE ||
-        gst_element_set_state(element, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
-        const std::string error = pipeline->error();
-        throw std::runtime_error(error.empty() ? "the pipeline cannot be started" : error);
+    const auto opening = std::make_shared<Opening>(Opening{description, nullptr, ""});
+    // Who stops waits as long for the end of an opening as for the end of a pipeline.
+    const auto isLate = [this, deadline, limit = deadline]() mutable {
+        if (stopping.load() && limit == deadline) {
+            limit = std::min(deadline, Steady::now() + kStopLimit);
+        }
+        return Steady::now() > limit;
+    };
+    if (!returnInTime(
+            serial, [opening] { opening->run(); }, isLate)) {
+        logLine("camera S/N " + std::to_string(serial) +
+                ": its pipeline hangs while it is opened, it is abandoned");
+        throw std::runtime_error("the pipeline hangs while it is opened");
     }
+    if (!opening->failure.empty()) {
+        stopPipeline(serial, std::move(opening->pipeline));
+        throw std::runtime_error(opening->failure);
+    }
+    pipeline = std::make_unique<Pipeline>(serial, std::move(opening->pipeline));
 }
 
 /// Waits for the next sample.
 /// @return false when it was stopped
-bool GStreamerSource::pull()
+bool GStreamerSource::pull(Deadline deadline)
 {
-    using Steady = std::chrono::steady_clock;
-    const auto deadline = Steady::now() + std::chrono::duration<double>(settings.timeout);
     auto* const sink = GST_APP_SINK(pipeline->sink.get());
     while (!stopping.load()) {
         pipeline->sample.reset(gst_app_sink_try_pull_sample(sink, kPullSlice));
         if (pipeline->sample) {
             return true;
         }
-        const std::string error = pipeline->error();
+        const std::string error = errorOf(pipeline->element.get());
         if (!error.empty()) {
             throw InvalidVideo(error);
         }
@@ -242,7 +358,7 @@ Timestamp GStreamerSource::captureTime()
 
 bool GStreamerSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
 {
-    if (!pipeline->sample && !pull()) {
+    if (!pipeline->sample && !pull(deadlineFromNow())) {
         return false;
     }
     copyFrame(buffer.pixels);

@@ -2,6 +2,7 @@
 // Camera source `gstreamer`: any pipeline that ends in raw video.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -13,7 +14,8 @@ namespace tq {
 /// timestamp on the pipeline's clock, carried over to the real-time clock.
 class GStreamerSource : public FrameSource {
 public:
-    GStreamerSource(const rig::GStreamerSettings& settings, const Clock& clock);
+    /// @param serial of the camera, for the log
+    GStreamerSource(const rig::GStreamerSettings& settings, int serial, const Clock& clock);
     ~GStreamerSource() override;
 
     FrameFormat open(const FrameFormat& wanted) override;
@@ -21,13 +23,17 @@ public:
 
 private:
     struct Pipeline;
+    using Deadline = std::chrono::steady_clock::time_point;
 
-    void start(const std::string& description);
-    bool pull();
+    void start(const std::string& description, Deadline deadline);
+    bool pull(Deadline deadline);
     void copyFrame(unsigned char* pixels) const;
     Timestamp captureTime();
 
+    Deadline deadlineFromNow() const;
+
     const rig::GStreamerSettings settings;
+    const int serial;
     const Clock& clock;
     FrameFormat delivered;
     std::unique_ptr<Pipeline> pipeline;

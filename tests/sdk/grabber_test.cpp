@@ -293,13 +293,16 @@ void GrabberTest::failedCameraIsWaitedForToo()
     Grabber grabber;
     const ErrorLog log;
     QCOMPARE(openCamera(grabber, 0), 0);
-    int status = 0;
-    while ((status = waitForFrame(grabber)) == 1) {
+    while (log.lines().isEmpty()) {
+        QVERIFY(grabber.getFrameStatus() >= 0);
+    }
+    while (grabber.getFrameStatus() == 1) {
     }
     QElapsedTimer timer;
     timer.start();
+    // It is opened anew a second after it failed.
     for (int question = 0; question < 5; ++question) {
-        QCOMPARE(grabber.getFrameStatus(), status);
+        QCOMPARE(grabber.getFrameStatus(), 0);
     }
     QVERIFY2(timer.elapsed() >= 95, qPrintable(QString::number(timer.elapsed())));
 }

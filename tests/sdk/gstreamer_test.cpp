@@ -1,7 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of cameras behind GStreamer pipelines.
+#include "sdk/sources/gstreamersource.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <QtTest>
 #include <cstdlib>
+#include <thread>
 
 #include "tests/sdk/sdktesting.h"
 
@@ -25,6 +32,27 @@ struct Camera {
     tq::LiveCameraGrabber grabber{tq::INPUT_TYPE::GMSL_RAW};
 };
 
+/// A named pipe, which nobody writes to.
+struct Pipe {
+    Pipe()
+    {
+        if (::mkfifo(qPrintable(path), 0600) != 0) {
+            qFatal("no pipe");
+        }
+    }
+    ~Pipe() { letGo(); }
+
+    /// Makes whoever waits to read it go on.
+    void letGo() const
+    {
+        const int end = ::open(qPrintable(path), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+        ::close(end);
+    }
+
+    QTemporaryDir folder;
+    const QString path = folder.filePath("pipe");
+};
+
 }  // namespace
 
 class GStreamerTest : public QObject {
@@ -37,11 +65,13 @@ private slots:
     void picturesAreConvertedAndScaled();
     void unusablePipelines_data();
     void unusablePipelines();
-    void anEndedPipelineIsReported();
-    void aFailingPipelineIsReported();
+    void anEndedPipelineIsOpenedAnew();
+    void closingEndsAWaitForAFailedPipeline();
     void aSilentPipelineIsReported();
     void closingDoesNotWaitForFrames();
     void closingNeverHangs();
+    void openingNeverHangs();
+    void closingEndsAnOpeningThatHangs();
     void twoCamerasRunSideBySide();
 };
 
@@ -153,38 +183,44 @@ void GStreamerTest::unusablePipelines()
     QVERIFY(ArgusCamera::getGMSLDevices(true, false).at(0).state == tq::DeviceState::AVAILABLE);
 }
 
-void GStreamerTest::anEndedPipelineIsReported()
+void GStreamerTest::anEndedPipelineIsOpenedAnew()
 {
     Camera camera(pipeline("videotestsrc num-buffers=5 ! video/x-raw,framerate=50/1"));
     const ErrorLog log;
     QCOMPARE(camera.open(), 0);
-    int status = 1;
     int frames = 0;
-    while ((status = waitForFrame(camera.grabber)) == 1) {
+    while (frames < 6) {  // one more than there are
+        QCOMPARE(waitForFrame(camera.grabber), 1);
         ++frames;
+        QCOMPARE(camera.grabber.getSerialNumber(), camera.serial);
     }
-    QVERIFY(frames >= 1 && frames <= 5);
-    QVERIFY(status != 0);
-    QCOMPARE(camera.grabber.getFrameStatus(), status);
-    QVERIFY2(log.lines().join('|').contains("has come to its end"),
-             qPrintable(log.lines().join('|')));
+    const QString name = QString("camera S/N %1 ").arg(camera.serial);
+    QTRY_VERIFY(log.lines().size() >= 2);
+    QCOMPARE(log.lines().value(0),
+             name +
+                 "failed: the pipeline has come to its end; it is opened anew until it "
+                 "delivers again");
+    QCOMPARE(log.lines().value(1), name + "delivers again after 1 s");
     camera.grabber.close(true);
     QCOMPARE(camera.open(), 0);
 }
 
-void GStreamerTest::aFailingPipelineIsReported()
+void GStreamerTest::closingEndsAWaitForAFailedPipeline()
 {
     Camera camera(
         pipeline("videotestsrc is-live=true ! video/x-raw,framerate=50/1 ! "
                  "identity error-after=10"));
     const ErrorLog log;
     QCOMPARE(camera.open(), 0);
-    int status = 1;
-    while ((status = waitForFrame(camera.grabber)) == 1) {
+    QTRY_VERIFY2(log.lines().join('|').contains(" failed: identity"),
+                 qPrintable(log.lines().join('|')));
+    while (camera.grabber.getFrameStatus() == 1) {
     }
-    QVERIFY(status != 0);
-    QVERIFY2(log.lines().join('|').contains(" failed: identity"),
-             qPrintable(log.lines().join('|')));
+    QCOMPARE(camera.grabber.getFrameStatus(), 0);
+    QElapsedTimer timer;
+    timer.start();
+    camera.grabber.close(true);
+    QVERIFY2(timer.elapsed() < 900, qPrintable(QString::number(timer.elapsed())));
 }
 
 void GStreamerTest::aSilentPipelineIsReported()
@@ -221,6 +257,45 @@ void GStreamerTest::closingNeverHangs()
     QVERIFY(camera.open() != 0);
     QVERIFY2(timer.elapsed() < 6000, qPrintable(QString::number(timer.elapsed())));
     QVERIFY(log.lines().join('|').contains("abandoned"));
+}
+
+void GStreamerTest::openingNeverHangs()
+{
+    // A file source waits in its change of state for the other end of a pipe.
+    Pipe pipe;
+    Camera camera(pipeline(qPrintable("filesrc location=" + pipe.path), 0.3));
+    const ErrorLog log;
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(camera.open(), int(tq::ErrorCode::SOURCE_UNAVAILABLE));
+    QVERIFY2(timer.elapsed() < 6000, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(log.lines(),
+             QStringList({QString("camera S/N %1: its pipeline hangs while it is opened, it is "
+                                  "abandoned")
+                              .arg(camera.serial),
+                          "camera 0: the pipeline hangs while it is opened"}));
+    // No second thread is left behind the first one.
+    QCOMPARE(camera.open(), int(tq::ErrorCode::SOURCE_UNAVAILABLE));
+    QCOMPARE(log.lines().value(2), QString("camera 0: its former pipeline still hangs"));
+    pipe.letGo();
+    do {
+        QVERIFY(camera.open() != 0);
+    } while (log.lines().last().contains("still hangs"));
+}
+
+void GStreamerTest::closingEndsAnOpeningThatHangs()
+{
+    Pipe pipe;
+    tq::GStreamerSource source({qPrintable("filesrc location=" + pipe.path), 600}, 30123456,
+                               tq::systemClock());
+    const ErrorLog log;
+    std::thread closer([&source] { source.stop(); });
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY_EXCEPTION_THROWN(source.open({320, 240, 30}), std::runtime_error);
+    closer.join();
+    QVERIFY2(timer.elapsed() < 9000, qPrintable(QString::number(timer.elapsed())));
+    pipe.letGo();
 }
 
 void GStreamerTest::twoCamerasRunSideBySide()

@@ -70,7 +70,7 @@ public:
 
     /// Waits up to 20 ms for a new frame of an opened camera.
     /// @return 1 once for every new frame, which then is the current one, the newest; 0 when there
-    ///         is none; another value when the camera failed
+    ///         is none, also while a camera that failed is opened anew
     int getFrameStatus();
 
     /// Pixels of the current frame: packed YUYV, width × height × 2 bytes. They stay untouched
