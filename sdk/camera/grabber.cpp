@@ -11,9 +11,9 @@
 
 #include "sdk/camera/cameralock.h"
 #include "sdk/camera/frameslots.h"
-#include "sdk/camera/provider.h"
 #include "sdk/core/log.h"
 #include "sdk/imu/imuhistory.h"
+#include "sdk/rig/currentrig.h"
 #include "sdk/sources/framesource.h"
 #include "sdk/sources/lastingsource.h"
 #include "tq_kor/camera.h"
@@ -188,11 +188,11 @@ int LiveCameraGrabber::setUp(int& id, int width, int height, int fps, int, bool 
     if (flip) {
         return report(ErrorCode::INVALID_CONFIGURATION, what, "pictures cannot be turned");
     }
-    const auto rig = currentRig();
-    if (rig == nullptr) {
-        return static_cast<int>(ErrorCode::INVALID_RIG);
+    const rig::SharedRig rig = rig::currentRig();
+    if (!*rig) {
+        return report(ErrorCode::INVALID_RIG, what, rig->error);
     }
-    const rig::CameraSettings* camera = rig->find(id);
+    const rig::CameraSettings* camera = rig->rig->find(id);
     if (camera == nullptr) {
         return report(ErrorCode::CAMERA_NOT_FOUND, what, "");
     }

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // Enumeration of the rig's cameras.
-#include "sdk/camera/provider.h"
-
 #include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <mutex>
-#include <utility>
+#include <string>
 #include <vector>
 
 #include "sdk/camera/cameralock.h"
 #include "sdk/core/log.h"
+#include "sdk/rig/currentrig.h"
 #include "tq_kor/camera.h"
 
 namespace tq {
@@ -46,19 +45,8 @@ void logDevice(const DeviceProperties& device)
 /// What the enumeration holds.
 struct Provider {
     std::mutex mutex;
-    std::shared_ptr<const rig::Rig> rig;
     std::vector<DeviceProperties> devices;
     bool enumerated = false;
-
-    /// With the mutex held.
-    void readRig()
-    {
-        rig::RigResult result = rig::loadRig();
-        if (!result) {
-            logLine(result.error);
-        }
-        rig = result ? std::make_shared<const rig::Rig>(std::move(*result.rig)) : nullptr;
-    }
 };
 
 Provider& provider()
@@ -70,16 +58,6 @@ Provider& provider()
 
 }  // namespace
 
-std::shared_ptr<const rig::Rig> currentRig()
-{
-    Provider& state = provider();
-    const std::lock_guard<std::mutex> lock(state.mutex);
-    if (state.rig == nullptr) {
-        state.readRig();
-    }
-    return state.rig;
-}
-
 }  // namespace tq
 
 std::vector<tq::DeviceProperties> ArgusCamera::getGMSLDevices(bool refresh, bool verbose)
@@ -89,10 +67,12 @@ std::vector<tq::DeviceProperties> ArgusCamera::getGMSLDevices(bool refresh, bool
     if (refresh || !state.enumerated) {
         state.devices.clear();
         state.enumerated = true;
-        state.readRig();
-        if (state.rig != nullptr) {
-            std::transform(state.rig->cameras.begin(), state.rig->cameras.end(),
+        const tq::rig::SharedRig rig = tq::rig::renewRig();
+        if (*rig) {
+            std::transform(rig->rig->cameras.begin(), rig->rig->cameras.end(),
                            std::back_inserter(state.devices), tq::describe);
+        } else {
+            tq::logLine(rig->error);
         }
     }
     if (verbose) {
@@ -105,7 +85,7 @@ void ArgusCamera::deleteProviderInstance()
 {
     tq::Provider& state = tq::provider();
     const std::lock_guard<std::mutex> lock(state.mutex);
-    state.rig.reset();
+    tq::rig::forgetRig();
     state.devices.clear();
     state.enumerated = false;
 }

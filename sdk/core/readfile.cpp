@@ -100,4 +100,9 @@ FileContents readRegularFile(const std::string& path, std::size_t largest)
     return refused(tooLarge(largest));
 }
 
+std::string everybodyReads(const std::string& path)
+{
+    return "everybody on this machine may read it, until: chmod o= '" + path + "'";
+}
+
 }  // namespace tq

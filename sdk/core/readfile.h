@@ -22,4 +22,7 @@ struct FileContents {
 /// @param largest bytes; a larger file is refused and not read
 FileContents readRegularFile(const std::string& path, std::size_t largest);
 
+/// The words in which an operator is told that a secret file is readable by everybody.
+std::string everybodyReads(const std::string& path);
+
 }  // namespace tq

@@ -2,6 +2,8 @@
 // What may stand in a rig, and where a rig is looked for.
 #include "sdk/rig/rig.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -17,7 +19,6 @@ namespace tq::rig {
 
 namespace {
 
-constexpr const char* kInstalledRig = "/usr/local/kor/settings/rig.json";
 constexpr const char* kBuiltInRig = R"({"cameras": [
     {"serial": 30123456, "model": "KOR T Solo GS",
      "source": {"type": "simulated", "eye": "left"}, "imu": {"type": "simulated"}},
@@ -211,13 +212,21 @@ std::vector<CameraSettings> readCameras(const json& value, const std::filesystem
     return cameras;
 }
 
+// A name would have to be looked up, and could mean several addresses.
+bool isNumericAddress(const std::string& text)
+{
+    in6_addr parsed = {};  // large enough for either
+    return inet_pton(AF_INET, text.c_str(), &parsed) == 1 ||
+           inet_pton(AF_INET6, text.c_str(), &parsed) == 1;
+}
+
 StreamSettings readStream(const json& value)
 {
     Members members(value, "stream");
     StreamSettings stream;
     stream.bindAddress = members.text("bindAddress", stream.bindAddress);
-    if (stream.bindAddress.empty()) {
-        throw Refusal(members.key("bindAddress"), "is empty");
+    if (!isNumericAddress(stream.bindAddress)) {
+        throw Refusal(members.key("bindAddress"), "must be a numeric IPv4 or IPv6 address");
     }
     stream.user = members.text("user", stream.user);
     stream.password = members.text("password", stream.password);
@@ -240,9 +249,25 @@ StreamSettings readStream(const json& value)
     return stream;
 }
 
+/// Whether there is no such file. One that cannot be looked at, or to which a link is broken, is
+/// not absent: the built-in rig would take its place, which has no password.
+bool isAbsent(const std::filesystem::path& file)
+{
+    std::error_code failure;
+    if (std::filesystem::status(file, failure).type() != std::filesystem::file_type::not_found) {
+        return false;
+    }
+    for (std::filesystem::path part = file; part.has_relative_path(); part = part.parent_path()) {
+        if (std::filesystem::is_symlink(part, failure) && !std::filesystem::exists(part, failure)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 RigResult refused(const std::string& origin, const std::string& reason)
 {
-    return {std::nullopt, origin + ": " + reason};
+    return {std::nullopt, origin + ": " + reason, "", ""};
 }
 
 }  // namespace
@@ -266,7 +291,7 @@ RigResult parseRig(const std::string& text, const std::string& origin)
             rig.stream = readStream(*stream);
         }
         members.finish();
-        return {std::move(rig), ""};
+        return {std::move(rig), "", "", ""};
     } catch (const Refusal& refusal) {
         return refused(origin, refusal.what());
     } catch (const std::exception& error) {
@@ -277,20 +302,22 @@ RigResult parseRig(const std::string& text, const std::string& origin)
 RigResult readRig(const std::string& path)
 {
     const FileContents file = readRegularFile(path, kLargestFile);
-    return file ? parseRig(*file.bytes, path) : refused(path, "document: " + file.error);
+    RigResult result =
+        file ? parseRig(*file.bytes, path) : refused(path, "document: " + file.error);
+    result.file = path;
+    if (result && file.readableByAll && !result.rig->stream.password.empty()) {
+        result.warning = path + ": stream.password: " + everybodyReads(path);
+    }
+    return result;
 }
 
-RigResult loadRig()
+RigResult loadRig(const std::string& installed)
 {
     const char* named = std::getenv("KOR_RIG");
     if (named != nullptr && *named != '\0') {
         return readRig(named);
     }
-    std::error_code failure;
-    if (std::filesystem::exists(kInstalledRig, failure)) {
-        return readRig(kInstalledRig);
-    }
-    return parseRig(kBuiltInRig, "built-in rig");
+    return isAbsent(installed) ? parseRig(kBuiltInRig, "built-in rig") : readRig(installed);
 }
 
 }  // namespace tq::rig

@@ -102,17 +102,23 @@ struct Rig {
 /// A rig, or the reason why there is none.
 struct RigResult {
     std::optional<Rig> rig;
-    std::string error;  ///< one line "file: key: reason" when there is no rig
+    std::string error;    ///< one line "file: key: reason" when there is no rig
+    std::string warning;  ///< one line of the same form although there is one, or empty
+    std::string file;     ///< that it was read from; empty: the built-in rig
 
     explicit operator bool() const { return rig.has_value(); }
 };
 
-/// The rig of this machine: the file named by the environment variable KOR_RIG, else
-/// /usr/local/kor/settings/rig.json, else the built-in rig of two simulated cameras. Reads the file
-/// anew on every call and logs nothing. Thread safe as long as nobody changes the environment.
-RigResult loadRig();
+/// Where a rig is looked for when the environment names none.
+inline constexpr const char* kInstalledRig = "/usr/local/kor/settings/rig.json";
 
-/// Reads one file.
+/// The rig of this machine: the file named by the environment variable KOR_RIG, else the installed
+/// one, else the built-in rig of two simulated cameras. A link that leads nowhere is a file that
+/// cannot be read. Reads the file anew on every call and logs nothing. Thread safe as long as
+/// nobody changes the environment.
+RigResult loadRig(const std::string& installed = kInstalledRig);
+
+/// Reads one file, and warns when it holds a password that everybody on this machine may read.
 RigResult readRig(const std::string& path);
 
 /// Reads a rig from its text.

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "sdk/core/log.h"
-#include "sdk/rig/rig.h"
+#include "sdk/rig/currentrig.h"
 #include "sdk/stream/encoders.h"
 #include "sdk/stream/stereomedia.h"
 #include "tq_kor/sender.h"
@@ -135,12 +135,12 @@ ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
     if (!reason.empty()) {
         return ErrorCode::INVALID_CONFIGURATION;
     }
-    const rig::RigResult rig = rig::loadRig();
-    if (!rig) {
-        reason = rig.error;
+    const rig::SharedRig rig = rig::currentRig();
+    if (!*rig) {
+        reason = rig->error;
         return ErrorCode::INVALID_RIG;
     }
-    const rig::StreamSettings& settings = rig.rig->stream;
+    const rig::StreamSettings& settings = rig->rig->stream;
     reason = missingPart();
     if (!reason.empty()) {
         return ErrorCode::SERVER_FAILED;

@@ -6,6 +6,7 @@
 
 #include <QtTest>
 
+#include "sdk/rig/currentrig.h"
 #include "tests/sdk/sdktesting.h"
 
 using tq::rig::parseRig;
@@ -42,6 +43,11 @@ private slots:
     void refusals_data();
     void refusals();
     void aRefusedRigIsLoggedOnceAndEnumeratesNothing();
+    void aRigThatWasReadIsNotReplacedByTheBuiltInOne();
+    void aRigHoldsUntilTheNextEnumeration();
+    void aLinkThatLeadsNowhereIsRefused_data();
+    void aLinkThatLeadsNowhereIsRefused();
+    void aPasswordThatEverybodyReadsIsTold();
     void unreadableFiles();
     void lookupOrder();
     void exampleRigs_data();
@@ -219,6 +225,10 @@ void RigTest::refusals_data()
     row("stream type", R"({"cameras": [], "stream": []})",
         "stream: must be an object, but is array");
     row("stream key", withStream(R"("port": 1)"), "stream.port: unknown key");
+    for (const std::string address : {"", "localhost", "127.0.0", "fe80::1%lo", "127.0.0.1:80"}) {
+        row(("address " + address).c_str(), withStream("\"bindAddress\": \"" + address + "\""),
+            "stream.bindAddress: must be a numeric IPv4 or IPv6 address");
+    }
     row("mtu", withStream(R"("mtu": 100)"), "stream.mtu: must be from 576 to 65000");
     row("codec", withStream(R"("codec": "av1")"),
         "stream.codec: unknown value \"av1\", must be one of \"auto\", \"h264\", \"h265\"");
@@ -251,6 +261,107 @@ void RigTest::aRefusedRigIsLoggedOnceAndEnumeratesNothing()
     tq::LiveCameraGrabber grabber(tq::INPUT_TYPE::GMSL_RAW);
     const ErrorLog quiet;
     QCOMPARE(openCamera(grabber, 0), static_cast<int>(tq::ErrorCode::INVALID_RIG));
+}
+
+void RigTest::aRigThatWasReadIsNotReplacedByTheBuiltInOne()
+{
+    if (QFile::exists(tq::rig::kInstalledRig)) {
+        QSKIP("a rig is installed on this machine, the built-in one is not used");
+    }
+    TemporaryRig rig;
+    rig.add(simulated());
+    QCOMPARE(ArgusCamera::getGMSLDevices(true, false).size(), std::size_t(1));
+    // As when the installed file is removed, or its disk is.
+    qunsetenv("KOR_RIG");
+    const ErrorLog log;
+    QVERIFY(ArgusCamera::getGMSLDevices(true, false).empty());
+    const QString gone = rig.path() + ": document: is gone since it was read";
+    QCOMPARE(log.lines(), QStringList(gone));
+    ArgusCamera::deleteProviderInstance();
+    QCOMPARE(QString::fromStdString(tq::rig::currentRig()->error), gone);
+    qputenv("KOR_RIG", rig.path().toLocal8Bit());
+    QCOMPARE(ArgusCamera::getGMSLDevices(true, false).size(), std::size_t(1));
+}
+
+void RigTest::aRigHoldsUntilTheNextEnumeration()
+{
+    TemporaryRig rig;
+    rig.write(R"({"cameras": [], "stream": {"maxClients": 3}})");
+    // Before any enumeration the first who asks has it read.
+    QCOMPARE(tq::rig::currentRig()->rig->stream.maxClients, 3);
+    const auto change = [&rig](const QByteArray& text) {
+        QFile file(rig.path());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(text);
+    };
+    change(R"({"cameras": [], "stream": {"maxClients": 4}})");
+    QCOMPARE(tq::rig::currentRig()->rig->stream.maxClients, 3);
+    ArgusCamera::getGMSLDevices(true, false);
+    QCOMPARE(tq::rig::currentRig()->rig->stream.maxClients, 4);
+    QVERIFY(QFile::remove(rig.path()));
+    QCOMPARE(tq::rig::currentRig()->rig->stream.maxClients, 4);
+    const ErrorLog quiet;
+    ArgusCamera::getGMSLDevices(true, false);
+    QVERIFY(!*tq::rig::currentRig());
+    change(R"({"cameras": []})");
+    QVERIFY(!*tq::rig::currentRig());
+    ArgusCamera::getGMSLDevices(true, false);
+    QCOMPARE(tq::rig::currentRig()->rig->stream.maxClients, 8);
+}
+
+void RigTest::aLinkThatLeadsNowhereIsRefused_data()
+{
+    QTest::addColumn<QString>("link");
+    QTest::addColumn<QString>("file");
+    QTest::newRow("file") << "rig.json"
+                          << "rig.json";
+    QTest::newRow("folder") << "settings"
+                            << "settings/rig.json";
+    QTest::newRow("folder above") << "kor"
+                                  << "kor/settings/rig.json";
+}
+
+void RigTest::aLinkThatLeadsNowhereIsRefused()
+{
+    QFETCH(QString, link);
+    QFETCH(QString, file);
+    const QTemporaryDir folder;
+    const std::string installed = folder.filePath(file).toStdString();
+    const RigResult builtIn = tq::rig::loadRig(installed);
+    QVERIFY(builtIn.file.empty());
+    QCOMPARE(builtIn.rig->cameras.size(), std::size_t(2));
+    QVERIFY(QFile::link(folder.filePath("away"), folder.filePath(link)));
+    const RigResult refused = tq::rig::loadRig(installed);
+    QVERIFY(!refused);
+    QCOMPARE(refused.error, installed + ": document: cannot be read: No such file or directory");
+    // A folder behind a link that holds no rig is not a rig that is gone.
+    if (link != file) {
+        QVERIFY(QDir(folder.path()).mkpath("away/settings"));
+        QVERIFY(bool(tq::rig::loadRig(installed)));
+    }
+}
+
+void RigTest::aPasswordThatEverybodyReadsIsTold()
+{
+    TemporaryRig rig;
+    rig.write(R"({"cameras": [], "stream": {"user": "u", "password": "secret"}})");
+    const QByteArray path = rig.path().toLocal8Bit();
+    const QString line = rig.path() +
+                         ": stream.password: everybody on this machine may read it, "
+                         "until: chmod o= '" +
+                         rig.path() + "'";
+    for (const mode_t mode : {0644, 0604, 0660, 0640, 0600}) {
+        QVERIFY(::chmod(path, mode) == 0);
+        const ErrorLog log;
+        ArgusCamera::getGMSLDevices(true, false);
+        QCOMPARE(log.lines(), (mode & S_IROTH) != 0 ? QStringList(line) : QStringList());
+    }
+    // Without a password there is nothing to hide.
+    rig.write(R"({"cameras": []})");
+    QVERIFY(::chmod(path, 0644) == 0);
+    const ErrorLog log;
+    ArgusCamera::getGMSLDevices(true, false);
+    QVERIFY(log.lines().isEmpty());
 }
 
 void RigTest::unreadableFiles()

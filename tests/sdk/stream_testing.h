@@ -33,16 +33,23 @@ namespace streamtest {
 class StreamRig {
 public:
     explicit StreamRig(const QByteArray& stream = "{}") { use(stream); }
-    ~StreamRig() { qunsetenv("KOR_RIG"); }
+    ~StreamRig()
+    {
+        ArgusCamera::deleteProviderInstance();
+        qunsetenv("KOR_RIG");
+    }
+
+    QString path() const { return folder.filePath("rig.json"); }
 
     void use(const QByteArray& stream) { write("{\"cameras\": [], \"stream\": " + stream + "}"); }
 
     void write(const QByteArray& text)
     {
-        QFile file(folder.filePath("rig.json"));
+        QFile file(path());
         if (file.open(QIODevice::WriteOnly))
             file.write(text);
-        qputenv("KOR_RIG", file.fileName().toLocal8Bit());
+        qputenv("KOR_RIG", path().toLocal8Bit());
+        ArgusCamera::deleteProviderInstance();
     }
 
 private:
