@@ -21,6 +21,9 @@ constexpr const char* kFeedKey = "kor-feed";
 constexpr GstClockTime kNtpEpochOffset = G_GUINT64_CONSTANT(2208988800) * GST_SECOND;
 constexpr guint kNtpExtensionId = 1;
 constexpr guint kMostTcpBacklog = 8u << 20;  // bytes; some seconds of video
+// Of them the first pair that is free is taken: those that no service is registered for.
+constexpr guint16 kFirstMediaPort = 49152;
+constexpr guint16 kLastMediaPort = 65535;
 constexpr unsigned kVideoPacketsPerMillisecond = 64;
 constexpr unsigned kDataPacketsPerMillisecond = 16;
 constexpr const char* kNtpExtensionElement = "rtphdrextntp64";  // GStreamer 1.22
@@ -247,6 +250,21 @@ void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
     feed->attach(element.get());
 }
 
+// Without a pool the library binds its UDP sockets to all addresses, whatever the server's own is.
+void bindMedia(GstRTSPMediaFactory* factory, const std::string& address)
+{
+    const GObjectPtr<GstRTSPAddressPool> pool(gst_rtsp_address_pool_new());
+    const auto add = [&pool](const char* bound) {
+        gst_rtsp_address_pool_add_range(pool.get(), bound, bound, kFirstMediaPort, kLastMediaPort,
+                                        0);
+    };
+    add(address.c_str());
+    if (address == GST_RTSP_ADDRESS_POOL_ANY_IPV6) {
+        add(GST_RTSP_ADDRESS_POOL_ANY_IPV4);  // the server listens to both
+    }
+    gst_rtsp_media_factory_set_address_pool(factory, pool.get());
+}
+
 // appsrc "video" holds one frame at most: the feed keeps what waits. The queue gives the network a
 // thread of its own, so that sending does not hold up the encoder.
 std::string launchLine(const EncoderChoice& encoder, const rig::StreamSettings& settings,
@@ -280,6 +298,7 @@ GObjectPtr<GstRTSPMediaFactory> makeStereoMediaFactory(const EncoderChoice& enco
     gst_rtsp_media_factory_set_protocols(
         factory.get(),
         static_cast<GstRTSPLowerTrans>(GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_TCP));
+    bindMedia(factory.get(), settings.bindAddress);
     gst_rtsp_media_factory_set_buffer_size(factory.get(), 1 << 20);
     connect(factory.get(), "media-configure", G_CALLBACK(onMediaConfigure), feed);
     return factory;
