@@ -5,20 +5,28 @@
 #include <libyuv.h>
 #include <png.h>
 
+#include "sdk/core/readfile.h"
 #include "sdk/sources/framesource.h"
 
 namespace tq {
 
 namespace {
 
-constexpr unsigned kLargestEdge = 16384;
+// No camera has more, and one picture takes six bytes for each of its pixels while it is decoded.
+constexpr unsigned kLargestEdge = 8192;
+constexpr std::size_t kLargestFile = 256u << 20;
 
-/// An opened file, released on every way out.
+/// A file that is being decoded, released on every way out.
 struct PngReader {
-    explicit PngReader(const std::string& file) : path(file)
+    explicit PngReader(const std::string& file)
+        : path(file), contents(readRegularFile(path, kLargestFile))
     {
+        if (!contents) {
+            throw InvalidVideo(path + ": " + contents.error);
+        }
         image.version = PNG_IMAGE_VERSION;
-        check(png_image_begin_read_from_file(&image, path.c_str()));
+        check(png_image_begin_read_from_memory(&image, contents.bytes->data(),
+                                               contents.bytes->size()));
     }
     ~PngReader() { png_image_free(&image); }
     PngReader(const PngReader&) = delete;
@@ -33,6 +41,7 @@ struct PngReader {
     }
 
     const std::string path;
+    const FileContents contents;
     png_image image{};
 
 private:
@@ -51,7 +60,7 @@ Picture readPng(const std::string& path)
 {
     PngReader reader(path);
     if (reader.image.width > kLargestEdge || reader.image.height > kLargestEdge) {
-        throw InvalidVideo(path + ": is larger than 16384 pixels");
+        throw InvalidVideo(path + ": is larger than 8192 pixels");
     }
     Picture picture;
     picture.width = static_cast<int>(reader.image.width);

@@ -3,15 +3,15 @@
 #include "sdk/sources/recording.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <utility>
+
+#include "sdk/core/readfile.h"
 
 namespace tq {
 
@@ -20,6 +20,12 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kFastest = 240;
+// Four hours of pictures at 30 per second, 40 minutes of inertial data at 200.
+constexpr std::size_t kMostEntries = 500000;
+constexpr std::size_t kLargestList = 64u << 20;
+constexpr std::size_t kLongestLine = 1000;
+// Longer times are mistakes, and their sums would not fit.
+constexpr Timestamp kLongestRecording = 86400u * Timestamp{1000000000};
 
 [[noreturn]] void refuse(const fs::path& file, const std::string& reason)
 {
@@ -28,39 +34,51 @@ constexpr int kFastest = 240;
 
 using Fields = std::vector<std::string>;
 
-/// The fields of every line of a list that is not empty and no comment.
-std::vector<Fields> readList(const fs::path& file, std::size_t leastFields)
+Fields split(std::string_view line)
 {
-    std::ifstream stream(file);
-    if (!stream) {
-        refuse(file, std::strerror(errno));
+    Fields fields(1);
+    for (const char c : line) {
+        if (c == ',') {
+            fields.emplace_back();
+        } else if (c != '\r' && c != ' ' && c != '\t') {
+            fields.back() += c;
+        }
     }
-    std::vector<Fields> lines;
-    std::string line;
-    for (int number = 1; std::getline(stream, line); ++number) {
-        line.erase(std::remove_if(line.begin(), line.end(),
-                                  [](char c) { return c == '\r' || c == ' ' || c == '\t'; }),
-                   line.end());
-        if (line.empty() || line.front() == '#') {
+    return fields;
+}
+
+/// Gives away the fields of every line of a list that is not empty and no comment.
+template <typename Take>
+void readList(const fs::path& file, std::size_t leastFields, Take take)
+{
+    const FileContents contents = readRegularFile(file.string(), kLargestList);
+    if (!contents) {
+        refuse(file, contents.error);
+    }
+    std::size_t taken = 0;
+    std::string_view rest = *contents.bytes;
+    for (int number = 1; !rest.empty(); ++number) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(rest.size(), line.size() + 1));
+        const std::string place = "line " + std::to_string(number);
+        if (line.size() > kLongestLine) {
+            refuse(file, place + ": is longer than " + std::to_string(kLongestLine) + " bytes");
+        }
+        const Fields fields = split(line);
+        if (fields.front().substr(0, 1) == "#" || (fields.size() == 1 && fields[0].empty())) {
             continue;
         }
-        Fields fields(1);
-        for (const char c : line) {
-            if (c == ',') {
-                fields.emplace_back();
-            } else {
-                fields.back() += c;
-            }
-        }
         if (fields.size() < leastFields) {
-            refuse(file, "line " + std::to_string(number) + ": too few fields");
+            refuse(file, place + ": too few fields");
         }
-        lines.push_back(std::move(fields));
+        if (++taken > kMostEntries) {
+            refuse(file, "has more than " + std::to_string(kMostEntries) + " entries");
+        }
+        take(fields);
     }
-    if (lines.empty()) {
+    if (taken == 0) {
         refuse(file, "is empty");
     }
-    return lines;
 }
 
 /// The whole text as a number, whatever the locale.
@@ -105,17 +123,20 @@ Recording::Recording(const rig::RecordingSettings& settings)
     if (cameraFrames.size() < 2) {
         refuse(list, "has fewer than two frames");
     }
-    makeLoop();
+    const auto intervals = static_cast<double>(cameraFrames.size() - 1);
+    const auto span = static_cast<double>(cameraFrames.back().time - cameraFrames.front().time);
+    fps = static_cast<int>(std::lround(std::min(1e6, intervals * 1e9 / span)));
     if (fps < 1 || fps > kFastest) {
         refuse(list, "the frame rate is not from 1 to " + std::to_string(kFastest));
     }
+    makeLoop();
 }
 
 std::vector<RecordedFrame> Recording::readFrames(const std::string& camera) const
 {
     const fs::path list = fs::path(folder) / camera / "data.csv";
     std::vector<RecordedFrame> frames;
-    for (const Fields& fields : readList(list, 2)) {
+    readList(list, 2, [&](const Fields& fields) {
         RecordedFrame frame;
         if (!parse(fields[0], frame.time) ||
             (!frames.empty() && frame.time <= frames.back().time)) {
@@ -123,7 +144,7 @@ std::vector<RecordedFrame> Recording::readFrames(const std::string& camera) cons
         }
         frame.file = (list.parent_path() / "data" / fields[1]).string();
         frames.push_back(std::move(frame));
-    }
+    });
     return frames;
 }
 
@@ -141,33 +162,33 @@ void Recording::makeLoop()
             continue;  // it is absent or of no use, and so no part of the loop
         }
     }
-    const auto intervals = static_cast<double>(cameraFrames.size() - 1);
-    const auto span = static_cast<double>(cameraFrames.back().time - cameraFrames.front().time);
-    fps = static_cast<int>(std::lround(std::min(1e6, intervals * 1e9 / span)));
+    if (last - first > kLongestRecording) {
+        refuse(folder, "lasts longer than a day");
+    }
     // One period more than the span; rounded, so that cameras whose own spans differ by some
     // nanoseconds agree.
-    duration = last - first + 1000000000u / static_cast<Timestamp>(std::max(1, fps));
+    duration = last - first + 1000000000u / static_cast<Timestamp>(fps);
 }
 
 std::vector<IMUPacket> Recording::readImu() const
 {
     const fs::path list = fs::path(folder) / "imu0" / "data.csv";
     std::vector<IMUPacket> packets;
-    for (const Fields& fields : readList(list, 7)) {
+    readList(list, 7, [&](const Fields& fields) {
         IMUPacket packet{};
         if (!parsePacket(fields, packet) ||
             (!packets.empty() && packet.timestamp <= packets.back().timestamp)) {
             refuse(list, "malformed line with timestamp \"" + fields[0] + "\"");
         }
         packets.push_back(packet);
-    }
+    });
     // What lies outside the loop is not played; the last half period would collide with the
     // first packet of the next round.
     const Timestamp period =
         packets.size() < 2
             ? 0
             : (packets.back().timestamp - packets.front().timestamp) / (packets.size() - 1);
-    const Timestamp end = first + duration - period / 2;
+    const Timestamp end = first + duration - std::min(period, duration) / 2;
     const auto isOutside = [&](const IMUPacket& packet) {
         return packet.timestamp < first || packet.timestamp >= end;
     };

@@ -2,6 +2,8 @@
 // Playing of a recording.
 #include "sdk/sources/recordingsource.h"
 
+#include <utility>
+
 namespace tq {
 
 namespace {
@@ -29,11 +31,17 @@ FrameFormat RecordingSource::open(const FrameFormat& wanted)
 void RecordingSource::preload()
 {
     const std::vector<RecordedFrame>& frames = recording->frames();
-    if (readPng(frames.front().file).bytes() * frames.size() > kDecodedBytes) {
-        return;
-    }
+    std::size_t bytes = 0;
     for (const RecordedFrame& frame : frames) {
-        pictures.push_back(readPng(frame.file));
+        Picture picture = readPng(frame.file);
+        bytes += picture.bytes();
+        // The first picture foretells the sum, if they are all alike.
+        const std::size_t expected = pictures.empty() ? picture.bytes() * frames.size() : bytes;
+        if (expected > kDecodedBytes) {
+            pictures = {};
+            return;
+        }
+        pictures.push_back(std::move(picture));
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of played recordings: a synthetic one, malformed ones, and a real one where it is at hand.
 #include <png.h>
+#include <sys/stat.h>
 
 #include <QtTest>
 #include <cstring>
@@ -78,6 +79,30 @@ private:
     QTemporaryDir folder;
 };
 
+/// Puts something else where a recording has a file: a thing of that name, or a text.
+void putInTheWay(const QString& path, const QString& content)
+{
+    QFile file(path);
+    if (content == "half") {
+        file.resize(file.size() / 2);
+    } else if (content == "large") {
+        file.resize((64 << 20) + 1);
+    } else if (content == "huge") {
+        writePng(path, 8193, 1, std::vector<unsigned char>(8193), PNG_FORMAT_GRAY);
+    } else if (content == "pipe" || content == "device" || content == "folder") {
+        file.remove();
+        if (content == "pipe") {
+            ::mkfifo(qPrintable(path), 0600);
+        } else if (content == "device") {
+            QFile::link("/dev/zero", path);
+        } else {
+            QDir().mkdir(path);
+        }
+    } else {
+        writeText(path, content.toUtf8());
+    }
+}
+
 /// Plays one camera on a test clock.
 struct Player {
     Player(const tq::rig::RecordingSettings& settings, int width, int height)
@@ -121,6 +146,7 @@ private slots:
     void longDelaysSkip();
     void imuIsPlayedWithThePictures();
     void longRecordingsAreDecodedAsTheyArePlayed();
+    void firstPictureDoesNotStandForAll();
     void malformedRecordings_data();
     void malformedRecordings();
     void malformedImuIsReported();
@@ -302,6 +328,19 @@ void RecordingTest::longRecordingsAreDecodedAsTheyArePlayed()
     QVERIFY2(reason.find(".png: ") != std::string::npos, reason.c_str());
 }
 
+// What counts as a recording that is kept decoded is not for its first picture alone to say.
+void RecordingTest::firstPictureDoesNotStandForAll()
+{
+    const SyntheticRecording recording(70, 1024, 1024);
+    QVERIFY(writePng(recording.file("cam0/data/0.png"), 16, 8, std::vector<unsigned char>(16 * 8),
+                     PNG_FORMAT_GRAY));
+    Player player(recording.settings(), 16, 8);
+    QVERIFY2(player.code == tq::ErrorCode::SUCCESS, player.reason.c_str());
+    QVERIFY(QDir(recording.file("cam0/data")).removeRecursively());
+    tq::Timestamp time = 0;
+    QVERIFY_EXCEPTION_THROWN(player.source.next({player.pixels.data(), 0}, time), tq::InvalidVideo);
+}
+
 void RecordingTest::malformedRecordings_data()
 {
     QTest::addColumn<QString>("file");
@@ -313,7 +352,8 @@ void RecordingTest::malformedRecordings_data()
     QTest::newRow("no folder") << ""
                                << "" << unavailable << ": is not a folder";
     QTest::newRow("no list") << "cam0/data.csv"
-                             << "-" << unavailable << "data.csv: No such file or directory";
+                             << "-" << unavailable
+                             << "data.csv: cannot be read: No such file or directory";
     QTest::newRow("empty list") << "cam0/data.csv"
                                 << "" << unavailable << "data.csv: is empty";
     QTest::newRow("comments only") << "cam0/data.csv"
@@ -340,6 +380,34 @@ void RecordingTest::malformedRecordings_data()
     QTest::newRow("too fast") << "cam0/data.csv"
                               << "10,0.png\n20,1.png\n"
                               << unavailable << "data.csv: the frame rate is not from 1 to 240";
+    QTest::newRow("long line") << "cam0/data.csv"
+                               << "1," + QString(1000, 'x') << unavailable
+                               << "data.csv: line 1: is longer than 1000 bytes";
+    QString many;
+    for (int i = 1; i <= 500001; ++i) {
+        many += QString::number(i * 10000000LL) + ",0.png\n";
+    }
+    QTest::newRow("many lines") << "cam0/data.csv" << many << unavailable
+                                << "data.csv: has more than 500000 entries";
+    QTest::newRow("large list") << "cam0/data.csv"
+                                << "large" << unavailable << "data.csv: larger than 64 MiB";
+    QTest::newRow("list is a pipe") << "cam0/data.csv"
+                                    << "pipe" << unavailable << "data.csv: is not a regular file";
+    QTest::newRow("list is a device")
+        << "cam0/data.csv"
+        << "device" << unavailable << "data.csv: is not a regular file";
+    QTest::newRow("list is a folder") << "cam0/data.csv"
+                                      << "folder" << unavailable << "data.csv: is a folder";
+    // Together they would last a multiple of 2^64 ns.
+    QTest::newRow("times of another camera") << "cam1/data.csv"
+                                             << "0,0.png\n18446744073659551616,1.png\n"
+                                             << unavailable << "mav0: lasts longer than a day";
+    QTest::newRow("picture is a pipe") << "cam0/data/3.png"
+                                       << "pipe" << invalid << "3.png: is not a regular file";
+    QTest::newRow("picture is a device") << "cam0/data/3.png"
+                                         << "device" << invalid << "3.png: is not a regular file";
+    QTest::newRow("huge picture") << "cam0/data/3.png"
+                                  << "huge" << invalid << "3.png: is larger than 8192 pixels";
     QTest::newRow("no picture") << "cam0/data/3.png"
                                 << "-" << invalid << "3.png: ";
     QTest::newRow("bad picture") << "cam0/data/3.png"
@@ -360,11 +428,8 @@ void RecordingTest::malformedRecordings()
         QVERIFY(QDir(recording.root()).removeRecursively());
     } else if (content == "-") {
         QVERIFY(QFile::remove(path));
-    } else if (content == "half") {
-        QFile picture(path);
-        QVERIFY(picture.resize(picture.size() / 2));
     } else {
-        writeText(path, content.toUtf8());
+        putInTheWay(path, content);
     }
     const Player player(recording.settings(), 16, 8);
     QCOMPARE(static_cast<int>(player.code), code);
