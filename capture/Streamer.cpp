@@ -5,7 +5,9 @@
 #include <QDebug>
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <iostream>
+#include <utility>
 
 #include "capture/sidebyside.h"
 
@@ -17,8 +19,10 @@ constexpr unsigned long kSearchPauseUs = 10;
 constexpr int kLongestWaitMs = 100;
 constexpr std::chrono::seconds kReportInterval{10};
 constexpr std::uint64_t kNsPerUs = 1000;
-constexpr std::int64_t kMaxPairDistanceUs = 5000;
 constexpr int kNoPair = 1;
+constexpr double kUsPerMs = 1000;
+constexpr std::size_t kMaxQueueBytes = 512'000'000;
+constexpr std::size_t kImageBytes = 4096;  // what an image needs beside its pixels, generously
 
 // Each time is cut to whole microseconds by itself before two are compared, so that 5000.999 µs may
 // still pair and 5000.001 µs may not. Deliberate: it is how pairs have always been chosen.
@@ -27,10 +31,15 @@ std::int64_t captureTimeUs(const tq::Mat& image)
     return static_cast<std::int64_t>(sdk::captureTime(image) / kNsPerUs);
 }
 
-bool isPair(std::int64_t leftTimeUs, std::int64_t rightTimeUs)
+std::size_t bytesOf(const tq::Mat& image)
 {
-    const std::int64_t distance = rightTimeUs - leftTimeUs;
-    return distance <= kMaxPairDistanceUs && distance >= -kMaxPairDistanceUs;
+    return image.getStepBytes(sdk::kHostMemory) * sdk::heightOf(image) + kImageBytes;
+}
+
+bool hasPair(std::vector<std::int64_t> leftUs, std::vector<std::int64_t> rightUs)
+{
+    const auto offset = nearestOffset(std::move(leftUs), std::move(rightUs));
+    return offset && isPair(0, *offset);
 }
 
 /// Fills the sender's configuration; the constants are the SDK's own.
@@ -123,6 +132,8 @@ void VirtualCameraStreamer::configure(const VirtualCameraInfos& infos)
     const std::lock_guard<std::mutex> leftLock(leftEye.mutex);
     const std::lock_guard<std::mutex> rightLock(rightEye.mutex);
     config = senderConfig(infos);
+    leftEye.camera = infos.leftSerialNumber;
+    rightEye.camera = infos.rightSerialNumber;
     sbsWidth = infos.width;
     sbsHeight = infos.height;
     sizeWarned = false;
@@ -175,44 +186,82 @@ int VirtualCameraStreamer::createSBS(tq::Mat& out, tq::Timestamp& ts)
     }
     leftEye.consume(pair->left);
     rightEye.consume(pair->right);
+    ++pairs;
     return 0;
 }
 
-// The first match wins: the newest left image that has any partner, with its newest partner. Among
-// many images without partners the search takes minutes, so it ends with the stream.
+// Among many images without partners one search takes minutes. So it ends with the stream, and
+// begins anew with the images that came meanwhile when there is a pair among all but none among
+// those that it looks through: the next search would find that pair, too.
 std::optional<VirtualCameraStreamer::Pair> VirtualCameraStreamer::findPair()
 {
-    const std::size_t leftCount = leftEye.count();
-    const std::size_t rightCount = rightEye.count();
-    for (std::size_t i = leftCount; i-- > 0;) {
-        const std::optional<std::int64_t> leftTime = leftEye.timeUs(i);
-        for (std::size_t j = rightCount; j-- > 0;) {
-            const std::optional<std::int64_t> rightTime = rightEye.timeUs(j);
-            if (!running || !leftTime || !rightTime) {
-                return std::nullopt;
-            }
-            if (isPair(*leftTime, *rightTime)) {
-                return Pair{i, j};
-            }
-            usleep(kSearchPauseUs);
-        }
+    std::optional<Pair> found;
+    while (!searchPair(found)) {
     }
-    return std::nullopt;
+    return found;
 }
 
+// The first match wins: the newest left image that has any partner, with its newest partner. False
+// when the search must begin anew.
+bool VirtualCameraStreamer::searchPair(std::optional<Pair>& found)
+{
+    Search search{leftEye.end(), rightEye.end(), 0, 0};
+    search.knownLeft = search.leftEnd;
+    search.knownRight = search.rightEnd;
+    for (std::uint64_t i = search.leftEnd; i-- > 0;) {
+        const std::optional<std::int64_t> leftTime = leftEye.timeUs(i);
+        if (!leftTime || !rightEye.timeUs(search.rightEnd - 1)) {
+            return true;  // where one image is gone, all older ones are
+        }
+        for (std::uint64_t j = search.rightEnd; j-- > 0;) {
+            const std::optional<std::int64_t> rightTime = rightEye.timeUs(j);
+            if (!rightTime) {
+                break;
+            }
+            if (!running) {
+                return true;
+            }
+            if (isPair(*leftTime, *rightTime)) {
+                found = Pair{i, j};
+                return true;
+            }
+            usleep(kSearchPauseUs);
+            if (isOvertaken(search)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+bool VirtualCameraStreamer::isOvertaken(Search& search)
+{
+    const std::uint64_t left = leftEye.end();
+    const std::uint64_t right = rightEye.end();
+    if (left == search.knownLeft && right == search.knownRight) {
+        return false;
+    }
+    search.knownLeft = left;
+    search.knownRight = right;
+    report(std::chrono::steady_clock::now());
+    return !hasPair(leftEye.timesUs(search.leftEnd), rightEye.timesUs(search.rightEnd)) &&
+           hasPair(leftEye.timesUs(left), rightEye.timesUs(right));
+}
+
+// An image that has been dropped since the search found it is not replaced by another one.
 bool VirtualCameraStreamer::joinPair(const Pair& pair, tq::Mat& out, tq::Timestamp& ts)
 {
     const std::lock_guard<std::mutex> leftLock(leftEye.mutex);
     const std::lock_guard<std::mutex> rightLock(rightEye.mutex);
-    if (leftEye.images.size() <= pair.left || rightEye.images.size() <= pair.right) {
+    const tq::Mat* const left = leftEye.at(pair.left);
+    const tq::Mat* const right = rightEye.at(pair.right);
+    if (left == nullptr || right == nullptr) {
         return false;
     }
-    const tq::Mat& left = *leftEye.images[pair.left];
-    const tq::Mat& right = *rightEye.images[pair.right];
-    ts = sdk::captureTime(left);
-    warnAboutSize(left, right);
+    ts = sdk::captureTime(*left);
+    warnAboutSize(*left, *right);
     fitFrame(out);
-    joinSideBySide(left, right, sbsWidth, sbsHeight, out.getPtr<unsigned char>(sdk::kHostMemory));
+    joinSideBySide(*left, *right, sbsWidth, sbsHeight, out.getPtr<unsigned char>(sdk::kHostMemory));
     return true;
 }
 
@@ -258,13 +307,14 @@ void VirtualCameraStreamer::run()
         leftEye.dropped = 0;
         rightEye.dropped = 0;
     }
+    beginReport(std::chrono::steady_clock::now());
     qDebug() << "[VirtualCameraStreamer] --> Enter <--";
     while (running) {
         if (arrivals.tryAcquire(1, kLongestWaitMs)) {
             arrivals.tryAcquire(arrivals.available());
         }
         sendPair(frame);
-        reportDrops(std::chrono::steady_clock::now());
+        report(std::chrono::steady_clock::now());
         usleep(kLoopIntervalUs);
     }
     clearImageQueues();
@@ -322,25 +372,93 @@ void VirtualCameraStreamer::logDrops()
     }
 }
 
+void VirtualCameraStreamer::report(std::chrono::steady_clock::time_point now)
+{
+    reportDrops(now);
+    reportPairs(now);
+}
+
+void VirtualCameraStreamer::beginReport(std::chrono::steady_clock::time_point now)
+{
+    pairReport.start(now, {leftEye.end(), rightEye.end(), pairs});
+}
+
+void VirtualCameraStreamer::reportPairs(std::chrono::steady_clock::time_point now)
+{
+    const PairReport::Counts counts{leftEye.end(), rightEye.end(), pairs};
+    const PairReport::News news = pairReport.look(now, counts);
+    if (news == PairReport::News::None) {
+        return;
+    }
+    const auto offset = nearestOffset(leftEye.timesUs(counts.left), rightEye.timesUs(counts.right));
+    if (news == PairReport::News::Apart && (!offset || isPair(0, *offset))) {
+        pairReport.retract();  // the next search finds a pair
+        return;
+    }
+    logPairs(news, offset.value_or(0));
+}
+
+void VirtualCameraStreamer::logPairs(PairReport::News news, std::int64_t offsetUs)
+{
+    using News = PairReport::News;
+    const std::uint64_t left = leftEye.serial();
+    const std::uint64_t right = rightEye.serial();
+    const char* const order = offsetUs < 0 ? "before" : "after";
+    QDebug log = qWarning();
+    log << "[VirtualCameraStreamer] Virtual camera" << serialNumber();
+    if (news == News::Again) {
+        log << "has pairs of images again, after" << pairReport.gap().count() << "ms";
+    } else if (news == News::BothSilent) {
+        log << "has no pair of images: cameras" << left << "and" << right << "deliver nothing";
+    } else if (news == News::Apart) {
+        log << "has no pair of images: those of camera" << right << "are taken"
+            << static_cast<double>(std::abs(offsetUs)) / kUsPerMs << "ms" << order
+            << "those of camera" << left << "and at most 5 ms make a pair";
+    } else {
+        log << "has no pair of images: camera" << (news == News::LeftSilent ? left : right)
+            << "delivers nothing";
+    }
+}
+
 int VirtualCameraStreamer::serialNumber()
 {
     const std::lock_guard<std::mutex> lock(leftEye.mutex);
     return config.serialNumber;
 }
 
-std::size_t VirtualCameraStreamer::Eye::count()
+std::uint64_t VirtualCameraStreamer::Eye::end()
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    return images.size();
+    return first + images.size();
 }
 
-std::optional<std::int64_t> VirtualCameraStreamer::Eye::timeUs(std::size_t index)
+std::uint64_t VirtualCameraStreamer::Eye::serial()
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (images.size() <= index) {
-        return std::nullopt;
+    return camera;
+}
+
+const tq::Mat* VirtualCameraStreamer::Eye::at(std::uint64_t number) const
+{
+    const bool there = number >= first && number - first < images.size();
+    return there ? images[number - first].get() : nullptr;
+}
+
+std::optional<std::int64_t> VirtualCameraStreamer::Eye::timeUs(std::uint64_t number)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    const tq::Mat* const image = at(number);
+    return image != nullptr ? std::optional(captureTimeUs(*image)) : std::nullopt;
+}
+
+std::vector<std::int64_t> VirtualCameraStreamer::Eye::timesUs(std::uint64_t endNumber)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    std::vector<std::int64_t> times;
+    for (std::uint64_t number = first; number < endNumber && at(number) != nullptr; ++number) {
+        times.push_back(captureTimeUs(*at(number)));
     }
-    return captureTimeUs(*images[index]);
+    return times;
 }
 
 void VirtualCameraStreamer::Eye::append(const tq::Mat& image)
@@ -348,21 +466,35 @@ void VirtualCameraStreamer::Eye::append(const tq::Mat& image)
     const std::lock_guard<std::mutex> lock(mutex);
     auto copy = std::make_unique<tq::Mat>();
     copy->clone(image);
+    bytes += bytesOf(*copy);
     images.push_back(std::move(copy));
+    while (bytes > kMaxQueueBytes && images.size() > 1) {
+        popOldest();
+        ++dropped;
+    }
 }
 
 // Everything up to the image that was sent is older, so it is of no use any more.
-void VirtualCameraStreamer::Eye::consume(std::size_t index)
+void VirtualCameraStreamer::Eye::consume(std::uint64_t number)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    dropped += index;
-    for (std::size_t n = std::min(index + 1, images.size()); n > 0; --n) {
-        images.pop_front();
+    while (!images.empty() && first <= number) {
+        dropped += first < number ? 1 : 0;
+        popOldest();
     }
 }
 
 void VirtualCameraStreamer::Eye::clear()
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    images.clear();
+    while (!images.empty()) {
+        popOldest();
+    }
+}
+
+void VirtualCameraStreamer::Eye::popOldest()
+{
+    bytes -= bytesOf(*images.front());
+    images.pop_front();
+    ++first;
 }

@@ -15,9 +15,10 @@
 #include <vector>
 
 #include "capture/VirtualCameraInfos.h"
+#include "capture/pairing.h"
 #include "capture/sdk.h"
 
-/// Images of a stream that were given up for a newer pair.
+/// Images of a stream that were given up for newer ones.
 struct DroppedImages {
     std::uint64_t left = 0;
     std::uint64_t right = 0;
@@ -78,34 +79,60 @@ protected:
     /// Logs what was dropped, if that has changed, at most every ten seconds.
     void reportDrops(std::chrono::steady_clock::time_point now);
 
+    /// The reports of pairs begin anew: whatever was before does not count.
+    void beginReport(std::chrono::steady_clock::time_point now);
+
+    /// Logs once why there has been no pair for two seconds, and once that there are pairs again.
+    void reportPairs(std::chrono::steady_clock::time_point now);
+
 private:
-    /// The images of one side, oldest first. They have no bound: an image waits until a match
-    /// consumes it or the streamer closes.
+    /// The images of one side, oldest first, numbered as they came. An image waits until a match
+    /// consumes it or the streamer closes; of more than 512 MB the oldest go.
     struct Eye {
         std::mutex mutex;  // held for every access to the rest
         std::deque<std::unique_ptr<tq::Mat>> images;
+        std::uint64_t first = 0;  // number of the oldest
+        std::size_t bytes = 0;
         std::uint64_t dropped = 0;
+        std::uint64_t camera = 0;  // physical serial number
 
-        std::size_t count();
-        std::optional<std::int64_t> timeUs(std::size_t index);
+        std::uint64_t end();
+        std::uint64_t serial();
+        const tq::Mat* at(std::uint64_t number) const;  // with the mutex held
+        std::optional<std::int64_t> timeUs(std::uint64_t number);
+        std::vector<std::int64_t> timesUs(std::uint64_t endNumber);
         void append(const tq::Mat& image);
-        void consume(std::size_t index);
+        void consume(std::uint64_t number);
         void clear();
+        void popOldest();  // with the mutex held
     };
+    /// Numbers of images.
     struct Pair {
-        std::size_t left;
-        std::size_t right;
+        std::uint64_t left;
+        std::uint64_t right;
+    };
+    /// Numbers behind the newest images: of those that are searched, and of those that were there
+    /// at the last look.
+    struct Search {
+        std::uint64_t leftEnd;
+        std::uint64_t rightEnd;
+        std::uint64_t knownLeft;
+        std::uint64_t knownRight;
     };
 
     void stopThread();
     void configure(const VirtualCameraInfos& infos);
     std::optional<Pair> findPair();
+    bool searchPair(std::optional<Pair>& found);
+    bool isOvertaken(Search& search);
     bool joinPair(const Pair& pair, tq::Mat& out, tq::Timestamp& ts);
     void fitFrame(tq::Mat& frame) const;
     bool isFitting(const tq::Mat& frame) const;
     void warnAboutSize(const tq::Mat& left, const tq::Mat& right);
     void sendPair(tq::Mat& frame);
     void logDrops();
+    void report(std::chrono::steady_clock::time_point now);
+    void logPairs(PairReport::News news, std::int64_t offsetUs);
     int serialNumber();
 
     std::atomic<bool> running{false};
@@ -123,4 +150,6 @@ private:
     QSemaphore arrivals;  // images that came since the last look
     std::uint64_t reportedDrops = 0;
     std::chrono::steady_clock::time_point nextReport{};
+    std::uint64_t pairs = 0;  // since the streamer was made
+    PairReport pairReport;
 };

@@ -75,7 +75,9 @@ public:
 
     void left(const tq::Mat& image) { ingestLeftImage(30123456, image, {}, {}); }
     void right(const tq::Mat& image) { ingestRightImage(30123457, image, {}, {}); }
+    using VirtualCameraStreamer::beginReport;
     using VirtualCameraStreamer::reportDrops;
+    using VirtualCameraStreamer::reportPairs;
 };
 
 /// Bytes as text, for comparison.

@@ -4,6 +4,7 @@
 
 #include <QThread>
 #include <mutex>
+#include <utility>
 
 namespace {
 
@@ -11,6 +12,7 @@ struct Record {
     std::mutex mutex;
     std::map<std::thread::id, pauses::Counts> sleeps;
     std::vector<unsigned long> waits;
+    std::function<void(unsigned long)> onSleep;
 };
 
 Record& all()
@@ -51,6 +53,12 @@ Counts ofOtherThreads()
     return sum;
 }
 
+void onSleep(std::function<void(unsigned long)> function)
+{
+    const std::lock_guard<std::mutex> lock(all().mutex);
+    all().onSleep = std::move(function);
+}
+
 std::vector<unsigned long> waits()
 {
     const std::lock_guard<std::mutex> lock(all().mutex);
@@ -67,9 +75,14 @@ bool __real__ZN7QThread4waitEm(QThread* self, unsigned long milliseconds);
 
 void __wrap__ZN7QThread6usleepEm(unsigned long microseconds)
 {
+    std::function<void(unsigned long)> function;
     {
         const std::lock_guard<std::mutex> lock(all().mutex);
         ++all().sleeps[std::this_thread::get_id()][microseconds];
+        function = all().onSleep;
+    }
+    if (function) {
+        function(microseconds);
     }
     __real__ZN7QThread6usleepEm(microseconds);
 }

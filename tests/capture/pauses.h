@@ -4,6 +4,7 @@
 // wherever their own code calls them.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <thread>
 #include <vector>
@@ -21,6 +22,9 @@ Counts ofThread(std::thread::id thread);
 
 /// Sleeps of all threads but the calling one.
 Counts ofOtherThreads();
+
+/// Called at every sleep by the thread that sleeps; null to stop.
+void onSleep(std::function<void(unsigned long microseconds)> function);
 
 /// Limits of QThread::wait, ms, in the order of the calls.
 std::vector<unsigned long> waits();
