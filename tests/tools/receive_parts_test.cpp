@@ -3,8 +3,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
+#include <QVector>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 #include "tools/receive/datarecords.h"
 #include "tools/receive/options.h"
@@ -14,10 +16,11 @@ using namespace receive;
 
 namespace {
 
-QByteArray label(int kind)
+QByteArray label(int kind, int version = 1)
 {
-    QByteArray bytes = QByteArray::fromHex("060E2B34020501010F4B4F5201000100");
+    QByteArray bytes = QByteArray::fromHex("060E2B34020501010F4B4F5201000000");
     bytes[13] = static_cast<char>(kind);
+    bytes[14] = static_cast<char>(version);
     return bytes;
 }
 
@@ -29,13 +32,14 @@ QByteArray bigEndian(std::uint64_t value, int bytes)
     return result;
 }
 
-QByteArray frameUnit(std::uint64_t counter, std::uint64_t time, int extraBytes = 0)
+QByteArray frameUnit(std::uint64_t counter, std::uint64_t time, int extraBytes = 0, int version = 1)
 {
     QByteArray value = bigEndian(100000001, 4) + bigEndian(0, 4) + bigEndian(counter, 8) +
                        bigEndian(time, 8) + bigEndian(7, 8) + bigEndian(1, 2) + bigEndian(2, 2) +
                        bigEndian(1920, 4) + bigEndian(1200, 4) + bigEndian(30, 4);
     value.append(QByteArray(200 - value.size() + extraBytes, '\0'));
-    return label(1) + '\x82' + bigEndian(static_cast<std::uint64_t>(value.size()), 2) + value;
+    return label(1, version) + '\x82' + bigEndian(static_cast<std::uint64_t>(value.size()), 2) +
+           value;
 }
 
 struct Collected {
@@ -53,6 +57,17 @@ Collected read(const QByteArray& bytes)
     result.whole = readRecords(reinterpret_cast<const std::uint8_t*>(bytes.constData()),
                                static_cast<std::size_t>(bytes.size()), handler);
     return result;
+}
+
+std::optional<QByteArray> add(UnitCollector& collector, std::uint16_t sequence,
+                              const QByteArray& payload, bool marker = false)
+{
+    const std::vector<std::uint8_t>* const unit =
+        collector.add(sequence, marker, reinterpret_cast<const std::uint8_t*>(payload.constData()),
+                      static_cast<std::size_t>(payload.size()));
+    return unit ? std::make_optional(QByteArray(reinterpret_cast<const char*>(unit->data()),
+                                                static_cast<int>(unit->size())))
+                : std::nullopt;
 }
 
 FrameRecord record(std::uint64_t counter, std::uint64_t time = 1700000000123456789u)
@@ -81,15 +96,21 @@ private slots:
     void acceptsLongerValues();
     void refusesBrokenUnits_data();
     void refusesBrokenUnits();
+    void collectsUnits();
+    void leavesOutDamagedUnits();
+    void endsOverlongUnits();
     void recoversCaptureTimes();
     void findsPercentiles();
     void leavesOutWhatIsUnknown();
     void keepsTheLatest();
     void countsLostFrames();
+    void countsWhatCanBeLost_data();
+    void countsWhatCanBeLost();
     void countsLostPackets();
     void prefersTheRecordedTime();
     void tellsTheStateOfEyes();
     void hidesCredentials();
+    void showsNoControlCharacters();
 };
 
 void ReceivePartsTest::readsFrames()
@@ -134,7 +155,7 @@ void ReceivePartsTest::passesOverUnknownRecords()
 
 void ReceivePartsTest::acceptsLongerValues()
 {
-    const Collected result = read(frameUnit(3, 4, 56));
+    const Collected result = read(frameUnit(3, 4, 56, 2));
     QVERIFY(result.whole);
     QCOMPARE(result.frames.size(), std::size_t{1});
     QCOMPARE(result.frames[0].counter, std::uint64_t{3});
@@ -148,6 +169,13 @@ void ReceivePartsTest::refusesBrokenUnits_data()
     QTest::newRow("no length") << unit.left(16);
     QTest::newRow("cut in the length") << unit.left(18);
     QTest::newRow("cut in the value") << unit.left(100);
+    QTest::newRow("too short") << frameUnit(1, 2, -1);
+    QTest::newRow("empty") << QByteArray(label(1) + '\0');
+    QTest::newRow("longer than its version") << frameUnit(1, 2, 1);
+    QTest::newRow("later version, too short") << frameUnit(1, 2, -1, 2);
+    QTest::newRow("short IMU record")
+        << QByteArray(label(2) + '\x82' + bigEndian(359, 2) + QByteArray(359, '\0'));
+    QTest::newRow("not a label") << QByteArray(frameUnit(1, 2, 0).replace(0, 4, "1234"));
     QTest::newRow("indefinite length") << QByteArray(label(1) + '\x80');
     QTest::newRow("absurd length") << QByteArray(label(1) + QByteArray::fromHex("84FFFFFFFF00"));
     QTest::newRow("length of nine bytes")
@@ -160,6 +188,47 @@ void ReceivePartsTest::refusesBrokenUnits()
     const Collected result = read(bytes);
     QVERIFY(!result.whole);
     QVERIFY(result.frames.empty());
+}
+
+void ReceivePartsTest::collectsUnits()
+{
+    UnitCollector collector;
+    const QByteArray unit = frameUnit(1, 2);
+    // Numbers wrap; units follow one another.
+    QVERIFY(!add(collector, 65535, unit.left(100)));
+    QCOMPARE(add(collector, 0, unit.mid(100), true), unit);
+    QCOMPARE(add(collector, 1, unit, true), unit);
+    // One that begins with anything else is whole, too: its reader judges.
+    QCOMPARE(add(collector, 2, "junk", true), QByteArray("junk"));
+}
+
+void ReceivePartsTest::leavesOutDamagedUnits()
+{
+    UnitCollector collector;
+    const QByteArray unit = frameUnit(1, 2);
+    QVERIFY(!add(collector, 9, unit.mid(100), true));  // begins in the middle of one
+    QVERIFY(!add(collector, 10, unit.left(50)));
+    QVERIFY(!add(collector, 12, unit.mid(100)));  // one is lost
+    QVERIFY(!add(collector, 13, unit.mid(150), true));
+    QCOMPARE(add(collector, 14, unit, true), unit);
+    QVERIFY(!add(collector, 15, unit.left(50)));
+    QCOMPARE(add(collector, 17, unit, true), unit);  // the end of one is lost, the next is whole
+}
+
+void ReceivePartsTest::endsOverlongUnits()
+{
+    UnitCollector collector;
+    int given = 0;
+    for (int i = 0; i < 1000; ++i) {
+        const auto unit = add(collector, static_cast<std::uint16_t>(i),
+                              i == 0 ? label(1) : QByteArray(1400, 'x'));
+        given += unit ? 1 : 0;
+        QVERIFY(!unit || unit->size() < 70000);
+    }
+    QCOMPARE(given, 1);
+    QVERIFY(!add(collector, 1000, "the end", true));
+    const QByteArray unit = frameUnit(1, 2);
+    QCOMPARE(add(collector, 1001, unit, true), unit);
 }
 
 void ReceivePartsTest::recoversCaptureTimes()
@@ -219,13 +288,48 @@ void ReceivePartsTest::countsLostFrames()
 {
     Statistics statistics;
     for (const std::uint64_t counter : {5, 6, 7, 10, 11, 20})
-        statistics.frameRecord(record(counter), static_cast<std::uint32_t>(counter));
+        statistics.frameRecord(record(counter), static_cast<std::uint32_t>(counter), 0);
     QCOMPARE(json(statistics)["framesLost"].toInt(), 2 + 8);
     // The sender was opened anew.
-    statistics.frameRecord(record(0), 100);
-    statistics.frameRecord(record(1), 101);
+    statistics.frameRecord(record(0), 100, 0);
+    statistics.frameRecord(record(1), 101, 0);
     QCOMPARE(json(statistics)["framesLost"].toInt(), 10);
     QCOMPARE(json(statistics)["frameRecords"].toInt(), 8);
+}
+
+void ReceivePartsTest::countsWhatCanBeLost_data()
+{
+    constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
+    QTest::addColumn<QVector<quint64>>("counters");
+    QTest::addColumn<double>("elapsed");
+    QTest::addColumn<int>("lost");
+    QTest::newRow("same again") << QVector<quint64>{4, 4, 4} << 0.0 << 0;
+    QTest::newRow("wraps") << QVector<quint64>{kMost - 1, kMost, 0, 1} << 9.0 << 0;
+    QTest::newRow("jumps") << QVector<quint64>{0, kMost / 2, kMost, 3, kMost} << 9.0 << 0;
+    QTest::newRow("jumps, then loses") << QVector<quint64>{0, kMost / 2, kMost / 2 + 3} << 9.0 << 2;
+    QTest::newRow("backwards") << QVector<quint64>{900, 800, 700, 702} << 0.0 << 1;
+    QTest::newRow("an hour") << QVector<quint64>{0, 216001} << 3600.0 << 216000;
+    QTest::newRow("too soon") << QVector<quint64>{0, 216001} << 1.0 << 0;
+    // To and fro, each jump small.
+    QVector<quint64> swings;
+    for (int i = 0; i < 100000; ++i)
+        swings << 0 << 500;
+    QTest::newRow("swings") << swings << 1.0 << 4 * 499;
+}
+
+void ReceivePartsTest::countsWhatCanBeLost()
+{
+    QFETCH(QVector<quint64>, counters);
+    QFETCH(double, elapsed);
+    Statistics statistics;
+    for (const quint64 counter : counters)
+        statistics.frameRecord(record(counter), 0, elapsed);
+    QTEST(json(statistics)["framesLost"].toInt(-1), "lost");
+    // Another camera counts from anywhere.
+    FrameRecord other = record(counters.last() + 100);
+    ++other.serial;
+    statistics.frameRecord(other, 0, elapsed);
+    QTEST(json(statistics)["framesLost"].toInt(-1), "lost");
 }
 
 void ReceivePartsTest::countsLostPackets()
@@ -235,7 +339,7 @@ void ReceivePartsTest::countsLostPackets()
     for (const std::uint64_t sequence : {3, 4, 8}) {
         packet.sequence = sequence;
         packet.timestamp = sequence * 5000000;
-        statistics.imuRecord(packet);
+        statistics.imuRecord(packet, 0);
     }
     QCOMPARE(json(statistics)["imuPackets"].toInt(), 3);
     QCOMPARE(json(statistics)["imuPacketsLost"].toInt(), 3);
@@ -246,7 +350,7 @@ void ReceivePartsTest::prefersTheRecordedTime()
 {
     Statistics statistics;
     const std::uint64_t time = 1700000000123456789u;
-    statistics.frameRecord(record(0, time), 1234);
+    statistics.frameRecord(record(0, time), 1234, 0);
     statistics.finishedFrame(1234, time + 5500000);
     const QJsonObject result = json(statistics);
     QCOMPARE(result["latencyMs"].toObject()["max"].toDouble(), 5.5);
@@ -261,7 +365,7 @@ void ReceivePartsTest::prefersTheRecordedTime()
 void ReceivePartsTest::tellsTheStateOfEyes()
 {
     Statistics statistics;
-    statistics.frameRecord(record(0), 0);
+    statistics.frameRecord(record(0), 0, 0);
     QVERIFY(statistics.statusLine(1).find("left none  right none") != std::string::npos);
     const std::vector<std::uint8_t> bright{100, 110, 120};
     const std::vector<std::uint8_t> other{101, 110, 120};
@@ -286,6 +390,14 @@ void ReceivePartsTest::hidesCredentials()
              std::string("rtsp://host:1/stereo"));
     QCOMPARE(withoutCredentials("rtsp://host:1/ste@reo"), std::string("rtsp://host:1/ste@reo"));
     QCOMPARE(withoutCredentials("nonsense"), std::string("nonsense"));
+}
+
+void ReceivePartsTest::showsNoControlCharacters()
+{
+    QCOMPARE(printable("Käse 100 %"), std::string("Käse 100 %"));
+    QCOMPARE(printable("\x1b[2J\x07\r\n\x7f"), std::string("?[2J????"));
+    QCOMPARE(printable("\xc2\x9b\xe2\x80\xae|"), std::string("??|"));  // C1, reversed writing
+    QCOMPARE(printable("\x9b\xff|"), std::string("\xef\xbf\xbd\xef\xbf\xbd|"));  // not UTF-8
 }
 
 QTEST_GUILESS_MAIN(ReceivePartsTest)

@@ -91,6 +91,7 @@ private slots:
     void explainsItself();
     void refusesWrongUse_data();
     void refusesWrongUse();
+    void refusesAddressesOfOtherCharacters();
     void reportsAbsentSender();
     void showsStatus();
     void writesEverything();
@@ -179,6 +180,7 @@ void ReceiveTest::refusesWrongUse_data()
     QTest::newRow("half a frame") << QStringList{"--frames", "1.5", url};
     QTest::newRow("negative") << QStringList{"--duration", "-1", url};
     QTest::newRow("not a number") << QStringList{"--duration", "nan", url};
+    QTest::newRow("no memory") << QStringList{"--memory", "0", url};
     QTest::newRow("missing value") << QStringList{url, "--json"};
     QTest::newRow("snapshot of nothing") << QStringList{"--no-decode", "--snapshot", "x", url};
 }
@@ -190,6 +192,20 @@ void ReceiveTest::refusesWrongUse()
     QCOMPARE(outcome.status, 2);
     QVERIFY(outcome.err.contains("--help"));
     QVERIFY(outcome.out.isEmpty());
+}
+
+void ReceiveTest::refusesAddressesOfOtherCharacters()
+{
+    // A shell hands on any bytes, QProcess those of text only.
+    for (const char* address : {"rtsp://127.0.0.1:1/\\xff", "http://\\e[2J"}) {
+        QProcess shell;
+        shell.start("bash", {"-c", "exec \"$0\" --json - $'" + QString(address) + "'",
+                             QString(VISTREL_RECEIVE)});
+        const Outcome outcome = finish(shell);
+        QVERIFY2(outcome.status == 2, outcome.err);
+        QVERIFY2(outcome.out.isEmpty(), outcome.out);
+        QVERIFY2(!outcome.err.contains('\x1b') && !outcome.err.contains('\xff'), outcome.err);
+    }
 }
 
 void ReceiveTest::reportsAbsentSender()

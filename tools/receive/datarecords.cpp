@@ -5,13 +5,17 @@
 #include <gst/base/gstbytereader.h>
 
 #include <cstring>
+#include <utility>
 
 namespace receive {
 
 namespace {
 
 constexpr guint kLabelBytes = 16;
+constexpr std::size_t kUniversalBytes = 4;  // that all labels begin with
 constexpr std::size_t kKindOffset = 13;
+constexpr std::size_t kVersionOffset = 14;
+constexpr std::size_t kMostUnitBytes = 65536;
 constexpr guint kFrameBytes = 200;
 constexpr guint kImuBytes = 360;
 // The label up to the kind of record.
@@ -80,6 +84,18 @@ ImuRecord readImu(GstByteReader& in)
     return record;
 }
 
+/// Whether a value of this length can hold the record: the first version has a length of its own,
+/// later ones append to it.
+bool fits(guint length, guint bytes, std::uint8_t version)
+{
+    return version <= 1 ? length == bytes : length >= bytes;
+}
+
+bool beginsRecord(const std::uint8_t* bytes, std::size_t size)
+{
+    return size >= kUniversalBytes && std::memcmp(bytes, kLabelStart, kUniversalBytes) == 0;
+}
+
 }  // namespace
 
 bool readRecords(const std::uint8_t* bytes, std::size_t size, const RecordHandler& handler)
@@ -90,22 +106,47 @@ bool readRecords(const std::uint8_t* bytes, std::size_t size, const RecordHandle
         const guint8* label = nullptr;
         guint length = 0;
         const guint8* value = nullptr;
-        if (!gst_byte_reader_get_data(&in, kLabelBytes, &label) || !readLength(in, length) ||
+        if (!gst_byte_reader_get_data(&in, kLabelBytes, &label) ||
+            !beginsRecord(label, kLabelBytes) || !readLength(in, length) ||
             !gst_byte_reader_get_data(&in, length, &value)) {
             return false;
         }
         GstByteReader fields;
         gst_byte_reader_init(&fields, value, length);
-        if (std::memcmp(label, kLabelStart, kKindOffset) != 0) {
-            continue;
+        const std::uint8_t kind =
+            std::memcmp(label, kLabelStart, kKindOffset) == 0 ? label[kKindOffset] : 0;
+        if ((kind == kFrameKind && !fits(length, kFrameBytes, label[kVersionOffset])) ||
+            (kind == kImuKind && !fits(length, kImuBytes, label[kVersionOffset]))) {
+            return false;
         }
-        if (label[kKindOffset] == kFrameKind && length >= kFrameBytes) {
+        if (kind == kFrameKind) {
             handler.frame(readFrame(fields));
-        } else if (label[kKindOffset] == kImuKind && length >= kImuBytes) {
+        } else if (kind == kImuKind) {
             handler.imu(readImu(fields));
         }
     }
     return true;
+}
+
+const std::vector<std::uint8_t>* UnitCollector::add(std::uint16_t sequence, bool marker,
+                                                    const std::uint8_t* payload, std::size_t size)
+{
+    if (sequence != expected) {
+        // The end of a unit may be among what was lost.
+        skipping = !beginsRecord(payload, size);
+        ended = true;
+    }
+    expected = static_cast<std::uint16_t>(sequence + 1);
+    if (std::exchange(ended, marker)) {
+        unit.clear();
+    }
+    if (skipping) {
+        skipping = !marker;
+        return nullptr;
+    }
+    unit.insert(unit.end(), payload, payload + size);
+    skipping = !marker && unit.size() > kMostUnitBytes;
+    return marker || skipping ? &unit : nullptr;
 }
 
 }  // namespace receive

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
+#include <vector>
 
 namespace receive {
 
@@ -36,7 +38,26 @@ struct RecordHandler {
 };
 
 /// Reads all records of one unit of the data stream. Records of other kinds are passed over.
-/// @return false when the bytes are not a whole number of records
+/// @return false when the bytes are not a whole number of records, or a record is too short
 bool readRecords(const std::uint8_t* bytes, std::size_t size, const RecordHandler& handler);
+
+/// Puts the units of the data stream together from RTP packets, which come in their order. The
+/// units that a lost packet belongs to are left out.
+class UnitCollector {
+public:
+    /// Takes the next packet.
+    /// @param marker    it is the last of its unit
+    /// @param payload   its bytes behind the RTP header
+    /// @return the unit when this packet ends it, valid until the next call; else nullptr. One
+    ///         that grows beyond what a sender makes is given out as it is, and its rest left out
+    const std::vector<std::uint8_t>* add(std::uint16_t sequence, bool marker,
+                                         const std::uint8_t* payload, std::size_t size);
+
+private:
+    std::vector<std::uint8_t> unit;
+    std::optional<std::uint16_t> expected;  // sequence number
+    bool skipping = false;                  // until the next unit
+    bool ended = true;                      // the unit is whole: the next packet begins another
+};
 
 }  // namespace receive

@@ -3,10 +3,12 @@
 #include "tools/receive/options.h"
 
 #include <getopt.h>
+#include <glib.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <iostream>
+#include <memory>
 
 namespace receive {
 
@@ -31,6 +33,8 @@ When to end:
   -d, --duration SEC    after SEC seconds, 0: no limit
   -t, --timeout SEC     when no frame came for SEC seconds (default 10,
                         0: never)
+      --memory MB       when the sender makes this program use more than MB
+                        megabytes (default 512)
 
 Transport:
       --tcp             media through the RTSP connection instead of UDP
@@ -49,7 +53,7 @@ Exit status:
   0  frames came, with --frames all of them
   1  no frame came, or fewer than --frames asks for
   2  wrong use
-  3  a file cannot be written
+  3  a file cannot be written, whether frames came or not
 
 Interrupt (Ctrl-C) and SIGTERM end it cleanly, files are completed.
 )";
@@ -63,6 +67,7 @@ const option kLongOptions[] = {{"snapshot", required_argument, nullptr, 's'},
                                {"frames", required_argument, nullptr, 'n'},
                                {"duration", required_argument, nullptr, 'd'},
                                {"timeout", required_argument, nullptr, 't'},
+                               {"memory", required_argument, nullptr, 'M'},
                                {"tcp", no_argument, nullptr, 'T'},
                                {"jitter", required_argument, nullptr, 'J'},
                                {"no-decode", no_argument, nullptr, 'D'},
@@ -80,7 +85,7 @@ const option kLongOptions[] = {{"snapshot", required_argument, nullptr, 's'},
 void demand(bool condition, const std::string& otherwise)
 {
     if (!condition) {
-        refuse("vistrel-receive: " + otherwise + '\n');
+        refuse(printable("vistrel-receive: " + otherwise) + '\n');
     }
 }
 
@@ -120,6 +125,7 @@ Options parseOptions(int argc, char** argv)
             case 'n': options.frames = wholeNumber("--frames", 1, 1000000000); break;
             case 'd': options.duration = number("--duration", 0, 1000000000); break;
             case 't': options.timeout = number("--timeout", 0, 1000000000); break;
+            case 'M': options.memory = wholeNumber("--memory", 1, 1000000); break;
             case 'T': options.tcp = true; break;
             case 'J': options.jitter = wholeNumber("--jitter", 0, 60000); break;
             case 'D': options.decode = false; break;
@@ -131,6 +137,8 @@ Options parseOptions(int argc, char** argv)
     demand(optind < argc, "the address of a stream is missing");
     demand(optind + 1 == argc, "one address is expected");
     options.url = argv[optind];
+    demand(g_utf8_validate(argv[optind], -1, nullptr) != FALSE,
+           "'" + withoutCredentials(options.url) + "' is not UTF-8");
     demand(options.url.rfind("rtsp://", 0) == 0,
            "'" + withoutCredentials(options.url) + "' does not begin with rtsp://");
     demand(options.snapshot.empty() || options.decode, "--snapshot needs decoding");
@@ -144,6 +152,19 @@ std::string withoutCredentials(const std::string& url)
     const std::size_t at = url.rfind('@', url.find('/', host));
     const bool given = at != std::string::npos && at >= host;
     return given ? url.substr(0, host) + url.substr(at + 1) : url;
+}
+
+std::string printable(const std::string& text)
+{
+    const std::unique_ptr<gchar, decltype(&g_free)> valid(
+        g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())), &g_free);
+    std::string result;
+    for (const gchar* at = valid.get(); *at != '\0'; at = g_utf8_next_char(at)) {
+        result += g_unichar_isprint(g_utf8_get_char(at))
+                      ? std::string(at, static_cast<const gchar*>(g_utf8_next_char(at)))
+                      : std::string("?");
+    }
+    return result;
 }
 
 }  // namespace receive

@@ -17,6 +17,7 @@ struct Options {
     std::uint64_t frames = 0;  ///< end after so many frames, 0: no limit
     double duration = 0;       ///< end after so many seconds, 0: no limit
     double timeout = 10;       ///< end when no frame came for so many seconds
+    unsigned memory = 512;     ///< end when more is in use, MB
     unsigned jitter = 200;     ///< how long a missing packet is waited for, ms
     bool tcp = false;          ///< media through the RTSP connection
     bool decode = true;
@@ -31,5 +32,9 @@ Options parseOptions(int argc, char** argv);
 
 /// The address without its user and password, for output.
 std::string withoutCredentials(const std::string& url);
+
+/// Text of anybody's as it may be shown on a terminal: what is not a printable character becomes a
+/// question mark.
+std::string printable(const std::string& text);
 
 }  // namespace receive

@@ -5,9 +5,16 @@
 #include <gst/rtp/gstrtpbuffer.h>
 #include <gst/video/video.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <future>
 #include <iostream>
+#include <sstream>
+#include <thread>
 
 namespace receive {
 
@@ -21,9 +28,10 @@ using Lock = std::lock_guard<std::mutex>;
 namespace {
 
 constexpr GstClockTime kPoll = 20 * GST_MSECOND;
-constexpr auto kRecordingPatience = std::chrono::seconds(5);
+constexpr auto kClosePatience = std::chrono::seconds(1);
 constexpr GstClockTime kSnapshotPatience = 10 * GST_SECOND;
-constexpr int kEyeGrid = 24;  // samples per row and column of an eye
+constexpr int kQueueBytes = 64000000;  // what waits to be decoded, or recorded, at most
+constexpr int kEyeGrid = 24;           // samples per row and column of an eye
 // In a pipeline that plays, a sink must not wait for a first frame before the others get any.
 constexpr const char* kSink = "fakesink sync=false async=false enable-last-sample=false";
 
@@ -41,7 +49,41 @@ double seconds(std::chrono::steady_clock::duration time)
 
 void tell(const std::string& text)
 {
-    std::cerr << "vistrel-receive: " << text << '\n';
+    std::cerr << "vistrel-receive: " << printable(text) << '\n';
+}
+
+/// Memory of this process's own, without programs and libraries, MB
+std::uint64_t memoryInUse()
+{
+    std::uint64_t size = 0;
+    std::uint64_t resident = 0;
+    std::uint64_t shared = 0;
+    std::ifstream("/proc/self/statm") >> size >> resident >> shared;
+    return (resident - shared) * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)) / 1000000u;
+}
+
+/// Does something that may wait for others. When it takes longer than that, it goes on.
+/// @return whether it is done
+template <typename Task>
+bool doneWithin(std::chrono::seconds patience, Task task)
+{
+    std::packaged_task<void()> packaged(std::move(task));
+    const std::future<void> done = packaged.get_future();
+    std::thread(std::move(packaged)).detach();
+    return done.wait_for(patience) == std::future_status::ready;
+}
+
+/// "H264", "SMPTE336M" and so on; empty if it is not known.
+std::string encodingOf(const GstCaps* caps)
+{
+    const char* const name =
+        caps ? gst_structure_get_string(gst_caps_get_structure(caps, 0), "encoding-name") : nullptr;
+    return name ? name : "";
+}
+
+bool isVideo(const std::string& encoding)
+{
+    return encoding == "H264" || encoding == "H265";
 }
 
 /// Writes a whole file; errno says why it cannot.
@@ -116,24 +158,21 @@ ExitStatus Receiver::run(const volatile std::sig_atomic_t& stop)
         }
     }
     finishRecording();
-    gst_element_set_state(pipeline.get(), GST_STATE_NULL);
-    {
-        const Lock lock(mutex);  // what the streaming threads did comes before what follows
-    }
-    if (imuFile.is_open()) {
-        imuFile.close();
-        if (!imuFile) {
-            fileFailed(options.imuFile, std::strerror(errno));
-        }
-    }
+    std::unique_lock<std::mutex> lock(mutex);  // nothing is counted and written meanwhile
+    finishFiles();
     if (!fileError.empty()) {
         tell(fileError);
     }
     const bool written = writeStatistics() && fileError.empty();
-    if (counts.totals.frames == 0 || counts.totals.frames < options.frames) {
-        return NO_FRAMES;
+    const bool received = counts.totals.frames > 0 && counts.totals.frames >= options.frames;
+    const ExitStatus status = !written ? FILE_ERROR : received ? SUCCESS : NO_FRAMES;
+    lock.unlock();
+    // A sender that goes on talking can hold this up for ever.
+    if (!doneWithin(std::min(patience, kClosePatience),
+                    [this] { gst_element_set_state(pipeline.get(), GST_STATE_NULL); })) {
+        std::_Exit(status);
     }
-    return written ? SUCCESS : FILE_ERROR;
+    return status;
 }
 
 bool Receiver::openFiles()
@@ -171,10 +210,23 @@ bool Receiver::start()
     g_object_set(source, "location", options.url.c_str(), "latency", options.jitter, "timeout",
                  guint64{2000000}, nullptr);
     gst_util_set_object_arg(G_OBJECT(source), "protocols", options.tcp ? "tcp" : "udp+tcp");
+    g_signal_connect(source, "select-stream",
+                     G_CALLBACK(+[](GstElement*, guint stream, GstCaps* caps, Receiver* self) {
+                         return static_cast<gboolean>(self->wants(stream, caps));
+                     }),
+                     this);
+    // Each of what claims to be a further source of a stream would have threads of its own.
+    g_signal_connect(source, "new-manager",
+                     G_CALLBACK(+[](GstElement*, GstElement* manager, gpointer) {
+                         g_object_set(manager, "max-streams", 1u, nullptr);
+                     }),
+                     nullptr);
     g_signal_connect(
         source, "pad-added",
         G_CALLBACK(+[](GstElement*, GstPad* pad, Receiver* self) { self->onPad(pad); }), this);
     gst_bin_add(GST_BIN(pipeline.get()), source);
+    const GObjectPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
+    gst_bus_set_sync_handler(bus.get(), onMessage, this, nullptr);
     if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
         tell("the address cannot be used");
         return false;
@@ -190,19 +242,26 @@ bool Receiver::finished()
         (options.duration > 0 && seconds(now - began) >= options.duration)) {
         return true;
     }
-    const bool silent = options.timeout > 0 && seconds(now - lastFrame) >= options.timeout;
-    if (silent) {
-        std::cerr << "vistrel-receive: no frame for " << options.timeout << " s\n";
+    if (options.timeout > 0 && seconds(now - lastFrame) >= options.timeout) {
+        std::ostringstream reason;
+        reason << "no frame for " << options.timeout << " s";
+        tell(reason.str());
+        return true;
     }
-    return silent;
+    if (memoryInUse() > options.memory) {
+        patience = {};  // or it would go on growing
+        tell("more than " + std::to_string(options.memory) +
+             " MB of memory are in use (--memory allows more)");
+        return true;
+    }
+    return false;
 }
 
 /// Waits for news of the pipeline for a while.
 bool Receiver::streamEnded()
 {
     const GObjectPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
-    const MessagePtr message(gst_bus_timed_pop_filtered(
-        bus.get(), kPoll, static_cast<GstMessageType>(GST_MESSAGE_ERROR | GST_MESSAGE_EOS)));
+    const MessagePtr message(gst_bus_timed_pop(bus.get(), kPoll));
     if (!message) {
         return false;
     }
@@ -210,7 +269,10 @@ bool Receiver::streamEnded()
     if (GST_MESSAGE_TYPE(message.get()) == GST_MESSAGE_ERROR) {
         gst_message_parse_error(message.get(), failed.place(), nullptr);
     }
-    tell(failed.text("the stream has ended"));
+    const Lock lock(mutex);
+    if (fileError.empty()) {
+        tell(failed.text("the stream has ended"));
+    }
     return true;
 }
 
@@ -233,16 +295,36 @@ void Receiver::showStatus()
 void Receiver::finishRecording()
 {
     std::unique_lock<std::mutex> lock(mutex);
-    if (!recordingInput) {
+    if (!recordingInput || recordingOver) {
         return;
     }
     lock.unlock();
-    const GObjectPtr<GstPad> tee(gst_pad_get_peer(recordingInput.get()));
-    gst_pad_unlink(tee.get(), recordingInput.get());
-    gst_pad_send_event(recordingInput.get(), gst_event_new_eos());
-    if (recorded.get_future().wait_for(kRecordingPatience) != std::future_status::ready) {
-        lock.lock();
+    const bool told = doneWithin(patience, [this] {
+        const GObjectPtr<GstPad> tee(gst_pad_get_peer(recordingInput.get()));
+        gst_pad_unlink(tee.get(), recordingInput.get());
+        gst_pad_send_event(recordingInput.get(), gst_event_new_eos());
+    });
+    lock.lock();
+    if (!told || !recordingEnded.wait_for(lock, patience, [this] { return recordingOver; })) {
         fileFailed(options.recording, "could not be completed");
+    }
+}
+
+/// The mutex is held.
+void Receiver::finishFiles()
+{
+    if (imuFile.is_open()) {
+        imuFile.close();
+        if (!imuFile) {
+            fileFailed(options.imuFile, std::strerror(errno));
+        }
+    }
+    // What was removed in the meantime has been written to nobody's use.
+    for (const std::string& path : {options.snapshot, options.recording, options.imuFile}) {
+        struct stat status = {};
+        if (!path.empty() && stat(path.c_str(), &status) != 0) {
+            fileFailed(path, std::strerror(errno));
+        }
     }
 }
 
@@ -264,19 +346,29 @@ bool Receiver::writeStatistics()
     return true;
 }
 
+/// Whether a stream of the session is received: the first video and the first data.
+bool Receiver::wants(guint stream, const GstCaps* caps)
+{
+    const std::string encoding = encodingOf(caps);
+    if (!isVideo(encoding) && encoding != "SMPTE336M") {
+        return false;
+    }
+    std::optional<guint>& wanted = isVideo(encoding) ? videoStream : dataStream;
+    if (!wanted) {
+        wanted = stream;
+    }
+    // Asked again when the media are asked for by TCP instead.
+    return *wanted == stream;
+}
+
 void Receiver::onPad(GstPad* pad)
 {
     const CapsPtr caps(gst_pad_get_current_caps(pad));
-    const char* name =
-        caps ? gst_structure_get_string(gst_caps_get_structure(caps.get(), 0), "encoding-name")
-             : nullptr;
-    std::string encoding = name ? name : "";
+    std::string encoding = encodingOf(caps.get());
     if (encoding == "SMPTE336M" && !dataConnected.exchange(true)) {
-        connect(pad, std::string("identity name=data-packets ! rtpklvdepay ! "
-                                 "identity name=data-units ! ") +
-                         kSink);
+        connect(pad, std::string("identity name=data-packets ! ") + kSink);
     }
-    if ((encoding != "H264" && encoding != "H265") || videoConnected.exchange(true)) {
+    if (!isVideo(encoding) || videoConnected.exchange(true)) {
         return;
     }
     const std::string codec = encoding == "H265" ? "h265" : "h264";
@@ -297,14 +389,17 @@ std::string Receiver::videoLine(const std::string& codec) const
     std::string line = "identity name=packets ! rtp" + codec + "depay ! " + codec +
                        "parse ! identity name=frames ! tee name=t t. ! ";
     if (options.decode) {
-        line += "queue max-size-bytes=0 ! " + decoderFor(codec) + " ! identity name=pictures ! ";
+        line += "queue max-size-bytes=" + std::to_string(kQueueBytes) + " ! " + decoderFor(codec) +
+                " ! identity name=pictures ! ";
     }
     line += kSink;
     if (!options.recording.empty()) {
         line +=
-            " t. ! queue name=record max-size-bytes=0 max-size-buffers=0 "
-            "max-size-time=3000000000 ! " +
-            codec + "parse ! matroskamux ! filesink name=file async=false";
+            " t. ! queue name=record max-size-buffers=0 max-size-time=3000000000 max-size-bytes=" +
+            std::to_string(kQueueBytes) + " ! " + codec +
+            "parse name=record-parser ! matroskamux name=record-muxer ! "
+            // A full disk shows at once, and nothing is left to write when the muxer has ended.
+            "filesink name=record-file buffer-mode=unbuffered async=false";
     }
     return line;
 }
@@ -323,8 +418,7 @@ void Receiver::connect(GstPad* pad, const std::string& description)
     watch<&Receiver::onCodedFrame>(bin, "frames");
     watch<&Receiver::onPicture>(bin, "pictures");
     watch<&Receiver::onDataPacket>(bin, "data-packets");
-    watch<&Receiver::onData>(bin, "data-units");
-    const GObjectPtr<GstElement> file(gst_bin_get_by_name(GST_BIN(bin), "file"));
+    const GObjectPtr<GstElement> file(gst_bin_get_by_name(GST_BIN(bin), "record-file"));
     if (file) {
         g_object_set(file.get(), "location", options.recording.c_str(), nullptr);
         const GObjectPtr<GstPad> end(gst_element_get_static_pad(file.get(), "sink"));
@@ -358,8 +452,34 @@ GstPadProbeReturn Receiver::onRecordingEvent(GstPad*, GstPadProbeInfo* info, gpo
         return GST_PAD_PROBE_OK;
     }
     // Taken before the file element sees it, after the muxer has written its end.
-    static_cast<Receiver*>(self)->recorded.set_value();
+    auto* const receiver = static_cast<Receiver*>(self);
+    const Lock lock(receiver->mutex);
+    receiver->recordingOver = true;
+    receiver->recordingEnded.notify_all();
     return GST_PAD_PROBE_REMOVE;
+}
+
+/// Lets pass what ends the stream; a sender can cause any number of others. Takes note of what went
+/// wrong with the recording.
+GstBusSyncReply Receiver::onMessage(GstBus*, GstMessage* message, gpointer self)
+{
+    if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_ERROR) {
+        if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
+            return GST_BUS_PASS;
+        }
+        gst_message_unref(message);
+        return GST_BUS_DROP;
+    }
+    if (g_str_has_prefix(GST_MESSAGE_SRC_NAME(message), "record")) {
+        auto* const receiver = static_cast<Receiver*>(self);
+        Failure failed;
+        gst_message_parse_error(message, failed.place(), nullptr);
+        const Lock lock(receiver->mutex);
+        receiver->fileFailed(receiver->options.recording, failed.text("cannot be written"));
+        receiver->recordingOver = true;
+        receiver->recordingEnded.notify_all();
+    }
+    return GST_BUS_PASS;
 }
 
 void Receiver::onVideoPacket(GstElement*, GstBuffer* packet)
@@ -370,8 +490,18 @@ void Receiver::onVideoPacket(GstElement*, GstBuffer* packet)
 
 void Receiver::onDataPacket(GstElement*, GstBuffer* packet)
 {
-    const Lock lock(mutex);
-    remember(dataRtpTimes, packet);
+    GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
+    if (!gst_rtp_buffer_map(packet, GST_MAP_READ, &rtp)) {
+        return;
+    }
+    const std::vector<std::uint8_t>* const unit =
+        units.add(gst_rtp_buffer_get_seq(&rtp), gst_rtp_buffer_get_marker(&rtp) != FALSE,
+                  static_cast<const std::uint8_t*>(gst_rtp_buffer_get_payload(&rtp)),
+                  gst_rtp_buffer_get_payload_len(&rtp));
+    if (unit) {
+        readUnit(*unit, gst_rtp_buffer_get_timestamp(&rtp));
+    }
+    gst_rtp_buffer_unmap(&rtp);
 }
 
 void Receiver::onCodedFrame(GstElement*, GstBuffer* frame)
@@ -418,24 +548,20 @@ void Receiver::finishedFrame(GstBuffer* frame, std::uint64_t now)
     }
 }
 
-void Receiver::onData(GstElement*, GstBuffer* unit)
+void Receiver::readUnit(const std::vector<std::uint8_t>& unit, std::uint32_t rtpTime)
 {
-    GstMapInfo map;
-    if (!gst_buffer_map(unit, &map, GST_MAP_READ)) {
-        return;
-    }
     const Lock lock(mutex);
-    const std::uint32_t rtpTime = dataRtpTimes.find(GST_BUFFER_PTS(unit)).value_or(0);
     RecordHandler handler;
-    handler.frame = [&](const FrameRecord& record) { counts.frameRecord(record, rtpTime); };
+    handler.frame = [&](const FrameRecord& record) {
+        counts.frameRecord(record, rtpTime, elapsed());
+    };
     handler.imu = [&](const ImuRecord& record) {
-        counts.imuRecord(record);
+        counts.imuRecord(record, elapsed());
         writeImu(record);
     };
-    if (!readRecords(map.data, map.size, handler)) {
+    if (!readRecords(unit.data(), unit.size(), handler)) {
         ++counts.malformedRecords;
     }
-    gst_buffer_unmap(unit, &map);
 }
 
 void Receiver::writeSnapshot(GstBuffer* picture, GstCaps* caps)
@@ -472,6 +598,12 @@ void Receiver::writeImu(const ImuRecord& record)
     if (!imuFile) {
         fileFailed(options.imuFile, std::strerror(errno));
     }
+}
+
+/// Seconds since this began.
+double Receiver::elapsed() const
+{
+    return seconds(Clock::now() - began);
 }
 
 /// Keeps the first reason. The mutex is held where streaming threads run.

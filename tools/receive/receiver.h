@@ -6,11 +6,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdint>
 #include <fstream>
-#include <future>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "sdk/core/glibptr.h"
@@ -38,8 +39,10 @@ private:
     bool streamEnded();
     void showStatus();
     void finishRecording();
+    void finishFiles();
     bool writeStatistics();
 
+    bool wants(guint stream, const GstCaps* caps);
     void onPad(GstPad* pad);
     std::string videoLine(const std::string& codec) const;
     void connect(GstPad* pad, const std::string& description);
@@ -51,13 +54,15 @@ private:
     void onCodedFrame(GstElement*, GstBuffer* frame);
     void onPicture(GstElement* place, GstBuffer* picture);
     void onDataPacket(GstElement*, GstBuffer* packet);
-    void onData(GstElement*, GstBuffer* unit);
+    static GstBusSyncReply onMessage(GstBus*, GstMessage* message, gpointer self);
     static GstPadProbeReturn onRecordingEvent(GstPad*, GstPadProbeInfo* info, gpointer self);
 
     void finishedFrame(GstBuffer* frame, std::uint64_t now);
+    void readUnit(const std::vector<std::uint8_t>& unit, std::uint32_t rtpTime);
     void writeSnapshot(GstBuffer* picture, GstCaps* caps);
     void writeImu(const ImuRecord& record);
     void fileFailed(const std::string& path, const char* reason);
+    double elapsed() const;
 
     const Options options;
     tq::GObjectPtr<GstElement> pipeline;
@@ -65,16 +70,20 @@ private:
     Clock::time_point shown = began;
     std::atomic<bool> videoConnected{false};
     std::atomic<bool> dataConnected{false};
+    std::optional<guint> videoStream;  // of the session that is wanted
+    std::optional<guint> dataStream;
+    UnitCollector units;
     bool snapshotWritten = false;
-    std::promise<void> recorded;
+    std::chrono::seconds patience{5};  // with what has to be completed at the end
 
     std::mutex mutex;  // guards what follows; streaming threads
     Statistics counts;
     Clock::time_point firstFrame = began;
     Clock::time_point lastFrame = began;
-    Latest<GstClockTime, std::uint32_t> rtpTimes;      // of frames, by PTS
-    Latest<GstClockTime, std::uint32_t> dataRtpTimes;  // of units of the data stream
+    Latest<GstClockTime, std::uint32_t> rtpTimes;  // of frames, by PTS
     tq::GObjectPtr<GstPad> recordingInput;
+    bool recordingOver = false;  // complete, or failed
+    std::condition_variable recordingEnded;
     std::string fileError;
     std::ofstream imuFile;
 };

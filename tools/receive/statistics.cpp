@@ -44,6 +44,16 @@ double LatencyHistogram::percentile(double share) const
     return NAN;
 }
 
+void LossCounter::add(std::uint64_t counter, double elapsed)
+{
+    const std::uint64_t gap = last && counter > *last ? counter - *last - 1 : 0;
+    // A second more, as what was lost may have been on its way.
+    if (static_cast<double>(lost) + static_cast<double>(gap) <= rate * (elapsed + 1)) {
+        lost += gap;
+    }
+    last = counter;
+}
+
 void Eye::update(std::vector<std::uint8_t> sample)
 {
     mean = std::accumulate(sample.begin(), sample.end(), 0.0) / static_cast<double>(sample.size());
@@ -68,12 +78,12 @@ void Statistics::finishedFrame(std::uint32_t rtpTime, std::uint64_t now)
     ++totals.frames;
 }
 
-void Statistics::frameRecord(const FrameRecord& record, std::uint32_t rtpTime)
+void Statistics::frameRecord(const FrameRecord& record, std::uint32_t rtpTime, double elapsed)
 {
-    // A counter that runs backwards belongs to a sender that was started again.
-    if (lastRecord && record.serial == lastRecord->serial && record.counter > lastRecord->counter) {
-        framesLost += record.counter - lastRecord->counter - 1;
+    if (lastRecord && record.serial != lastRecord->serial) {
+        framesLost.restart();
     }
+    framesLost.add(record.counter, elapsed);
     if (frameRecords++ == 0) {
         firstCaptureTime = record.captureTime;
     }
@@ -81,11 +91,9 @@ void Statistics::frameRecord(const FrameRecord& record, std::uint32_t rtpTime)
     captureTimes.add(rtpTime, record.captureTime);
 }
 
-void Statistics::imuRecord(const ImuRecord& record)
+void Statistics::imuRecord(const ImuRecord& record, double elapsed)
 {
-    if (lastImu && record.sequence > lastImu->sequence) {
-        imuPacketsLost += record.sequence - lastImu->sequence - 1;
-    }
+    imuPacketsLost.add(record.sequence, elapsed);
     if (totals.imuPackets++ == 0) {
         firstImuTime = record.timestamp;
     }
@@ -107,7 +115,7 @@ std::string Statistics::statusLine(double seconds)
     } else {
         line << '-';
     }
-    line << "  lost " << framesLost << "  IMU " << std::setprecision(0) << imuPackets / seconds
+    line << "  lost " << framesLost.lost << "  IMU " << std::setprecision(0) << imuPackets / seconds
          << "/s";
     const auto addEye = [&](const char* name, Eye& eye) {
         eye.shown = std::exchange(eye.interval, EyeState::NONE);
@@ -145,7 +153,7 @@ std::string Statistics::json(const std::string& url, double seconds) const
         {"frames", totals.frames},
         {"framesReceived", framesReceived},
         {"keyFrames", keyFrames},
-        {"framesLost", framesLost},
+        {"framesLost", framesLost.lost},
         {"frameRecords", frameRecords},
         {"framesWithoutRecord", framesWithoutRecord},
         {"malformedRecords", malformedRecords},
@@ -158,7 +166,7 @@ std::string Statistics::json(const std::string& url, double seconds) const
           {"min", latency.least},
           {"max", latency.most}}},
         {"imuPackets", totals.imuPackets},
-        {"imuPacketsLost", imuPacketsLost},
+        {"imuPacketsLost", imuPacketsLost.lost},
         {"imuRate", perSecond(allButFirst(totals.imuPackets), static_cast<double>(imuTime) / 1e9)},
         {"left", eye(left)},
         {"right", eye(right)},

@@ -62,6 +62,27 @@ private:
     std::uint64_t count = 0;
 };
 
+/// Counts what is missing between counters that a sender gives out one by one.
+class LossCounter {
+public:
+    /// @param mostPerSecond how many a sender gives out at most
+    explicit LossCounter(double mostPerSecond) : rate(mostPerSecond) {}
+
+    /// Takes the next counter that arrives. One that is no larger than the one before, or so large
+    /// that no sender can have got there, belongs to a sender that was started again.
+    /// @param elapsed seconds since anything can have been lost
+    void add(std::uint64_t counter, double elapsed);
+
+    /// The next counter belongs to another sender.
+    void restart() { last.reset(); }
+
+    std::uint64_t lost = 0;
+
+private:
+    double rate;
+    std::optional<std::uint64_t> last;
+};
+
 /// The state of one eye over a status interval.
 enum class EyeState { NONE, DARK, STILL, MOVING };
 
@@ -81,8 +102,10 @@ struct Statistics {
     /// @param rtpTime      RTP timestamp of the frame
     /// @param now          ns since 1970
     void finishedFrame(std::uint32_t rtpTime, std::uint64_t now);
-    void frameRecord(const FrameRecord& record, std::uint32_t rtpTime);
-    void imuRecord(const ImuRecord& record);
+    /// @param rtpTime      RTP timestamp of the frame
+    /// @param elapsed      seconds since the stream was asked for
+    void frameRecord(const FrameRecord& record, std::uint32_t rtpTime, double elapsed);
+    void imuRecord(const ImuRecord& record, double elapsed);
 
     /// One line on the time since the line before.
     std::string statusLine(double seconds);
@@ -105,11 +128,11 @@ struct Statistics {
     } totals, shown;
     std::uint64_t framesReceived = 0;  ///< whole coded frames
     std::uint64_t keyFrames = 0;
-    std::uint64_t framesLost = 0;
+    LossCounter framesLost{1000};
     std::uint64_t frameRecords = 0;
     std::uint64_t framesWithoutRecord = 0;
     std::uint64_t malformedRecords = 0;
-    std::uint64_t imuPacketsLost = 0;
+    LossCounter imuPacketsLost{10000};
     std::optional<FrameRecord> lastRecord;
     std::uint64_t firstCaptureTime = 0;
     std::optional<ImuRecord> lastImu;
