@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "sdk/camera/frameslots.h"
+#include "sdk/core/log.h"
 #include "sdk/sources/framegrid.h"
 #include "tests/sdk/sdktesting.h"
 
@@ -21,6 +22,8 @@ private slots:
     void gridIsExact();
     void clockSleeps();
     void clockStops();
+    void logIsHarmless_data();
+    void logIsHarmless();
     void slotsKeepTheCurrentFrame();
     void slotsWaitForAFrame();
     void slotsBetweenTwoThreads();
@@ -151,6 +154,46 @@ void CoreTest::clockStops()
     QVERIFY(clock.sleepUntil(clock.now() + 3600u * 1000000000ull, stop) == tq::Wake::STOPPED);
     QVERIFY(timer.elapsed() < 5000);
     stopper.join();
+}
+
+void CoreTest::logIsHarmless_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    QTest::addColumn<QByteArray>("shown");
+    QTest::newRow("plain") << QByteArray("camera \"K\u00f6ln 1\": 5 \u00b5s")
+                           << QByteArray("camera \"K\u00f6ln 1\": 5 \u00b5s");
+    QTest::newRow("white space") << QByteArray("a\nb\r\tc") << QByteArray("a b  c");
+    QTest::newRow("colour") << QByteArray("\x1b[31mred") << QByteArray("\\u001b[31mred");
+    QTest::newRow("title") << QByteArray("\x1b]0;x\x07") << QByteArray("\\u001b]0;x\\u0007");
+    QTest::newRow("control sequence introducer") << QByteArray(
+                                                        "\xc2\x9b"
+                                                        "31m")
+                                                 << QByteArray("\\u009b31m");
+    QTest::newRow("broken UTF-8") << QByteArray(
+                                         "\x9b"
+                                         "31m")
+                                  << QByteArray(
+                                         "\xef\xbf\xbd"
+                                         "31m");
+    QTest::newRow("other direction") << QByteArray("\u202e0") << QByteArray("\\u202e0");
+    QTest::newRow("zero") << QByteArray("a\0b", 3)
+                          << QByteArray(
+                                 "a\xef\xbf\xbd"
+                                 "b");
+    QTest::newRow("delete") << QByteArray("a\x7f") << QByteArray("a\\u007f");
+}
+
+void CoreTest::logIsHarmless()
+{
+    QFETCH(QByteArray, text);
+    QFETCH(QByteArray, shown);
+    QByteArray written;
+    {
+        const ErrorLog log;
+        tq::logLine(text.toStdString());
+        written = log.text();
+    }
+    QCOMPARE(written, "[tq_kor] " + shown + "\n");
 }
 
 void CoreTest::slotsKeepTheCurrentFrame()
