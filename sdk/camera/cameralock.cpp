@@ -3,6 +3,7 @@
 #include "sdk/camera/cameralock.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,13 +11,18 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <thread>
+#include <vector>
 
 namespace tq {
 
 namespace {
 
+constexpr mode_t kForOwner = 0600;
+constexpr mode_t kForGroup = 0660;
 constexpr mode_t kForEveryone = 0666;
+constexpr mode_t kModeBits = 07777;
 constexpr int kFlags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 constexpr int kAttempts = 10;
 constexpr std::chrono::milliseconds kBetweenAttempts{2};
@@ -36,13 +42,35 @@ int openOrCreate(const std::string& path)
 {
     int descriptor = openExisting(path);
     if (descriptor < 0 && errno == ENOENT) {
-        descriptor = ::open(path.c_str(), O_RDONLY | O_CREAT | O_EXCL | kFlags, kForEveryone);
-        if (descriptor >= 0) {
-            // The umask must not keep other users out.
-            (void)::fchmod(descriptor, kForEveryone);
-        }
+        descriptor = ::open(path.c_str(), O_RDONLY | O_CREAT | O_EXCL | kFlags, kForOwner);
     }
     return descriptor;
+}
+
+std::optional<gid_t> groupId(const std::string& name)
+{
+    std::vector<char> texts(16384);
+    struct group entry {};
+    struct group* found = nullptr;
+    const int error = ::getgrnam_r(name.c_str(), &entry, texts.data(), texts.size(), &found);
+    return error == 0 && found != nullptr ? std::optional<gid_t>(found->gr_gid) : std::nullopt;
+}
+
+/// Lets those take the lock of an own file who may, whatever the umask or a former version says. A
+/// user who is not in the group cannot give it the file, and keeps it.
+void setRights(int descriptor, std::optional<gid_t> group)
+{
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0 || status.st_uid != ::geteuid()) {
+        return;
+    }
+    if (group && status.st_gid != *group) {
+        (void)!::fchown(descriptor, static_cast<uid_t>(-1), *group);
+    }
+    const mode_t mode = group ? kForGroup : kForEveryone;
+    if ((status.st_mode & kModeBits) != mode) {
+        (void)::fchmod(descriptor, mode);
+    }
 }
 
 bool isRegularFile(int descriptor)
@@ -105,6 +133,7 @@ ErrorCode CameraLock::acquire(int serial, std::string& reason)
 {
     release();
     const std::string file = path(serial);
+    const std::optional<gid_t> operators = groupId(group);
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const int opened = openOrCreate(file);
         if (opened < 0 && errno == EEXIST) {
@@ -119,6 +148,7 @@ ErrorCode CameraLock::acquire(int serial, std::string& reason)
             reason = file + ": is not a file";
             return ErrorCode::CAMERA_LOCK_FAILED;
         }
+        setRights(opened, operators);
         if (!lockedWithin(opened)) {
             const bool busy = errno == EWOULDBLOCK;
             reason = failure(file);
@@ -149,9 +179,10 @@ bool CameraLock::isHeld(int serial)
 {
     const int opened = openExisting(path(serial));
     if (opened < 0) {
-        return false;
+        return errno == EACCES;
     }
-    const bool held = ::flock(opened, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    const bool held =
+        isRegularFile(opened) && ::flock(opened, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
     if (!held) {
         ::flock(opened, LOCK_UN);
     }

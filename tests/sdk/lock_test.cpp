@@ -3,6 +3,7 @@
 #include "sdk/camera/cameralock.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -73,7 +74,9 @@ private slots:
     void lockIsExclusiveWithinAProcess();
     void lockIsExclusiveBetweenProcesses();
     void killedHolderLeavesNoStaleLock();
-    void fileIsForEveryone();
+    void fileIsForTheGroup_data();
+    void fileIsForTheGroup();
+    void othersFindItTaken();
     void probingCreatesNothing();
     void probingDoesNotDisturb();
     void slowProbingDoesNotDisturb();
@@ -122,16 +125,58 @@ void LockTest::killedHolderLeavesNoStaleLock()
     QVERIFY(lock.acquire(serial, reason) == ErrorCode::SUCCESS);
 }
 
-void LockTest::fileIsForEveryone()
+void LockTest::fileIsForTheGroup_data()
 {
-    const mode_t before = ::umask(077);
-    CameraLock lock;
-    const ErrorCode code = lock.acquire(serial, reason);
-    ::umask(before);
-    QVERIFY(code == ErrorCode::SUCCESS);
-    struct stat status {};
-    QCOMPARE(::stat(qPrintable(Serials::lockFile(serial)), &status), 0);
-    QCOMPARE(status.st_mode & 0777u, 0666u);
+    QTest::addColumn<QString>("group");
+    QTest::addColumn<unsigned>("mode");
+    const struct group* own = ::getgrgid(::getegid());
+    QTest::newRow("of operators") << (own != nullptr ? own->gr_name : "") << 0660u;
+    QTest::newRow("that does not exist") << "no-such-group" << 0666u;
+}
+
+void LockTest::fileIsForTheGroup()
+{
+    QFETCH(QString, group);
+    QFETCH(unsigned, mode);
+    if (group.isEmpty()) {
+        QSKIP("the group of this user has no name");
+    }
+    const QString file = Serials::lockFile(serial);
+    for (const bool isNew : {true, false}) {
+        // A file of a former version is made right.
+        QVERIFY(isNew || QFile::setPermissions(file, QFile::ReadOwner | QFile::ReadOther));
+        const mode_t before = ::umask(077);
+        CameraLock lock(group.toStdString());
+        const ErrorCode code = lock.acquire(serial, reason);
+        ::umask(before);
+        QVERIFY(code == ErrorCode::SUCCESS);
+        struct stat status {};
+        QCOMPARE(::stat(qPrintable(file), &status), 0);
+        QCOMPARE(status.st_mode & 07777u, mode);
+        QCOMPARE(status.st_gid, ::getegid());
+    }
+}
+
+void LockTest::othersFindItTaken()
+{
+    if (::geteuid() != 0) {
+        QSKIP("only root may become another user");
+    }
+    CameraLock lock("root");
+    QVERIFY(lock.acquire(serial, reason) == ErrorCode::SUCCESS);
+    lock.release();
+    QVERIFY(!CameraLock::isHeld(serial));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const bool other =
+            ::setgroups(0, nullptr) == 0 && ::setgid(65534) == 0 && ::setuid(65534) == 0;
+        CameraLock others;
+        const bool failed = others.acquire(serial, reason) == ErrorCode::CAMERA_LOCK_FAILED;
+        ::_exit(other && failed && CameraLock::isHeld(serial) ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    QCOMPARE(status, 0);
 }
 
 void LockTest::probingCreatesNothing()
