@@ -1,0 +1,45 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Whether what a process holds is in the end what it was after five minutes."""
+import statistics
+
+SETTLED = 300.0  # seconds after which values are compared with the last ones
+SPAN = 180.0  # seconds, one round of changes of the size
+SHARE = 0.1
+KEYS = ("memory", "threads", "descriptors", "shared_files", "shared_bytes")
+
+
+def level(rows, key, begin, end):
+    """The median of a column between two times, at the small size, which most samples see."""
+    values = [row[key] for row in rows if begin <= row["seconds"] < end and row["size"] == "small"]
+    return statistics.median(values) if values else None
+
+
+def judge(rows, visitors, operator, alive):
+    """Everything that is reported, as a dictionary."""
+    last = rows[-1]["seconds"] if rows else 0.0
+    values, faults = {}, []
+    for key in KEYS:
+        early = level(rows, key, SETTLED, SETTLED + SPAN)
+        late = level(rows, key, max(0.0, last - SPAN), last + 1)
+        values[key] = {"after five minutes": early, "in the end": late}
+        if early is None or late is None:
+            faults.append(f"{key}: too short to tell")
+        elif late > (1 + SHARE) * early:
+            faults.append(f"{key} grew from {early:g} to {late:g}")
+    if not alive:
+        faults.append("the program ended")
+    if visitors.failed:
+        faults.append(f"{visitors.failed} of {visitors.came} viewers got no frame: {visitors.reasons[:3]}")
+    return {"minutes": round(last / 60, 1), "held": not faults, "faults": faults, "values": values,
+            "viewers": visitors.came, "without a frame": visitors.failed, "frames": visitors.frames,
+            "slowest first frame": round(visitors.slowest, 2), "changes of the size": operator.changes}
+
+
+def lines(result):
+    """The same for people."""
+    yield (f"{result['minutes']} minutes, {result['viewers']} viewers, {result['frames']} frames, slowest "
+           f"first frame {result['slowest first frame']} s, {result['changes of the size']} changes of the size")
+    for key, value in result["values"].items():
+        yield f"{key:13} {value['after five minutes']} after five minutes, {value['in the end']} in the end"
+    yield from result["faults"]
+    yield "held" if result["held"] else "NOT held"
