@@ -11,14 +11,9 @@ set(limit 400)
 if(VISTREL_SANITIZE)
     set(limit 3000)
 endif()
-# The program has OpenGL, for which full stacks take too long, and GLib, whose own leaks are told from
-# others by full stacks only: here all that GLib allocates is left to the tests of streams.
-set(leaks "${CMAKE_CURRENT_BINARY_DIR}/lsan-desktop.supp")
-file(READ "${PROJECT_SOURCE_DIR}/cmake/lsan.supp" known)
-file(WRITE "${leaks}" "${known}leak:libglib-2.0.so\n")
 vistrel_add_gui_test(NAME system_desktop
     SCREEN 1600x1000x24 WM openbox LABELS system TIMEOUT ${limit}
-    ENVIRONMENT "LSAN_OPTIONS=suppressions=${leaks}:print_suppressions=0"
+    ENVIRONMENT "LSAN_OPTIONS=suppressions=${VISTREL_DESKTOP_LEAKS}:print_suppressions=0"
     SOURCES desktop_test.cpp remotewindow.cpp remotewindow.h
     LIBRARIES vistrel_ui vistrel_sandbox Qt5::Network TqKor::TqKor)
 target_compile_definitions(test_system_desktop PRIVATE KOR_VISTREL="$<TARGET_FILE:kor_vistrel>")
