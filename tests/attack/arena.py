@@ -54,11 +54,33 @@ def in_background(function, *arguments):
     return running()
 
 
+class Kept:
+    """A service that survived, for the next attack on one that is set up in the same way. Only quick
+    attacks follow one another on it: it saves the start and the first viewers."""
+
+    def __init__(self):
+        self.service = self.settings = None
+
+    def keep(self, service, settings):
+        self.service, self.settings = service, settings
+
+    def take(self, settings):
+        """The service, no longer kept, or None."""
+        service, self.service = self.service, None
+        if service and self.settings != settings:
+            service.end()
+            return None
+        return service
+
+    def end(self):
+        self.take(None)
+
+
 class Arena:
     """What an attack finds: how large to be, where to write figures and failures."""
 
-    def __init__(self, build, quick):
-        self.build, self.quick = pathlib.Path(build), quick
+    def __init__(self, build, quick, kept=None):
+        self.build, self.quick, self.kept = pathlib.Path(build), quick, kept or Kept()
         self.figures, self.failures, self.tried = {}, [], ""
 
     def count(self, full, quick):
@@ -95,8 +117,7 @@ class Arena:
             if chosen.service is None:
                 chosen.function(self)
             else:
-                with self.service(**chosen.service) as service:
-                    self.against(chosen, service.start())
+                self.against(chosen)
         except Skipped as reason:
             skipped = str(reason)
         except (Ended, OSError, rtsp.NoAnswer, rtsp.Refused) as reason:
@@ -106,14 +127,23 @@ class Arena:
                 "failures": self.failures, "figures": self.figures,
                 "seconds": round(time.monotonic() - start, 1)}
 
-    def against(self, chosen, service):
-        if chosen.rehearsed:
-            chosen.function(Arena(self.build, self.quick), service)
-        before = service.warm_up()
+    def against(self, chosen):
+        service, survived = self.kept.take(chosen.service) or self.service(**chosen.service), False
         try:
-            chosen.function(self, service)
+            before = service.resources() if service.alive() else service.start().warm_up()
+            if chosen.rehearsed:
+                chosen.function(Arena(self.build, self.quick), service)
+                before = service.warm_up()
+            try:
+                chosen.function(self, service)
+            finally:
+                self.after(service, before)
+            survived = not self.failures
         finally:
-            self.after(service, before)
+            if self.quick and survived:
+                self.kept.keep(service, chosen.service)
+            else:
+                service.end()
 
     def after(self, service, before):
         if not service.alive():

@@ -18,7 +18,7 @@ import time
 
 from arena import Skipped, in_background
 
-NAMES = ("vistrel-a", "vistrel-b")
+NAMES = (f"attack-a{os.getpid()}", f"attack-b{os.getpid()}")  # at most 15 bytes
 ADDRESSES = ("10.99.0.1", "10.99.0.2")
 TUNSETIFF, IFF_TUN, IFF_NO_PI = 0x400454CA, 1, 0x1000
 CLONE_NEWNET = 0x40000000

@@ -208,6 +208,11 @@ class Service:
         idle = self.resources()
         for _ in range(8):
             self.honest()
+        with rtsp.Viewer(self, tcp=False) as udp, rtsp.Viewer(self, tcp=True) as tcp:
+            end = time.monotonic() + 4
+            while time.monotonic() < end:
+                udp.watch(0.05)
+                tcp.watch(0.05)
         return self.settled(lambda now: now.descriptors <= idle.descriptors
                             and now.threads <= idle.threads, 5)
 

@@ -29,7 +29,8 @@ def judge(rows, visitors, operator, alive):
     if not alive:
         faults.append("the program ended")
     if visitors.failed:
-        faults.append(f"{visitors.failed} of {visitors.came} viewers got no frame: {visitors.reasons[:3]}")
+        faults.append(f"{visitors.failed} of {visitors.came} viewers got no frame, first: "
+                      f"{visitors.reasons[0]}")
     return {"minutes": round(last / 60, 1), "held": not faults, "faults": faults, "values": values,
             "viewers": visitors.came, "without a frame": visitors.failed, "frames": visitors.frames,
             "slowest first frame": round(visitors.slowest, 2), "changes of the size": operator.changes}

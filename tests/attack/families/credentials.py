@@ -7,6 +7,8 @@ from arena import attack
 from rtsp import Connection, NoAnswer, digest
 from service import LOGIN
 
+ADDRESSES = ("/stereo", "/stereo/", "/STEREO", "//stereo", "/stereo/stream=0", "/stereo?x", "/./stereo",
+             "/")
 TCP = ("Transport", "RTP/AVP/TCP;unicast;interleaved=0-1")
 
 
@@ -18,9 +20,11 @@ def forged(challenge, url):
     """Proofs that must not be taken."""
     stale = digest('nonce="0000000000000000", realm="' + "x" * 10 + '"', *LOGIN, "DESCRIBE", url)
     right = digest(challenge, *LOGIN, "DESCRIBE", url)
-    return [digest(challenge, LOGIN[0], "wrong", "DESCRIBE", url), digest(challenge, "", "", "DESCRIBE", url),
-            digest(challenge, LOGIN[0], "", "DESCRIBE", url), digest(challenge, *LOGIN, "OPTIONS", url), stale,
-            right.replace("response=\"", "response=\"0"), right.replace("username", "user"), right[:60],
+    return [digest(challenge, LOGIN[0], "wrong", "DESCRIBE", url), stale,
+            digest(challenge, "", "", "DESCRIBE", url),
+            digest(challenge, LOGIN[0], "", "DESCRIBE", url),
+            digest(challenge, *LOGIN, "OPTIONS", url),
+            right.replace('response="', 'response="0'), right.replace("username", "user"), right[:60],
             basic(*LOGIN), basic(LOGIN[0], ""), basic("", ""), "Digest", "", "Bearer x", "Digest " + "a" * 5000]
 
 
@@ -48,7 +52,7 @@ def wrong(arena, service):
 @attack("credentials-around", "every method without a password, in every order", service={"password": True})
 def around(arena, service):
     let_in, tried = [], 0
-    for address in ("/stereo", "/stereo/", "/STEREO", "//stereo", "/stereo/stream=0", "/stereo?x", "/./stereo", "/"):
+    for address in ADDRESSES:
         for method in ("DESCRIBE", "SETUP", "PLAY", "RECORD", "ANNOUNCE", "GET_PARAMETER", "SET_PARAMETER"):
             tried += 1
             try:

@@ -10,6 +10,7 @@ from arena import attack, in_background
 from rtsp import Connection, NoAnswer, Viewer, request
 
 RATE = 1.5e6  # bytes per second and connection
+GROWTH = 32  # MB that all of a flood may take at once
 
 
 def pour(port, opening, unit, connections, rate=RATE):
@@ -42,7 +43,9 @@ def flood(name, title, opening, unit, connections=2, **more):
         with in_background(pour, service.port, opening, unit, connections):
             time.sleep(seconds)
             arena.judge_viewers(service, "meanwhile")
-            arena.figures["growth"] = f"{service.resources().memory - before:.0f} MB"
+            growth = service.resources().memory - before
+        arena.figures["growth"] = f"{growth:.0f} MB"
+        arena.check(growth < GROWTH, f"memory grew by {growth:.0f} MB")
         arena.tried = f"{connections} connections of {RATE / 1e6:g} MB/s for {seconds} s"
 
 

@@ -65,7 +65,7 @@ def random_bytes(arena, service):
     arena.tried = f"{count} connections of 1 to 2000 random bytes"
 
 
-@attack("malformed-grammar", "requests of the grammar with faults in method, address, headers, body", quick=True)
+@attack("malformed-grammar", "requests with faults in method, address, headers, body", quick=True)
 def grammar(arena, service):
     dice, count = random.Random(2), arena.count(2000, 300)
     for _ in range(count):

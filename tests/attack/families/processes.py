@@ -2,20 +2,23 @@
 """The process itself: killed at any moment, stopped and continued, its log not read."""
 import concurrent.futures
 import contextlib
+import ctypes
 import fcntl
 import json
 import os
 import random
+import select
 import signal
 import time
 
 from arena import attack
 from rtsp import Viewer
-from service import SERIAL
+from service import SERIAL, configuration
 from window import Display, Window, desktop
 
 WORKERS = 3
 F_SETPIPE_SZ = 1031
+IN_ALL = 0x2 | 0x8 | 0x20 | 0x40 | 0x80 | 0x100  # written, closed, opened, moved, made
 
 
 def in_shares(arena, count, work):
@@ -27,7 +30,7 @@ def in_shares(arena, count, work):
                                                for seed, share in enumerate(shares)]]
 
 
-@attack("kill-headless", "kill -9 of the headless program at any moment, and start again", service=None, quick=True)
+@attack("kill-headless", "kill -9 of the headless program at any moment", service=None, quick=True)
 def kill_headless(arena):
     def work(turns, seed):
         dice = random.Random(seed)
@@ -54,7 +57,7 @@ def kill_headless(arena):
     arena.tried = f"{count} times, 0 to 3.5 s after the start"
 
 
-@attack("kill-window", "kill -9 of the window at any moment, and start again", service=None)
+@attack("kill-window", "kill -9 of the window at any moment", service=None)
 def kill_window(arena):
     def work(turns, seed):
         dice = random.Random(seed)
@@ -82,11 +85,28 @@ def kill_window(arena):
     arena.tried = f"{count} times, 0 to 2.5 s after the start"
 
 
+@contextlib.contextmanager
+def touched(folder):
+    """A function that waits until something happens to the files of a folder, and so often more."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    handle = libc.inotify_init()
+    libc.inotify_add_watch(handle, os.fsencode(folder), IN_ALL)
+
+    def wait(more):
+        for _ in range(1 + more):
+            if select.select([handle], [], [], 1)[0]:
+                os.read(handle, 4096)
+    try:
+        yield wait
+    finally:
+        os.close(handle)
+
+
 def whole_configuration(content):
     """Whether it is a whole configuration of the one virtual camera."""
     try:
-        return set(json.loads(content)[str(SERIAL)]) == {"FPS", "HDR", "Height", "IMU", "Left", "Port", "Right",
-                                                        "Width"} and content.endswith(b"\n")
+        keys = set(json.loads(content)[str(SERIAL)])
+        return keys == set(configuration(0)[str(SERIAL)]) and content.endswith(b"\n")
     except (ValueError, KeyError, TypeError):
         return False
 
@@ -98,14 +118,20 @@ def kill_save(arena):
         with Display() as display, desktop(arena, display) as service:
             window = Window(display, service, display.controls(arena.build, 1))
             old = service.saved.read_bytes()  # has blanks, which the program's own has not
-            for _ in range(turns):
+            for turn in range(turns):
                 (service.folder / "log").unlink(missing_ok=True)
                 service.saved.write_bytes(old)
                 window.open()
                 window.logged("Loading virtual camera configuration")
                 time.sleep(0.3)
-                window.click("ApplyButton")
-                time.sleep(dice.uniform(0, 0.04))
+                if turn % 2:
+                    with touched(service.saved.parent) as wait:
+                        window.click("ApplyButton")
+                        wait(dice.randrange(3))
+                        service.signal(signal.SIGKILL)
+                else:
+                    window.click("ApplyButton")
+                    time.sleep(dice.uniform(0, 0.04))
                 service.kill()
                 new = service.saved.read_bytes() if service.saved.exists() else b""
                 counts["old" if new == old else "new" if whole_configuration(new) else "broken"] += 1
@@ -118,7 +144,7 @@ def kill_save(arena):
     arena.check(not total["broken"], f"{total['broken']} files were neither the old nor the new one")
     arena.figures["file afterwards"] = ", ".join(f"{kind} {number}" for kind, number in total.items())
     arena.figures["files left aside"] = sum(left for _, left in results)
-    arena.tried = f"{count} times, 0 to 40 ms after the click"
+    arena.tried = f"{count} times, 0 to 40 ms after the click or as soon as a file is touched"
 
 
 @attack("stop-continue", "SIGSTOP and SIGCONT under viewers", quick=True, rehearsed=True)
