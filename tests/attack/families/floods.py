@@ -8,8 +8,10 @@ import time
 
 from arena import attack, in_background
 from rtsp import Connection, NoAnswer, Viewer, request
+from window import Display, Window, desktop
 
 RATE = 1.5e6  # bytes per second and connection
+CLOSED_WITHIN = 2.0  # seconds from the click, one of them for the server
 GROWTH = 32  # MB that all of a flood may take at once
 
 
@@ -65,6 +67,26 @@ flood("flood-body", "a body of 2 GB before any password",
       b"x" * 1000)
 flood("flood-headers-login", "short headers without end, where a password is asked for", START, b"a: b\r\n",
       service={"password": True})
+
+
+@attack("flood-close", "a stream switched off in the window during a flood of headers", service=None)
+def close_under_flood(arena):
+    arena.tried = "2 connections of short headers, the row's button"
+    with Display() as display, desktop(arena, display) as service:
+        window = Window(display, service, display.controls(arena.build, 1)).open()
+        window.logged("Loading virtual camera configuration")
+        time.sleep(0.5)
+        window.click("TestButton.0")
+        window.logged("--> Enter <--")
+        with in_background(pour, service.port, START, b"a: b\r\n", 2):
+            time.sleep(3)
+            start = time.monotonic()
+            window.click("TestButton.0")
+            window.logged(": closed after ")
+            seconds = time.monotonic() - start
+        arena.figures["closed after"] = f"{seconds:.1f} s"
+        arena.check(seconds < CLOSED_WITHIN, f"the window stood still for {seconds:.1f} s")
+        arena.check(service.alive(), "the window ended")
 
 
 @attack("flood-long-requests", "requests with many and long headers, one after the other")
