@@ -55,9 +55,12 @@ def request(method, url, headers=(), body=b"", cseq=1):
 class Connection:
     """One RTSP connection. Media that come inside of it go to `on_media(channel, packet)`."""
 
-    def __init__(self, port, source="127.0.0.1", host="127.0.0.1", timeout=5.0):
-        self.url = f"rtsp://{host}:{port}/stereo"
-        self.socket = socket.create_connection((host, port), timeout, (source, 0) if source else None)
+    def __init__(self, port, source="127.0.0.1", host="127.0.0.1", timeout=5.0, tls=None):
+        """`tls`: the context of an encrypted connection."""
+        self.url = f"{'rtsps' if tls else 'rtsp'}://{host}:{port}/stereo"
+        self.socket = socket.create_connection((host, port), timeout, (source, 0))
+        if tls:
+            self.socket = tls.wrap_socket(self.socket)
         self.timeout = timeout
         self.cseq, self.buffer, self.challenge = 0, b"", None
         self.on_media = lambda channel, packet: None
@@ -80,14 +83,18 @@ class Connection:
 
     def receive(self, deadline):
         """Takes what has arrived; waits for it until the deadline of the monotonic clock."""
-        ready, _, _ = select.select([self.socket], [], [], max(0.0, deadline - time.monotonic()))
-        if not ready:
+        pause = 0.0 if self.decrypted() else max(0.0, deadline - time.monotonic())
+        if not select.select([self.socket], [], [], pause)[0] and not self.decrypted():
             return False
         data = self.socket.recv(1 << 16)
         if not data:
             raise NoAnswer("the server closed the connection")
         self.buffer += data
         return True
+
+    def decrypted(self):
+        """Bytes that wait above the socket, where no select() sees them."""
+        return self.socket.pending() if hasattr(self.socket, "pending") else 0
 
     def media(self):
         """Hands out the media at the front of what has arrived."""
@@ -188,7 +195,7 @@ class Viewer:
         self.began = time.monotonic()
         self.tcp, self.source, self.login = tcp, source or service.honest_address, service.login
         self.frames, self.sockets = Frames(), []
-        self.connection = Connection(service.port, self.source, service.host)
+        self.connection = Connection(service.port, self.source, service.host, tls=service.tls)
         self.connection.on_media = lambda channel, packet: channel == 0 and self.frames.add(packet)
         try:
             self.setup()
@@ -234,7 +241,11 @@ class Viewer:
     def poll(self, deadline):
         """Takes what arrives until the deadline; returns whether anything came."""
         wanted = [self.connection.socket, *self.sockets]
-        ready, _, _ = select.select(wanted, [], [], max(0.0, deadline - time.monotonic()))
+        waiting = self.connection.decrypted()
+        pause = 0.0 if waiting else max(0.0, deadline - time.monotonic())
+        ready, _, _ = select.select(wanted, [], [], pause)
+        if waiting and self.connection.socket not in ready:
+            ready.append(self.connection.socket)
         for each in ready:
             if each is self.connection.socket:
                 self.connection.receive(0)

@@ -8,6 +8,7 @@ import random
 import shutil
 import signal
 import socket
+import ssl
 import subprocess
 import tempfile
 import time
@@ -96,25 +97,43 @@ class Service:
     """One run of the program. Its folder holds settings/, shm/, rig.json and log."""
 
     def __init__(self, build, rig=None, password=False, stream=None, arguments=("--cli",),
-                 environment=(), sandbox=(), before=(), wrapper=(), output=None, rig_file="rig.json", **size):
+                 environment=(), sandbox=(), before=(), wrapper=(), output=None, rig_file="rig.json",
+                 encrypted=False, **size):
         """`before` goes before the sandbox's command, `wrapper` before the program's."""
         self.build, self.arguments = pathlib.Path(build), arguments
         self.environment, self.sandbox = dict(environment), sandbox
         self.before, self.wrapper, self.output = before, wrapper, output
         self.host, self.honest_address = "127.0.0.1", rtsp.HONEST
-        self.login = LOGIN if password else None
+        self.login, self.tls = LOGIN if password else None, None
         self.port = free_port()
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="vistrel-attack."))
-        self.process = self.pid = None
+        self.process = self.pid = self.idle = None
         for name in ("settings", "shm", "config", "state"):
             (self.folder / name).mkdir(exist_ok=True)
         rig = rig or simulated_rig()
         if password:
             rig["stream"].update(user=LOGIN[0], password=LOGIN[1])
         rig["stream"].update(stream or {})
+        if encrypted:
+            self.encrypt(rig["stream"])
         self.rig = self.folder / rig_file
         self.rig.write_text(json.dumps(rig))
         self.saved.write_text(json.dumps(configuration(self.port, **size)))
+
+    def encrypt(self, stream):
+        """Serves with a certificate of its own, which viewers take as it is."""
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj",
+                        "/CN=localhost", "-keyout", self.folder / "key.pem", "-out",
+                        self.folder / "certificate.pem"], check=True, stderr=subprocess.DEVNULL)
+        stream.update(certificate="certificate.pem", key="key.pem")
+        self.tls = ssl.create_default_context()
+        self.tls.check_hostname = False
+        self.tls.verify_mode = ssl.CERT_NONE
+
+    @property
+    def transports(self):
+        """What viewers are tried with. Encrypted media come inside the connection only."""
+        return ("TCP",) if self.tls else ("UDP", "TCP")
 
     @property
     def saved(self):
@@ -163,6 +182,7 @@ class Service:
                             + self.log()[-500:])
             with socket.socket() as probe:
                 if probe.connect_ex((self.host, self.port)) == 0 and self.found():
+                    self.idle = self.resources()
                     return self
             time.sleep(0.05)
         raise Ended(f"no stream after {limit:g} s: " + self.log()[-500:])
@@ -201,20 +221,21 @@ class Service:
 
     def honest(self):
         """What an honest viewer over UDP and one over TCP get: seconds or a reason, by transport."""
-        return {transport: rtsp.first_frame(self, transport == "TCP") for transport in ("UDP", "TCP")}
+        return {transport: rtsp.first_frame(self, transport == "TCP") for transport in self.transports}
 
     def warm_up(self):
         """Has had viewers of both kinds, so that what is made once is made; returns its resources."""
-        idle = self.resources()
         for _ in range(8):
             self.honest()
-        with rtsp.Viewer(self, tcp=False) as udp, rtsp.Viewer(self, tcp=True) as tcp:
+        with contextlib.ExitStack() as stack:
+            viewers = [stack.enter_context(rtsp.Viewer(self, transport == "TCP"))
+                       for transport in self.transports]
             end = time.monotonic() + 4
             while time.monotonic() < end:
-                udp.watch(0.05)
-                tcp.watch(0.05)
-        return self.settled(lambda now: now.descriptors <= idle.descriptors
-                            and now.threads <= idle.threads, 5)
+                for viewer in viewers:
+                    viewer.watch(0.05)
+        return self.settled(lambda now: now.descriptors <= self.idle.descriptors
+                            and now.threads <= self.idle.threads, 10)
 
     def settled(self, is_good, limit):
         """Resources as soon as they are good, at the latest after a limit in seconds."""

@@ -93,7 +93,8 @@ def lines(title, subtitle, minutes, panels, mark=None, bands=()):
         for share in (0, 0.5, 1):
             parts += [line(left, base - share * tall, right, base - share * tall),
                       text(left - 8, base - share * tall + 4, f"{share * most:g}", 11, SOFT, "end")]
-        parts += [text(20, base - tall / 2 - 4, name, 12, weight="bold"), text(20, base - tall / 2 + 11, unit, 11, SOFT)]
+        parts += [text(20, base - tall / 2 - 4, name, 12, weight="bold"),
+                  text(20, base - tall / 2 + 11, unit, 11, SOFT)]
         points = " ".join(f"{across(minute):.1f},{base - tall * value / most:.1f}"
                           for minute, value in zip(minutes, values))
         parts.append(f'<polyline points="{points}" fill="none" stroke="{AFTER}" stroke-width="1.6"/>')

@@ -38,8 +38,8 @@ def judge(rows, visitors, operator, alive):
 
 def lines(result):
     """The same for people."""
-    yield (f"{result['minutes']} minutes, {result['viewers']} viewers, {result['frames']} frames, slowest "
-           f"first frame {result['slowest first frame']} s, {result['changes of the size']} changes of the size")
+    yield (f"{result['minutes']} minutes, {result['viewers']} viewers, {result['frames']} frames, "
+           f"slowest first frame {result['slowest first frame']} s, {result['changes of the size']} changes of the size")
     for key, value in result["values"].items():
         yield f"{key:13} {value['after five minutes']} after five minutes, {value['in the end']} in the end"
     yield from result["faults"]

@@ -64,7 +64,8 @@ def answering():
 
 
 def test_media_between_answers_are_handed_out(answering):
-    port = answering(b"$\x00\x00\x03abcRTSP/1.0 200 OK\r\nCSeq: 1\r\nContent-Length: 4\r\n\r\nbody$\x01\x00\x01x")
+    port = answering(b"$\x00\x00\x03abc" b"RTSP/1.0 200 OK\r\nCSeq: 1\r\nContent-Length: 4\r\n\r\nbody"
+                     b"$\x01\x00\x01x")
     seen = []
     with rtsp.Connection(port) as connection:
         connection.on_media = lambda *media: seen.append(media)
@@ -75,7 +76,8 @@ def test_media_between_answers_are_handed_out(answering):
 
 
 def test_a_newcomer_without_an_answer_is_told_why(answering):
-    nobody = types.SimpleNamespace(port=answering(b""), login=None, host="127.0.0.1", honest_address="127.0.0.1")
+    nobody = types.SimpleNamespace(port=answering(b""), login=None, tls=None, host="127.0.0.1",
+                                   honest_address="127.0.0.1")
     assert "closed the connection" in rtsp.first_frame(nobody, tcp=True)
 
 
@@ -84,7 +86,8 @@ def test_ten_percent_more_is_allowed():
         return types.SimpleNamespace(memory=memory, threads=threads, descriptors=descriptors)
     before = held(100.0, 10, 20)
     assert service.Resources.beyond(held(110.0, 11, 22), before) == []
-    assert service.Resources.beyond(held(111.0, 11, 23), before) == ["memory 100 -> 111", "descriptors 20 -> 23"]
+    assert service.Resources.beyond(held(111.0, 11, 23), before) == ["memory 100 -> 111",
+                                                                     "descriptors 20 -> 23"]
 
 
 def test_an_attack_that_fails_says_why():
@@ -120,5 +123,6 @@ def test_what_grows_does_not_endure():
 
 def test_plots_are_well_formed():
     import xml.etree.ElementTree as tree
-    tree.fromstring(svg.dots("a < b", "c", [("x", 0.5, math.inf), ("y", None, 1)], [(0.1, "0"), (2, "2")], 2, "no"))
+    rows = [("x", 0.5, math.inf), ("y", None, 1)]
+    tree.fromstring(svg.dots("a < b", "c", rows, [(0.1, "0"), (2, "2")], 2, "no"))
     tree.fromstring(svg.lines("a", "b", [0, 1, 2], [("m", "MB", [1, 2, 3])], mark=1, bands=[(0, 1)]))

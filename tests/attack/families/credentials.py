@@ -24,8 +24,8 @@ def forged(challenge, url):
             digest(challenge, "", "", "DESCRIBE", url),
             digest(challenge, LOGIN[0], "", "DESCRIBE", url),
             digest(challenge, *LOGIN, "OPTIONS", url),
-            right.replace('response="', 'response="0'), right.replace("username", "user"), right[:60],
-            basic(*LOGIN), basic(LOGIN[0], ""), basic("", ""), "Digest", "", "Bearer x", "Digest " + "a" * 5000]
+            right.replace('response="', 'response="0'), right.replace("username", "user"),
+            right[:60], basic(*LOGIN), basic(LOGIN[0], ""), basic("", ""), "Digest", "", "Bearer x", "Digest " + "a" * 5000]
 
 
 @attack("credentials-wrong", "wrong, stale, cut and foreign proofs of who asks",

@@ -122,7 +122,7 @@ def throw_packets(ports, seed):
             time.sleep(0.01)
 
 
-@attack("junk-udp", "RTP and RTCP junk to the ports of a viewer's session", quick=True)
+@attack("junk-udp", "RTP and RTCP junk to the ports of a viewer's session", quick=True, rehearsed=True)
 def junk_udp(arena, service):
     seconds = arena.count(30, 4)
     with Viewer(service, tcp=False) as viewer:
@@ -138,7 +138,7 @@ def junk_udp(arena, service):
     arena.tried = f"about 10 000 packets per second for {seconds} s"
 
 
-@attack("junk-own-rtcp", "a viewer that sends RTCP junk of its own, over UDP and inside its connection")
+@attack("junk-own-rtcp", "a viewer's own RTCP junk, over UDP and inside its connection", rehearsed=True)
 def junk_own(arena, service):
     dice, count = random.Random(7), arena.count(20_000, 2_000)
     with Viewer(service, tcp=False, source="127.0.0.3") as udp:

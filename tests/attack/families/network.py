@@ -19,8 +19,10 @@ WEATHERS = [Weather(title="clean link"),
 def weather(arena):
     with link.Link() as between, arena.service(before=("ip", "netns", "exec", link.NAMES[0])) as service:
         service.host, service.honest_address = link.ADDRESSES
-        with between.carrying(WEATHERS[0]):
+        with between.carrying(WEATHERS[-1]):
             service.start()
+            side_by_side(arena.build, service, 5)  # packets that wait need room, which stays
+        with between.carrying(WEATHERS[0]):
             before = service.warm_up()
         seconds, chosen = arena.count(30, 6), WEATHERS if not arena.quick else WEATHERS[1::2]
         for each in chosen:
