@@ -2,6 +2,7 @@
 // Controller of the headless mode.
 #include "app/AppCLI.h"
 
+#include <QDebug>
 #include <QFile>
 #include <QThread>
 #include <cstdio>
@@ -58,6 +59,9 @@ AppCLI::AppCLI(QString path)
 
     // An error in the file is not caught: it ends the process. Deliberate.
     const QList<VirtualCameraInfos> records = readVirtualCameraConfig(configPath);
+    if (records.isEmpty()) {
+        qWarning() << "[KORVistrel] The configuration names no virtual camera: nothing is streamed";
+    }
     // All cameras are opened with the values of the record read last. Deliberate.
     const VirtualCameraInfos settings = records.isEmpty() ? VirtualCameraInfos() : records.last();
     if (!openCameras(physicalSerials(records), settings)) {
@@ -72,6 +76,18 @@ AppCLI::AppCLI(QString path)
 AppCLI::~AppCLI()
 {
     releaseAll();
+}
+
+std::optional<std::uint64_t> AppCLI::receivedImages() const
+{
+    if (streamers.isEmpty()) {
+        return std::nullopt;
+    }
+    std::uint64_t images = 0;
+    for (VirtualCameraStreamer* const streamer : streamers) {
+        images += streamer->receivedImages();
+    }
+    return images;
 }
 
 bool AppCLI::openCameras(const QVector<int>& wantedSerials, const VirtualCameraInfos& settings)

@@ -6,6 +6,8 @@
 #include <QObject>
 #include <QString>
 #include <QVector>
+#include <cstdint>
+#include <optional>
 
 #include "app/cameraset.h"
 #include "capture/VirtualCameraInfos.h"
@@ -23,6 +25,9 @@ public:
 
     /// Deletes the capture workers, then the streamers.
     ~AppCLI() override;
+
+    /// How many images all streams have received; nothing when the configuration names no stream.
+    std::optional<std::uint64_t> receivedImages() const;
 
 private:
     bool openCameras(const QVector<int>& wantedSerials, const VirtualCameraInfos& settings);

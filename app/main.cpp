@@ -14,6 +14,7 @@
 #include "app/AppGUI.h"
 #endif
 #include "app/commands/commandrunners.h"
+#include "app/servicewatchdog.h"
 #include "app/virtualcameraconfig.h"
 #include "capture/sdk.h"
 
@@ -39,6 +40,7 @@ int runHeadless(int& argc, char** argv, const QString& path)
     qDebug() << "** CLI version **";
     const QCoreApplication application(argc, argv);
     const AppCLI controller(path);
+    const ServiceWatchdog watchdog([&controller] { return controller.receivedImages(); });
     return QCoreApplication::exec();
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
+#include <limits>
 #include <utility>
 
 #include "capture/sidebyside.h"
@@ -62,6 +63,16 @@ tq::UDPOutConfig senderConfig(const VirtualCameraInfos& infos)
     return config;
 }
 
+void warnAboutPort(const VirtualCameraInfos& infos)
+{
+    if (infos.port == 0 || infos.port > std::numeric_limits<std::uint16_t>::max()) {
+        qWarning() << "[VirtualCameraStreamer] Virtual camera" << infos.virtualSerialNumber
+                   << "has no possible port:" << static_cast<std::int32_t>(infos.port)
+                   << "is not from 1 to 65535, the sender is given"
+                   << static_cast<std::uint16_t>(infos.port);
+    }
+}
+
 }  // namespace
 
 VirtualCameraStreamer::VirtualCameraStreamer()
@@ -76,6 +87,7 @@ VirtualCameraStreamer::~VirtualCameraStreamer()
 
 int VirtualCameraStreamer::open(VirtualCameraInfos infos)
 {
+    warnAboutPort(infos);
     int result = 0;
     {
         const std::unique_lock<std::shared_mutex> lock(senderMutex);
@@ -350,6 +362,11 @@ DroppedImages VirtualCameraStreamer::droppedImages()
     const std::lock_guard<std::mutex> leftLock(leftEye.mutex);
     const std::lock_guard<std::mutex> rightLock(rightEye.mutex);
     return {leftEye.dropped, rightEye.dropped};
+}
+
+std::uint64_t VirtualCameraStreamer::receivedImages()
+{
+    return leftEye.end() + rightEye.end();
 }
 
 void VirtualCameraStreamer::reportDrops(std::chrono::steady_clock::time_point now)

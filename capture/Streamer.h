@@ -54,6 +54,9 @@ public:
     /// What was dropped unsent since the thread was started. Any thread.
     DroppedImages droppedImages();
 
+    /// How many images of both sides have been queued since the streamer was made. Any thread.
+    std::uint64_t receivedImages();
+
     void run() override;
 
 signals:
