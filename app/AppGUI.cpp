@@ -6,7 +6,6 @@
 #include <QFile>
 #include <QMessageBox>
 #include <QPointer>
-#include <QSaveFile>
 #include <QThread>
 #include <iostream>
 
@@ -53,17 +52,6 @@ void abandon(KTCamera* camera)
 {
     static auto* const abandoned = new std::vector<KTCamera*>;
     abandoned->push_back(camera);
-}
-
-// Replaces the file as a whole, so that no end of the program leaves a part of it.
-void writeConfiguration(const QList<VirtualCameraInfos>& records)
-{
-    QSaveFile file(configPath());
-    file.setDirectWriteFallback(true);  // in a folder that only an administrator may write to
-    const QByteArray text = QByteArray::fromStdString(serializeVirtualCameraConfig(records)) + '\n';
-    if (!file.open(QIODevice::WriteOnly) || file.write(text) < 0 || !file.commit()) {
-        qDebug() << "[KORVistrel] Configuration was not written:" << file.errorString();
-    }
 }
 
 }  // namespace
@@ -179,7 +167,10 @@ void AppGui::applyVirtualStreamerConfiguration()
         startBlockingProcess(QStringLiteral("."), QStringLiteral("rm ") + configPath(), false);
     }
 
-    writeConfiguration(records);
+    const QString error = writeVirtualCameraConfig(configPath(), records);
+    if (!error.isEmpty()) {
+        qDebug() << "[KORVistrel] Configuration was not written:" << error;
+    }
     // The box follows also when nothing could be written. Deliberate.
     showInformation(window, QStringLiteral("Configuration has been saved in %1").arg(configPath()));
     saveCurrentConfiguration();

@@ -2,12 +2,24 @@
 // Reads and writes the set of virtual cameras.
 #include "app/virtualcameraconfig.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QDebug>
+#include <QFile>
+#include <QSaveFile>
+#include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
+#include <cstring>
 #include <string>
 
 namespace {
+
+constexpr qint64 kMaxFileBytes = 16'000'000;
+constexpr char kDelete = '\x7f';
 
 // Serial numbers are read through a signed 32-bit int and widened with its sign, so numbers above
 // 2147483647 do not survive a write and read cycle. Deliberate.
@@ -22,6 +34,52 @@ const nlohmann::json& field(const nlohmann::json& object, const char* key)
     static const nlohmann::json absent;
     const auto found = object.find(key);
     return found != object.end() ? *found : absent;
+}
+
+/// Why an open file is no configuration; empty when it may be one.
+QString unfitness(int file)
+{
+    struct stat status {};
+    if (file < 0 || fstat(file, &status) != 0) {
+        return QString::fromLocal8Bit(std::strerror(errno));
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return QStringLiteral("it is no regular file");
+    }
+    return status.st_size > kMaxFileBytes ? QStringLiteral("it is larger than 16 MB") : QString();
+}
+
+/// The file's text. Empty, which is no JSON, when it cannot be one: nothing is waited for, and
+/// nothing without end is read.
+std::string readText(const QString& path)
+{
+    const int handle =
+        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const QString reason = unfitness(handle);
+    if (!reason.isEmpty()) {
+        qWarning() << "[KORVistrel] The configuration cannot be read:" << reason;
+        ::close(handle);
+        return {};
+    }
+    QFile file;
+    file.open(handle, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle);
+    return file.read(kMaxFileBytes).toStdString();
+}
+
+/// Parses the text. The library's errors quote it: without what a terminal takes for commands,
+/// which may be other characters than those that the library itself shows as numbers.
+nlohmann::json parseText(const std::string& text)
+{
+    const nlohmann::json document = nlohmann::json::parse(text, nullptr, false);
+    if (document.is_discarded()) {
+        std::string plain = text;
+        std::replace_if(
+            plain.begin(), plain.end(),
+            [](char byte) { return byte == kDelete || static_cast<signed char>(byte) < 0; }, '?');
+        const nlohmann::json harmless = nlohmann::json::parse(plain);  // throws nearly always
+        return nlohmann::json::parse(text);                            // throws
+    }
+    return document;
 }
 
 }  // namespace
@@ -50,8 +108,7 @@ VirtualCameraInfos parseConfig(const nlohmann::json::const_iterator& member)
 // their text, which names the place. Deliberate.
 QList<VirtualCameraInfos> readVirtualCameraConfig(const QString& path)
 {
-    std::ifstream file(path.toStdString());
-    const nlohmann::json document = nlohmann::json::parse(file);
+    const nlohmann::json document = parseText(readText(path));
     QList<VirtualCameraInfos> records;
     for (auto member = document.cbegin(); member != document.cend(); ++member) {
         records.append(parseConfig(member));
@@ -74,4 +131,16 @@ std::string serializeVirtualCameraConfig(const QList<VirtualCameraInfos>& record
         member["HDR"] = record.hdr;
     }
     return document.dump();
+}
+
+// Replaces the file as a whole, so that no end of the program leaves a part of it.
+QString writeVirtualCameraConfig(const QString& path, const QList<VirtualCameraInfos>& records)
+{
+    QSaveFile file(path);
+    file.setDirectWriteFallback(true);  // in a folder that only an administrator may write to
+    const QByteArray text = QByteArray::fromStdString(serializeVirtualCameraConfig(records)) + '\n';
+    // Committing does not look whether the last of the text could be written.
+    const bool written = file.open(QIODevice::WriteOnly) && file.write(text) == text.size() &&
+                         file.flush() && file.commit();
+    return written ? QString() : file.errorString();
 }

@@ -17,10 +17,16 @@ constexpr char kVirtualCameraConfigPath[] = "/usr/local/kor/settings/virtual_tso
 ///         has the wrong type
 VirtualCameraInfos parseConfig(const nlohmann::json::const_iterator& member);
 
-/// Reads the whole configuration file, members in ascending key order.
+/// Reads the whole configuration file, members in ascending key order. One that cannot be read, is
+/// no regular file or has more than 16 MB gets a line in the log and is taken as empty.
 /// @throws nlohmann::json::exception as parseConfig() does, and when the file is not JSON
 QList<VirtualCameraInfos> readVirtualCameraConfig(const QString& path);
 
 /// Turns records into the document that is stored: one line, keys in ascending byte order, no
 /// blanks, without the line end. Of two records with the same virtual serial the later one wins.
 std::string serializeVirtualCameraConfig(const QList<VirtualCameraInfos>& records);
+
+/// Replaces the file by these records: whenever the process ends, it is the former or the new one.
+/// Complete when this returns.
+/// @return why nothing was written; empty on success
+QString writeVirtualCameraConfig(const QString& path, const QList<VirtualCameraInfos>& records);

@@ -108,6 +108,8 @@ private slots:
         QTest::newRow("without IMU") << quint64{109999999} << 30002u << false << 0;
         QTest::newRow("HDR is not the sender's") << quint64{100000001} << 1u << true << 1;
         QTest::newRow("largest port") << quint64{1} << 65535u << true << 0;
+        QTest::newRow("no port") << quint64{1} << 0u << true << 0;
+        QTest::newRow("negative port") << quint64{1} << 0xFFFF'FFFEu << true << 0;
         QTest::newRow("port beyond 16 bits") << quint64{1} << 70000u << true << 0;
         QTest::newRow("serial beyond 31 bits") << quint64{3'000'000'000} << 30000u << true << 0;
         QTest::newRow("serial beyond 32 bits") << quint64{0x1'0000'0007} << 30000u << true << 0;
@@ -125,7 +127,19 @@ private slots:
         infos.hdr = hdr;
         const auto memory = std::make_unique<QuietStreamer>();
         QuietStreamer& streamer = *memory;
+        const MessageLog log;
         QCOMPARE(streamer.open(infos), 0);
+        QStringList lines;
+        if (port < 1 || port > 65535) {
+            lines
+                << QStringLiteral(
+                       "[VirtualCameraStreamer] Virtual camera %1 has no possible port: %2 is not "
+                       "from 1 to 65535, the sender is given %3")
+                       .arg(serial)
+                       .arg(static_cast<int>(port))
+                       .arg(port & 0xFFFF);
+        }
+        QCOMPARE(log.messages().filter("no possible port"), lines);
         const sdkfake::Sender sender = sdkfake::lastSender();
         QCOMPARE(sender.mode, 0);
         QVERIFY(sender.verbose);
