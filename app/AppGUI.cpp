@@ -197,7 +197,11 @@ void AppGui::reloadCameras()
     window->onGlobalResolutionChanged(QString());
     if (!found.empty()) {
         chooseGlobalSettings();
-        openCameras(found);
+        const QStringList failed = openCameras(found);
+        if (!failed.isEmpty()) {
+            window->statusLine()->setText(
+                tr("No pictures from %1: it could not be opened").arg(failed.join(", ")));
+        }
     }
     offerSerials();
     feedStreamers();
@@ -255,9 +259,11 @@ void AppGui::chooseGlobalSettings()
     readCurrentSettings();
 }
 
-void AppGui::openCameras(const std::vector<tq::DeviceProperties>& found)
+// Returns the serials of those that could not be opened.
+QStringList AppGui::openCameras(const std::vector<tq::DeviceProperties>& found)
 {
     const StatusLine::Wait wait(window->statusLine(), tr("Opening the cameras..."));
+    QStringList failed;
     for (const tq::DeviceProperties& device : found) {
         auto* const camera = new KTCamera();
         const int result = openCamera(camera, device.id, global);
@@ -265,6 +271,7 @@ void AppGui::openCameras(const std::vector<tq::DeviceProperties>& found)
             qDebug() << "[KORVistrel] Failed to open camera " << device.id << " at resolution "
                      << global.width << "x" << global.height << "@" << global.fps
                      << " ==> ErrCode=" << result;
+            failed.append(QString::number(device.serialNumber));
             abandon(camera);
             continue;
         }
@@ -273,6 +280,7 @@ void AppGui::openCameras(const std::vector<tq::DeviceProperties>& found)
         showCamera(camera);
         cameras.insert(serial, camera);
     }
+    return failed;
 }
 
 int AppGui::openCamera(KTCamera* camera, int id, const CaptureSettings& wanted)

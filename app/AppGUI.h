@@ -5,6 +5,7 @@
 #include <QList>
 #include <QMap>
 #include <QObject>
+#include <QStringList>
 #include <vector>
 
 #include "app/cameraset.h"
@@ -71,7 +72,7 @@ private:
     void restartCameraDaemon();
     bool findCameras(std::vector<tq::DeviceProperties>& found, tq::MODEL& model);
     void chooseGlobalSettings();
-    void openCameras(const std::vector<tq::DeviceProperties>& found);
+    QStringList openCameras(const std::vector<tq::DeviceProperties>& found);
     void reopenCameras(const QList<KTCamera*>& closed, const CaptureSettings& wanted);
     static int openCamera(KTCamera* camera, int id, const CaptureSettings& wanted);
     void showCamera(const KTCamera* camera);

@@ -24,6 +24,8 @@ namespace {
 constexpr qint64 kPreviewIntervalMs = 31;
 constexpr int kScrollStep = 5;
 constexpr int kUhdWidth = 3000;
+constexpr int kLookIntervalMs = 1000;
+constexpr int kSilentLooks = 3;  // two whole seconds at least
 
 // A preview panel has three lines of text above its picture, and its image view is as tall as the
 // whole panel, so that the picture lies in the middle of that height below the text. The picture is
@@ -121,6 +123,9 @@ void MainWindow::connectControls()
     connect(ui->ResolutionComboBox, SIGNAL(currentTextChanged(QString)), this,
             SLOT(onGlobalResolutionChanged(QString)));
     connect(ui->toggleDaemonButton, SIGNAL(clicked()), this, SLOT(toggleDaemonService()));
+    auto* const looks = new QTimer(this);
+    connect(looks, &QTimer::timeout, this, [this] { noteSilence(); });
+    looks->start(kLookIntervalMs);
 }
 
 void MainWindow::applyStyle()
@@ -546,6 +551,7 @@ void MainWindow::removeCameraWidget(int serial_number)
     serialList.removeAll(serial);
     lastPreviewTimes.remove(serial);
     lastDrawTimes.remove(serial);
+    silentSeconds.remove(serial);
     delete panel;
     arrangePanels();
 }
@@ -607,6 +613,7 @@ void MainWindow::updateCameraFrame(int serial, tq::Mat frame)
     if (panel == nullptr || frame.getPtr<unsigned char>(sdk::kHostMemory) == nullptr) {
         return;
     }
+    silentSeconds.remove(key);
     const CameraInfos& camera = panel->getInfos();
     if (sdk::widthOf(frame) != static_cast<std::size_t>(camera.width) ||
         sdk::heightOf(frame) != static_cast<std::size_t>(camera.height)) {
@@ -628,6 +635,24 @@ qint64 MainWindow::previewIntervalMs() const
 {
     const qint64 drawing = std::accumulate(lastDrawTimes.begin(), lastDrawTimes.end(), qint64(0));
     return qMax(kPreviewIntervalMs, 2 * drawing);
+}
+
+// Looks are counted, not time: while this thread is held up by a command it sees neither frames nor
+// looks.
+void MainWindow::noteSilence()
+{
+    QStringList silent;
+    for (auto panel = cameraPanels.cbegin(); panel != cameraPanels.cend(); ++panel) {
+        if (*panel != nullptr && ++silentSeconds[panel.key()] >= kSilentLooks) {
+            silent.append(panel.key());
+        }
+    }
+    if (silent != silentCameras) {
+        silentCameras = silent;
+        statusLine()->setLasting(
+            silent.isEmpty() ? QString()
+                             : tr("No pictures from camera %1").arg(silent.join(tr(" and "))));
+    }
 }
 
 qint64 MainWindow::currentTimeMs() const

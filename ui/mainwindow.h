@@ -144,6 +144,9 @@ protected:
     /// The system's clock, milliseconds.
     virtual qint64 currentTimeMs() const;
 
+    /// A second has passed: says at the foot which cameras have delivered nothing for some.
+    void noteSilence();
+
 private:
     void connectControls();
     void arrangePanels();
@@ -164,6 +167,8 @@ private:
     QStringList serialList;
     QMap<QString, VirtualCameraInfos> loadedRecords;  // by identity, of rows from the configuration
     QMap<QString, qint64> lastDrawTimes;              // by physical serial, ms that it took
+    QMap<QString, int> silentSeconds;                 // by physical serial, since the last frame
+    QStringList silentCameras;                        // as said at the foot
     std::function<void()> rowRemoved;
     QPointer<QObject> keptInView;  // child of the row that is scrolled to
 };

@@ -4,6 +4,20 @@
 
 #include <QApplication>
 
+void StatusLine::setText(const QString& text)
+{
+    QLabel::setText(text.isEmpty() ? lasting : text);
+}
+
+void StatusLine::setLasting(const QString& text)
+{
+    const bool isOver = text.isEmpty() && this->text() != lasting;
+    lasting = text;
+    if (!isOver) {
+        setText(text);
+    }
+}
+
 StatusLine::Wait::Wait(StatusLine* where, const QString& text) : line(where)
 {
     QApplication::setOverrideCursor(Qt::WaitCursor);

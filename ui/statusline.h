@@ -6,12 +6,22 @@
 #include <QPointer>
 #include <QString>
 
-/// Says one thing at a time: what is waited for, or why nothing happened. GUI thread.
+/// Says one thing at a time: what is waited for, why nothing happened, or what is amiss for longer.
+/// GUI thread.
 class StatusLine : public QLabel {
     Q_OBJECT
 
 public:
     using QLabel::QLabel;
+
+    /// Says this; an empty text: nothing but what lasts.
+    void setText(const QString& text);
+
+    /// What was said last is over.
+    void clear() { setText({}); }
+
+    /// Says this until something else is said, and again whenever that is over.
+    void setLasting(const QString& text);
 
     /// A busy cursor and a text for as long as it lives. External commands run and cameras open on
     /// the GUI thread, so the text is painted at once; no event is processed.
@@ -28,4 +38,7 @@ public:
     private:
         QPointer<StatusLine> line;
     };
+
+private:
+    QString lasting;
 };

@@ -489,6 +489,8 @@ void AppGuiTest::cameraThatDoesNotOpen()
         QCOMPARE(log.debugMessages(QStringLiteral("[KORVistrel] Failed")),
                  QStringList{"[KORVistrel] Failed to open camera  7  at resolution  1920 x 1200 @ "
                              "30  ==> ErrCode= 2"});
+        QCOMPARE(desktop.part<QLabel>("statusLine")->text(),
+                 QStringLiteral("No pictures from 30123456: it could not be opened"));
         desktop.part<QPushButton>("addVCamButton")->click();
         QCOMPARE(desktop.choice(0, "LeftSensorSNChoice")->count(), 1);
     }

@@ -51,6 +51,7 @@ public:
         return findChild<Widget*>(QLatin1String(name));
     }
     QList<VirtualCamHandler*> rows() const { return rowsOf(*this); }
+    using MainWindow::noteSilence;
 
 protected:
     void drawPreview(CameraWidget& panel, const tq::Mat&) override
