@@ -10,3 +10,7 @@ add_test(NAME system_sudoers
     COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/sudoers-test" "${packaging}/service/kor-vistrel.sudoers")
 set_tests_properties(system_sudoers PROPERTIES
     LABELS system SKIP_RETURN_CODE ${VISTREL_SKIP_STATUS})
+
+add_test(NAME system_postinst
+    COMMAND "${CMAKE_CURRENT_SOURCE_DIR}/postinst-test" "${packaging}/debian/postinst")
+set_tests_properties(system_postinst PROPERTIES TIMEOUT ${VISTREL_TEST_TIMEOUT} LABELS system)
