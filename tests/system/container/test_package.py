@@ -310,6 +310,71 @@ class TestMemory:
         assert machine.streams()
 
 
+class TestAlive:
+    """systemd ends a service that gives no sign of life, and it comes back without a hand."""
+
+    def restarted(self, machine, process, seconds=90):
+        return wait_for(seconds, lambda: machine.property("MainPID") not in ("0", process))
+
+    def test_start_is_told(self, machine):
+        machine.configure()
+        machine.systemctl("restart", UNIT)  # ends when the service says that it streams
+        assert machine.property("Type") == "notify"
+        assert machine.property("WatchdogUSec") == "30s"
+        assert "--> Enter <--" in machine.log()
+        assert machine.streams()
+
+    def test_hang(self, machine):
+        process, start = machine.property("MainPID"), time.monotonic()
+        machine.output("kill", "-STOP", process)
+        assert self.restarted(machine, process)
+        assert "Watchdog timeout" in machine.log()
+        assert machine.streams(60)
+        print(f"a hang: both streams back after {time.monotonic() - start:.1f} s")
+
+    def test_both_eyes_dead(self, machine):
+        dead = {"type": "simulated", "deathAfter": 25}
+        machine.write_settings("rig.json", rig([dead, dead]))
+        machine.systemctl("restart", UNIT)
+        assert machine.streams(20)
+        process = machine.property("MainPID")
+        start = time.monotonic()
+        assert self.restarted(machine, process)
+        assert "No camera of any stream delivers" in machine.log()
+        # Opening a dead camera anew revives it.
+        assert machine.streams(60)
+        print(f"both eyes dead: both streams back after {time.monotonic() - start:.1f} s")
+
+    def test_one_dead_eye(self, machine):
+        """... is no silence: other pairs would be interrupted with it."""
+        machine.write_settings("rig.json", rig([
+            {"type": "simulated"}, {"type": "simulated", "deathAfter": 2}]))
+        machine.systemctl("restart", UNIT)
+        process = machine.property("MainPID")
+        time.sleep(50)  # longer than systemd waits
+        assert machine.property("MainPID") == process
+        assert "has no pair of images: camera 30123457 delivers nothing" in machine.log()
+
+    def test_no_camera_at_the_start(self, machine):
+        machine.write_settings("rig.json", json.dumps({"cameras": []}))
+        machine.systemctl("restart", UNIT)
+        process = machine.property("MainPID")
+        machine.output("rm", f"{SETTINGS}/rig.json")
+        assert self.restarted(machine, process)
+        assert machine.streams(60)
+
+    def test_empty_configuration(self, machine):
+        machine.write_settings("virtual_tsolo_config.json", "{}")
+        machine.systemctl("restart", UNIT)
+        process = machine.property("MainPID")
+        time.sleep(50)  # longer than systemd waits
+        assert machine.property("MainPID") == process
+        assert "names no virtual camera" in machine.log()
+        machine.configure()
+        machine.systemctl("restart", UNIT)
+        assert machine.streams()
+
+
 class TestWindow:
     """An ordinary user of the group works with the window, beside the service."""
 
