@@ -212,6 +212,23 @@ std::vector<CameraSettings> readCameras(const json& value, const std::filesystem
     return cameras;
 }
 
+// What the files hold is looked at when a stream is opened: they are renewed now and then.
+void readEncryption(Members& members, const std::filesystem::path& folder, StreamSettings& stream)
+{
+    if (members.find("certificate") == nullptr && members.find("key") == nullptr) {
+        return;
+    }
+    const auto readPath = [&](const char* name) {
+        const std::string path = members.text(name);
+        if (path.empty()) {
+            throw Refusal(members.key(name), "is empty");
+        }
+        return absolutePath(path, folder);
+    };
+    stream.certificate = readPath("certificate");
+    stream.key = readPath("key");
+}
+
 // A name would have to be looked up, and could mean several addresses.
 bool isNumericAddress(const std::string& text)
 {
@@ -220,7 +237,7 @@ bool isNumericAddress(const std::string& text)
            inet_pton(AF_INET6, text.c_str(), &parsed) == 1;
 }
 
-StreamSettings readStream(const json& value)
+StreamSettings readStream(const json& value, const std::filesystem::path& folder)
 {
     Members members(value, "stream");
     StreamSettings stream;
@@ -234,6 +251,7 @@ StreamSettings readStream(const json& value)
         throw Refusal(members.key(stream.user.empty() ? "user" : "password"),
                       "user and password belong together");
     }
+    readEncryption(members, folder, stream);
     stream.maxClients = members.integer("maxClients", 1, 1000, stream.maxClients);
     stream.sessionTimeout = members.integer("sessionTimeout", 5, 3600, stream.sessionTimeout);
     stream.codec = members.word<CodecChoice>(
@@ -285,10 +303,10 @@ RigResult parseRig(const std::string& text, const std::string& origin)
         const json document = readDocument(text);
         Members members(document, "");
         Rig rig;
-        rig.cameras =
-            readCameras(members.require("cameras"), std::filesystem::path(origin).parent_path());
+        const std::filesystem::path folder = std::filesystem::path(origin).parent_path();
+        rig.cameras = readCameras(members.require("cameras"), folder);
         if (const json* stream = members.find("stream")) {
-            rig.stream = readStream(*stream);
+            rig.stream = readStream(*stream, folder);
         }
         members.finish();
         return {std::move(rig), "", "", ""};

@@ -24,6 +24,8 @@ struct StreamSettings {
     std::string bindAddress = "0.0.0.0";    ///< numeric address to serve on
     std::string user;                       ///< empty: no authentication
     std::string password;                   ///< never logged
+    std::string certificate;                ///< PEM file, absolute; empty: no encryption
+    std::string key;                        ///< PEM file, absolute, of the certificate's key
     int maxClients = 8;                     ///< clients served at once
     int sessionTimeout = 60;                ///< seconds without a sign of life of a client
     CodecChoice codec = CodecChoice::AUTO;  ///< video codec

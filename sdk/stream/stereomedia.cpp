@@ -11,6 +11,7 @@
 #include <string>
 
 #include "sdk/core/log.h"
+#include "sdk/stream/derivedtype.h"
 #include "sdk/stream/packetforwarder.h"
 
 namespace tq::stream {
@@ -59,20 +60,11 @@ gboolean setupDescription(GstRTSPMedia* media, GstSDPMessage* sdp, GstSDPInfo* i
     return TRUE;
 }
 
-/// A type that differs from its parent in what @p initialise changes in its class.
-GType derive(GType parent, const char* name, GClassInitFunc initialise)
-{
-    GTypeQuery query;
-    g_type_query(parent, &query);
-    return g_type_register_static_simple(parent, name, query.class_size, initialise,
-                                         query.instance_size, nullptr, GTypeFlags(0));
-}
-
 /// A media whose session description names the virtual camera.
 GType mediaType()
 {
     static const GType type =
-        derive(GST_TYPE_RTSP_MEDIA, "StereoMedia", [](gpointer media, gpointer) {
+        deriveType(GST_TYPE_RTSP_MEDIA, "StereoMedia", [](gpointer media, gpointer) {
             GST_RTSP_MEDIA_CLASS(media)->setup_sdp = setupDescription;
         });
     return type;
@@ -82,8 +74,8 @@ GType mediaType()
 /// has the port and the query in it, and a client behind a port forwarding names another port.
 GType factoryType()
 {
-    static const GType type =
-        derive(GST_TYPE_RTSP_MEDIA_FACTORY, "StereoMediaFactory", [](gpointer factory, gpointer) {
+    static const GType type = deriveType(
+        GST_TYPE_RTSP_MEDIA_FACTORY, "StereoMediaFactory", [](gpointer factory, gpointer) {
             GST_RTSP_MEDIA_FACTORY_CLASS(factory)->gen_key =
                 [](GstRTSPMediaFactory*, const GstRTSPUrl*) { return g_strdup("stereo"); };
         });
@@ -295,9 +287,10 @@ GObjectPtr<GstRTSPMediaFactory> makeStereoMediaFactory(const EncoderChoice& enco
     gst_rtsp_media_factory_set_shared(factory.get(), TRUE);
     gst_rtsp_media_factory_set_latency(factory.get(), static_cast<guint>(settings.latency));
     gst_rtsp_media_factory_set_profiles(factory.get(), GST_RTSP_PROFILE_AVP);
+    // Through the encrypted connection only, where there is one: RTP by UDP is as plain as ever.
+    const auto plain = GstRTSPLowerTrans(GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_TCP);
     gst_rtsp_media_factory_set_protocols(
-        factory.get(),
-        static_cast<GstRTSPLowerTrans>(GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_TCP));
+        factory.get(), settings.certificate.empty() ? plain : GST_RTSP_LOWER_TRANS_TCP);
     bindMedia(factory.get(), settings.bindAddress);
     gst_rtsp_media_factory_set_buffer_size(factory.get(), 1 << 20);
     connect(factory.get(), "media-configure", G_CALLBACK(onMediaConfigure), feed);

@@ -10,6 +10,7 @@
 
 #include "sdk/core/log.h"
 #include "sdk/rig/currentrig.h"
+#include "sdk/stream/certificate.h"
 #include "sdk/stream/encoders.h"
 #include "sdk/stream/stereomedia.h"
 #include "tq_kor/sender.h"
@@ -86,6 +87,14 @@ FrameRecord identityOf(const UDPOutConfig& config)
     return identity;
 }
 
+/// Where clients find the stream.
+std::string address(const rig::StreamSettings& settings, std::uint16_t port)
+{
+    const bool six = settings.bindAddress.find(':') != std::string::npos;
+    return (settings.certificate.empty() ? "rtsp://" : "rtsps://") + std::string(six ? "[" : "") +
+           settings.bindAddress + (six ? "]:" : ":") + std::to_string(port) + "/stereo";
+}
+
 /// What every stream needs and this machine lacks, or empty.
 std::string missingPart()
 {
@@ -145,13 +154,22 @@ ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
     if (!reason.empty()) {
         return ErrorCode::SERVER_FAILED;
     }
+    CertificateResult encryption;
+    if (!settings.certificate.empty()) {
+        encryption = readCertificate(settings.certificate, settings.key);
+        if (!encryption.certificate) {
+            reason = rig->file + ": " + encryption.error;
+            return ErrorCode::INVALID_RIG;
+        }
+    }
     const VideoFormat format = videoFormat(config, settings);
     const auto encoder = chooseEncoder(format, settings.codec, wantedEncoder(settings), reason);
     if (!encoder) {
         return ErrorCode::NO_ENCODER;
     }
     auto newFeed = std::make_shared<StreamFeed>(format, encoder->inputFormat, identityOf(config));
-    auto newServer = std::make_unique<StreamServer>(name, verbose, settings, newFeed);
+    auto newServer = std::make_unique<StreamServer>(name, verbose, settings,
+                                                    std::move(encryption.certificate), newFeed);
     const ErrorCode result =
         newServer->start(config.port, makeStereoMediaFactory(*encoder, settings, newFeed), reason);
     if (result != ErrorCode::SUCCESS) {
@@ -159,11 +177,14 @@ ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
     }
     feed = std::move(newFeed);
     server = std::move(newServer);
+    if (!encryption.warning.empty()) {
+        logLine(name + ": " + encryption.warning);
+    }
     if (verbose) {
-        logLine(name + ": rtsp://" + settings.bindAddress + ":" + std::to_string(config.port) +
-                "/stereo, " + toString(encoder->codec) + " by " + encoder->element + ", " +
-                std::to_string(format.width) + "x" + std::to_string(format.height) + "@" +
-                std::to_string(format.fps) + ", " + std::to_string(format.bitrate) + " kbit/s");
+        logLine(name + ": " + address(settings, config.port) + ", " + toString(encoder->codec) +
+                " by " + encoder->element + ", " + std::to_string(format.width) + "x" +
+                std::to_string(format.height) + "@" + std::to_string(format.fps) + ", " +
+                std::to_string(format.bitrate) + " kbit/s");
     }
     return ErrorCode::SUCCESS;
 }

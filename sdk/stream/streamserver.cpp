@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "sdk/core/log.h"
+#include "sdk/stream/serverauth.h"
 #include "sdk/stream/stereomedia.h"
 
 namespace tq::stream {
@@ -15,8 +16,6 @@ namespace tq::stream {
 namespace {
 
 constexpr const char* kMountPoint = "/stereo";
-constexpr const char* kRole = "viewer";
-constexpr const char* kRealm = "KOR stereo";
 constexpr guint kHouseKeepingInterval = 1000;  // ms
 constexpr gint64 kAfterlife = 2 * G_USEC_PER_SEC;
 // Connections without a session that are put up with besides those of the clients served.
@@ -42,10 +41,12 @@ std::string describe(GstRTSPClient* client)
 
 StreamServer::StreamServer(std::string serverName, bool logStates,
                            rig::StreamSettings streamSettings,
+                           GObjectPtr<GTlsCertificate> ownCertificate,
                            std::shared_ptr<StreamFeed> streamFeed)
     : name(std::move(serverName)),
       verbose(logStates),
       settings(std::move(streamSettings)),
+      certificate(std::move(ownCertificate)),
       feed(std::move(streamFeed))
 {
 }
@@ -119,8 +120,9 @@ void StreamServer::configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory>
     sessions.reset(gst_rtsp_session_pool_new());
     gst_rtsp_session_pool_set_max_sessions(sessions.get(), static_cast<guint>(settings.maxClients));
     gst_rtsp_server_set_session_pool(server.get(), sessions.get());
-    if (!settings.user.empty()) {
-        requireUser(factory.get());
+    if (certificate || !settings.user.empty()) {
+        const auto auth = makeServerAuth(settings, certificate.get(), factory.get());
+        gst_rtsp_server_set_auth(server.get(), auth.get());
     }
     const GObjectPtr<GstRTSPMountPoints> mounts(gst_rtsp_server_get_mount_points(server.get()));
     gst_rtsp_mount_points_add_factory(mounts.get(), kMountPoint, factory.release());
@@ -129,21 +131,6 @@ void StreamServer::configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory>
                          static_cast<StreamServer*>(self)->clientConnected(client);
                      }),
                      this);
-}
-
-void StreamServer::requireUser(GstRTSPMediaFactory* factory)
-{
-    const GObjectPtr<GstRTSPAuth> auth(gst_rtsp_auth_new());
-    gst_rtsp_auth_set_supported_methods(auth.get(), GST_RTSP_AUTH_DIGEST);
-    gst_rtsp_auth_set_realm(auth.get(), kRealm);
-    const std::unique_ptr<GstRTSPToken, MiniObjectRelease> token(
-        gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, kRole, nullptr));
-    gst_rtsp_auth_add_digest(auth.get(), settings.user.c_str(), settings.password.c_str(),
-                             token.get());
-    gst_rtsp_server_set_auth(server.get(), auth.get());
-    gst_rtsp_media_factory_add_role(factory, kRole, GST_RTSP_PERM_MEDIA_FACTORY_ACCESS,
-                                    G_TYPE_BOOLEAN, TRUE, GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT,
-                                    G_TYPE_BOOLEAN, TRUE, nullptr);
 }
 
 void StreamServer::attachHousekeeping()

@@ -17,12 +17,14 @@
 
 namespace tq::stream {
 
-/// Serves rtsp://<address>:<port>/stereo until it is stopped.
+/// Serves rtsp://<address>:<port>/stereo, or rtsps:// with a certificate, until it is stopped.
 /// start() and stop() belong to one thread at a time.
 class StreamServer {
 public:
     /// @param serverName in front of log lines
+    /// @param ownCertificate with its key; clients must come by TLS. Null: they must not
     StreamServer(std::string serverName, bool logStates, rig::StreamSettings streamSettings,
+                 GObjectPtr<GTlsCertificate> ownCertificate,
                  std::shared_ptr<StreamFeed> streamFeed);
     ~StreamServer();
     StreamServer(const StreamServer&) = delete;
@@ -44,7 +46,6 @@ private:
     };
 
     void configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory> factory);
-    void requireUser(GstRTSPMediaFactory* factory);
     void attachHousekeeping();
     void clientConnected(GstRTSPClient* client);
     void sessionBegun(GstRTSPClient* client, GstRTSPSession* session);
@@ -58,6 +59,7 @@ private:
     const std::string name;
     const bool verbose;
     const rig::StreamSettings settings;
+    const GObjectPtr<GTlsCertificate> certificate;
     const std::shared_ptr<StreamFeed> feed;
 
     MainContextPtr context;

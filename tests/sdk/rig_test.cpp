@@ -39,7 +39,7 @@ class RigTest : public QObject {
 private slots:
     void defaults();
     void everyKeyIsRead();
-    void recordingPathIsTakenFromTheRigsFolder();
+    void pathsAreTakenFromTheRigsFolder();
     void refusals_data();
     void refusals();
     void aRefusedRigIsLoggedOnceAndEnumeratesNothing();
@@ -118,6 +118,7 @@ void RigTest::everyKeyIsRead()
     const tq::rig::StreamSettings& stream = result.rig->stream;
     QCOMPARE(stream.bindAddress, std::string("127.0.0.1"));
     QCOMPARE(stream.user + stream.password, std::string("up"));
+    QCOMPARE(stream.certificate + stream.key, std::string());
     QCOMPARE(stream.maxClients, 3);
     QCOMPARE(stream.sessionTimeout, 10);
     QCOMPARE(stream.codec, tq::rig::CodecChoice::H265);
@@ -128,7 +129,7 @@ void RigTest::everyKeyIsRead()
     QCOMPARE(stream.latency, 50);
 }
 
-void RigTest::recordingPathIsTakenFromTheRigsFolder()
+void RigTest::pathsAreTakenFromTheRigsFolder()
 {
     const auto pathFor = [](const std::string& given) {
         const RigResult result =
@@ -137,6 +138,10 @@ void RigTest::recordingPathIsTakenFromTheRigsFolder()
     };
     QCOMPARE(pathFor("a/../b"), std::string("/etc/b"));
     QCOMPARE(pathFor("/data/x"), std::string("/data/x"));
+    const RigResult secret =
+        parseRig(withStream(R"("certificate": "a.pem", "key": "/b/k")"), "/etc/r.json");
+    QCOMPARE(secret.rig->stream.certificate, std::string("/etc/a.pem"));
+    QCOMPARE(secret.rig->stream.key, std::string("/b/k"));
 }
 
 void RigTest::refusals_data()
@@ -234,6 +239,12 @@ void RigTest::refusals_data()
         "stream.codec: unknown value \"av1\", must be one of \"auto\", \"h264\", \"h265\"");
     row("password alone", withStream(R"("password": "p")"),
         "stream.user: user and password belong together");
+    row("key alone", withStream(R"("key": "k")"), "stream.certificate: is missing");
+    row("certificate alone", withStream(R"("certificate": "c")"), "stream.key: is missing");
+    row("no certificate after all", withStream(R"("certificate": "", "key": "")"),
+        "stream.certificate: is empty");
+    row("certificate null", withStream(R"("certificate": null, "key": null)"),
+        "stream.certificate: must be a string, but is null");
     row("user alone", withStream(R"("user": "u")"),
         "stream.password: user and password belong together");
 }

@@ -248,6 +248,7 @@ public:
     RtspClient& operator=(const RtspClient&) = delete;
 
     bool isConnected() const { return connected; }
+    int descriptor() const { return fd; }
 
     QByteArray url(const QByteArray& path = {}) const
     {
