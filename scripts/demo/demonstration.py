@@ -183,13 +183,17 @@ class Demonstration:
         tail = self.log.read_text(errors="replace").splitlines()[-15:]
         raise Failed("\n".join([f"{what}. The end of {self.log}:", *tail]))
 
+    def address(self, host):
+        scheme = "rtsps" if self.stream.get("certificate") else "rtsp"
+        return f"{scheme}://{host}:{self.options.port}/stereo"
+
     def show_addresses(self):
         hosts = subprocess.run("hostname -I 2>/dev/null", shell=True, stdout=subprocess.PIPE, text=True,
                                check=False).stdout.split()
         print("\nThe stereo stream is served at")
         for host in ["localhost", *(host for host in hosts if ":" not in host)]:
-            print(f"    rtsp://{host}:{self.options.port}/stereo")
-        print(ADDRESSES.format(f"rtsp://localhost:{self.options.port}/stereo"))
+            print(f"    {self.address(host)}")
+        print(ADDRESSES.format(self.address("localhost")))
         if self.stream.get("user"):
             print("with the user and password of the rig's stream object.")
         print()
@@ -220,7 +224,9 @@ class Demonstration:
             [BUILD / "tools/vistrel-receive", "--snapshot", picture, "--timeout", "20",
              "--json", options.out / "statistics.json",
              *(["--duration", str(options.seconds)] if options.seconds else []),
-             f"rtsp://{login}{host}:{options.port}/stereo"])
+             # The certificate is of the rig's making, and the way leads through this machine only.
+             *(["--insecure"] if self.stream.get("certificate") else []),
+             self.address(login + host)])
         status = self.receiver.wait()
         print()
         if picture.exists() and picture.stat().st_size:

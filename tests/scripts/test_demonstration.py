@@ -130,9 +130,11 @@ def interrupt(process):
     return process.wait()
 
 
+def camera(serial, eye):
+    return {"serial": serial, "model": "KOR T Solo GS", "source": {"type": "simulated", "eye": eye}}
+
+
 def test_two_at_once_and_interrupt(desk):
-    def camera(serial, eye):
-        return {"serial": serial, "model": "KOR T Solo GS", "source": {"type": "simulated", "eye": eye}}
     (desk.folder / "own.json").write_text(json.dumps(
         {"cameras": [camera(30200001, "left"), camera(30200002, "right")]}))
     first = desk.start("--rig", "own.json", "--size", "480x300", "--fps", "15", "--port", "41236",
@@ -143,6 +145,19 @@ def test_two_at_once_and_interrupt(desk):
     assert "kor_vistrel" in desk.processes()
     assert first.poll() is None, desk.said("first")
     assert interrupt(first) == 0
+
+
+def test_encrypted(desk):
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj", "/CN=board",
+                    "-keyout", "board.key", "-out", "board.pem"], cwd=desk.folder, check=True,
+                   stderr=subprocess.DEVNULL)
+    (desk.folder / "own.json").write_text(json.dumps(
+        {"cameras": [camera(30200001, "left"), camera(30200002, "right")],
+         "stream": {"certificate": "board.pem", "key": "board.key",
+                    "user": "viewer", "password": "a:b@c"}}))
+    desk.ends(0, "rtsps://localhost:41240/stereo", "--rig", "own.json", "--size", "480x300",
+              "--seconds", SECONDS, "--port", "41240", "--out", "pictures")
+    assert "rtsps://0.0.0.0:41240/stereo" in (desk.folder / "pictures/kor_vistrel.log").read_text()
 
 
 @pytest.mark.parametrize("signum, status", [(signal.SIGINT, 130), (signal.SIGTERM, 143)])

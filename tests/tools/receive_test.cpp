@@ -17,37 +17,9 @@
 #include <memory>
 
 #include "tests/support/freeport.h"
+#include "tests/tools/receive_testing.h"
 
 namespace {
-
-struct Outcome {
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-Outcome finish(QProcess& process, int milliseconds = 60000)
-{
-    Outcome outcome;
-    if (!process.waitForFinished(milliseconds)) {
-        process.kill();
-        process.waitForFinished();
-    } else if (process.exitStatus() == QProcess::NormalExit) {
-        outcome.status = process.exitCode();
-    }
-    outcome.out = process.readAllStandardOutput();
-    outcome.err = process.readAllStandardError();
-    return outcome;
-}
-
-Outcome receive(const QStringList& arguments,
-                const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
-{
-    QProcess process;
-    process.setProcessEnvironment(environment);
-    process.start(VISTREL_RECEIVE, arguments);
-    return finish(process);
-}
 
 /// A socket that listens on a port of its own and never answers.
 class SilentListener {

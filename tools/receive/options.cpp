@@ -15,7 +15,7 @@ namespace receive {
 namespace {
 
 constexpr const char* kHelp =
-    R"(Usage: vistrel-receive [OPTION]... rtsp://[USER:PASSWORD@]HOST:PORT/stereo
+    R"(Usage: vistrel-receive [OPTION]... rtsp[s]://[USER:PASSWORD@]HOST:PORT/stereo
 
 Receives a virtual stereo camera and shows a status line per second: serial
 number, size, frames per second, bit rate of the video, latency from capture to
@@ -37,7 +37,12 @@ When to end:
                         megabytes (default 512)
 
 Transport:
-      --tcp             media through the RTSP connection instead of UDP
+      --tcp             media through the RTSP connection instead of UDP;
+                        always so with rtsps://
+      --ca FILE         trust the authorities in this PEM file instead of the
+                        system's; for rtsps:// only
+      --insecure        accept any certificate: nobody can listen in, but the
+                        sender may be anybody; for rtsps:// only
       --jitter MS       wait MS milliseconds for a missing packet (default 200)
       --no-decode       do not decode: no latency to the picture, no eyes
                         (the latency shown is that of the received frame); not
@@ -69,6 +74,8 @@ const option kLongOptions[] = {{"snapshot", required_argument, nullptr, 's'},
                                {"timeout", required_argument, nullptr, 't'},
                                {"memory", required_argument, nullptr, 'M'},
                                {"tcp", no_argument, nullptr, 'T'},
+                               {"ca", required_argument, nullptr, 'C'},
+                               {"insecure", no_argument, nullptr, 'I'},
                                {"jitter", required_argument, nullptr, 'J'},
                                {"no-decode", no_argument, nullptr, 'D'},
                                {"help", no_argument, nullptr, 'h'},
@@ -127,6 +134,8 @@ Options parseOptions(int argc, char** argv)
             case 't': options.timeout = number("--timeout", 0, 1000000000); break;
             case 'M': options.memory = wholeNumber("--memory", 1, 1000000); break;
             case 'T': options.tcp = true; break;
+            case 'C': options.authorities = optarg; break;
+            case 'I': options.insecure = true; break;
             case 'J': options.jitter = wholeNumber("--jitter", 0, 60000); break;
             case 'D': options.decode = false; break;
             case 'h': std::cout << kHelp; std::exit(SUCCESS);
@@ -139,8 +148,13 @@ Options parseOptions(int argc, char** argv)
     options.url = argv[optind];
     demand(g_utf8_validate(argv[optind], -1, nullptr) != FALSE,
            "'" + withoutCredentials(options.url) + "' is not UTF-8");
-    demand(options.url.rfind("rtsp://", 0) == 0,
-           "'" + withoutCredentials(options.url) + "' does not begin with rtsp://");
+    const bool secure = options.isSecure();
+    demand(secure || options.url.rfind("rtsp://", 0) == 0,
+           "'" + withoutCredentials(options.url) + "' does not begin with rtsp:// or rtsps://");
+    const bool trusts = options.insecure || !options.authorities.empty();
+    demand(secure || !trusts, "--ca and --insecure need an address that begins with rtsps://");
+    demand(!options.insecure || options.authorities.empty(),
+           "--ca and --insecure exclude each other");
     demand(options.snapshot.empty() || options.decode, "--snapshot needs decoding");
     return options;
 }

@@ -20,8 +20,13 @@ struct Options {
     unsigned memory = 512;     ///< end when more is in use, MB
     unsigned jitter = 200;     ///< how long a missing packet is waited for, ms
     bool tcp = false;          ///< media through the RTSP connection
+    std::string authorities;   ///< PEM file of the authorities to trust, empty: the system's
+    bool insecure = false;     ///< accept any certificate
     bool decode = true;
     bool quiet = false;  ///< no status lines
+
+    /// Whether the stream comes by TLS, its media included.
+    bool isSecure() const { return url.rfind("rtsps://", 0) == 0; }
 };
 
 /// As the help explains them.

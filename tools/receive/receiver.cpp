@@ -2,6 +2,7 @@
 // The pipeline of vistrel-receive.
 #include "tools/receive/receiver.h"
 
+#include <gio/gio.h>
 #include <gst/rtp/gstrtpbuffer.h>
 #include <gst/video/video.h>
 
@@ -95,6 +96,39 @@ bool writeFile(const std::string& path, const void* data, std::size_t bytes)
     return file.good();
 }
 
+/// What is wrong with a certificate, in words.
+std::string objections(GTlsCertificateFlags flags)
+{
+    struct Objection {
+        GTlsCertificateFlags flag;
+        const char* text;
+    };
+    std::string list;
+    for (const Objection& objection :
+         {Objection{G_TLS_CERTIFICATE_UNKNOWN_CA, "its authority is not known here"},
+          Objection{G_TLS_CERTIFICATE_BAD_IDENTITY, "it is of another host"},
+          Objection{G_TLS_CERTIFICATE_NOT_ACTIVATED, "it is not valid yet"},
+          Objection{G_TLS_CERTIFICATE_EXPIRED, "it has expired"},
+          Objection{G_TLS_CERTIFICATE_REVOKED, "it was revoked"},
+          Objection{G_TLS_CERTIFICATE_INSECURE, "it is too weak"}}) {
+        if ((flags & objection.flag) != 0) {
+            list += (list.empty() ? "" : ", ") + std::string(objection.text);
+        }
+    }
+    return list.empty() ? "it cannot be verified" : list;
+}
+
+/// Asked about a certificate that could not be verified; a thread of GStreamer's.
+gboolean acceptCertificate(GstElement*, GTlsConnection*, GTlsCertificate*,
+                           GTlsCertificateFlags flags, const Options* options)
+{
+    if (!options->insecure) {
+        tell("the sender's certificate is refused: " + objections(flags) +
+             " (see --ca and --insecure)");
+    }
+    return options->insecure ? TRUE : FALSE;
+}
+
 /// The installed decoder for "h264" or "h265", its plug-in loaded; empty if there is none.
 std::string decoderFor(const std::string& codec)
 {
@@ -148,6 +182,9 @@ std::vector<std::uint8_t> sampleEye(const GstVideoFrame& frame, int eye)
 
 ExitStatus Receiver::run(const volatile std::sig_atomic_t& stop)
 {
+    if (!openAuthorities()) {
+        return WRONG_USE;
+    }
     if (!openFiles()) {
         tell(fileError);
         return FILE_ERROR;
@@ -196,6 +233,31 @@ bool Receiver::openFiles()
     return fileError.empty();
 }
 
+bool Receiver::openAuthorities()
+{
+    Failure failed;
+    if (!options.authorities.empty()) {
+        authorities.reset(g_tls_file_database_new(options.authorities.c_str(), failed.place()));
+        if (!authorities) {
+            tell(options.authorities + ": " + failed.text("is no PEM file"));
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Says how the media come, and whom to trust.
+void Receiver::protect(GstElement* source)
+{
+    gst_util_set_object_arg(G_OBJECT(source), "protocols",
+                            options.tcp || options.isSecure() ? "tcp" : "udp+tcp");
+    if (authorities) {
+        g_object_set(source, "tls-database", authorities.get(), nullptr);
+    }
+    g_signal_connect(source, "accept-certificate", G_CALLBACK(acceptCertificate),
+                     const_cast<Options*>(&options));
+}
+
 bool Receiver::start()
 {
     pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("receive"))));
@@ -209,7 +271,7 @@ bool Receiver::start()
     }
     g_object_set(source, "location", options.url.c_str(), "latency", options.jitter, "timeout",
                  guint64{2000000}, nullptr);
-    gst_util_set_object_arg(G_OBJECT(source), "protocols", options.tcp ? "tcp" : "udp+tcp");
+    protect(source);
     g_signal_connect(source, "select-stream",
                      G_CALLBACK(+[](GstElement*, guint stream, GstCaps* caps, Receiver* self) {
                          return static_cast<gboolean>(self->wants(stream, caps));

@@ -2,6 +2,7 @@
 // The pipeline of vistrel-receive: from the network to decoded pictures, files and statistics.
 #pragma once
 
+#include <gio/gio.h>
 #include <gst/gst.h>
 
 #include <atomic>
@@ -33,7 +34,9 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    bool openAuthorities();
     bool openFiles();
+    void protect(GstElement* source);
     bool start();
     bool finished();
     bool streamEnded();
@@ -66,6 +69,7 @@ private:
 
     const Options options;
     tq::GObjectPtr<GstElement> pipeline;
+    tq::GObjectPtr<GTlsDatabase> authorities;  // null: the system's
     const Clock::time_point began = Clock::now();
     Clock::time_point shown = began;
     std::atomic<bool> videoConnected{false};
