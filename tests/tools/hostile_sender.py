@@ -4,6 +4,7 @@ import itertools
 import re
 import socket
 import struct
+import subprocess
 import threading
 import time
 
@@ -166,6 +167,7 @@ class Attack:
             transport = (f"RTP/AVP;unicast;client_port={ports.group(1)}-{int(ports.group(1)) + 1};"
                          "server_port=50000-50001")
         else:
+            self.client_ports.pop(stream, None)
             transport = f"RTP/AVP/TCP;unicast;interleaved={2 * stream}-{2 * stream + 1}"
         self.send(connection, answer(request, headers=[f"Transport: {transport}", "Session: 1"]))
 
@@ -176,9 +178,9 @@ class Attack:
         if first is None:
             return
         if self.client_ports:
-            self._start(self._by_udp, itertools.chain([first], packets))
+            self._start(self.by_udp, itertools.chain([first], packets))
         else:
-            self._by_tcp(connection, itertools.chain([first], packets))
+            self.by_tcp(connection, itertools.chain([first], packets))
 
     def other(self, connection, request):
         self.send(connection, answer(request, headers=["Session: 1"]))
@@ -187,14 +189,14 @@ class Attack:
         """Tuples of stream, whether it is RTCP, and bytes."""
         return iter(())
 
-    def _by_udp(self, packets):
+    def by_udp(self, packets):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as out:
             for stream, control, packet in packets:
                 if self.over.is_set():
                     return
                 out.sendto(packet, ("127.0.0.1", self.client_ports.get(stream, 9) + control))
 
-    def _by_tcp(self, connection, packets):
+    def by_tcp(self, connection, packets):
         while True:
             block = [interleaved(2 * stream + control, packet)
                      for stream, control, packet in itertools.islice(packets, 200)]
@@ -460,7 +462,20 @@ class EscapesInTransport(Attack):
             f"Transport: RTP/{ESCAPES};unicast;destination={ESCAPES}", "Session: 1"]))
 
 
-# Honest video, which tests of recordings need.
+# Honest video.
+
+def video(folder, size):
+    """A second of H.264 made by GStreamer, a key frame in each third of it."""
+    width, height = size
+    path = folder / f"{width}.h264"
+    subprocess.run(
+        ["gst-launch-1.0", "-q", "videotestsrc", "num-buffers=30", "!",
+         f"video/x-raw,width={width},height={height},framerate=30/1", "!",
+         "x264enc", "tune=zerolatency", "threads=1", "key-int-max=10", "!",
+         "video/x-h264,stream-format=byte-stream,profile=baseline", "!",
+         "filesink", f"location={path}"], check=True)
+    return path.read_bytes()
+
 
 class Video(Attack):
     """Frames of H.264 byte streams, one NAL unit for each, one after the other, for ever."""
@@ -481,14 +496,21 @@ class Video(Attack):
                         frames += 1
                         self.wait(0.01)
 
-    def _by_tcp(self, connection, packets):
+    def by_tcp(self, connection, packets):
         for stream, control, packet in packets:
             self.send(connection, interleaved(2 * stream + control, packet))
 
 
+class BlockedUdp(Video):
+    """Video that a firewall lets pass by TCP only."""
+
+    def by_udp(self, packets):
+        pass
+
+
 ATTACKS = {attack.__name__: attack for attack in (
     UnitWithoutEnd, FrameWithoutEnd, UnitsWithoutFrame, FramesOfGarbage, Gaps, Future, ManySources,
-    ManyReports, Noise, CorruptedLengths, AbsurdCounters, EndlessHeaders, EndlessLine, EndlessBody, HugeDescription,
-    EndlessInformation, EndlessRequests, EndlessDenial, EndlessRedirection, EndlessPackets, Silent,
-    SilentAfterPlay, Drip, Drops, DropsAfterPlay, DeafAfterPlay, DeafInSetup, Escapes,
-    EscapesInRefusal, EscapesInRedirection, EscapesInTransport)}
+    ManyReports, Noise, CorruptedLengths, AbsurdCounters, EndlessHeaders, EndlessLine, EndlessBody,
+    HugeDescription, EndlessInformation, EndlessRequests, EndlessDenial, EndlessRedirection,
+    EndlessPackets, Silent, SilentAfterPlay, Drip, Drops, DropsAfterPlay, DeafAfterPlay,
+    DeafInSetup, Escapes, EscapesInRefusal, EscapesInRedirection, EscapesInTransport)}

@@ -10,7 +10,7 @@ import tempfile
 import time
 
 import pytest
-from hostile_sender import ATTACKS
+from hostile_sender import ATTACKS, BlockedUdp, video
 
 RECEIVE = os.environ["VISTREL_RECEIVE"]
 # A sanitizer's own memory is beyond what is judged here.
@@ -82,3 +82,12 @@ def test_lost_frames_are_not_absurd(by):
     assert statistics["frameRecords"] > 0
     # No more than 1000 for each second that the program can have taken.
     assert statistics["framesLost"] <= 1000 * (ENDS_S + 1)
+
+
+def test_takes_tcp_where_udp_is_blocked(tmp_path):
+    """The streams of the session are chosen a second time then."""
+    with BlockedUdp(video(tmp_path, (64, 48))) as sender:
+        done = subprocess.run(
+            [RECEIVE, "-q", "-t", "50", "-n", "20", f"rtsp://127.0.0.1:{sender.port}/stereo"],
+            text=True, capture_output=True, check=False)
+    assert done.returncode == 0, done.stderr

@@ -5,22 +5,9 @@ import shutil
 import subprocess
 
 import pytest
-from hostile_sender import Video
+from hostile_sender import Video, video
 
 RECEIVE = os.environ["VISTREL_RECEIVE"]
-
-
-def video(folder, size):
-    """A second of H.264, a key frame in each third of it."""
-    width, height = size
-    path = folder / f"{width}.h264"
-    subprocess.run(
-        ["gst-launch-1.0", "-q", "videotestsrc", "num-buffers=30", "!",
-         f"video/x-raw,width={width},height={height},framerate=30/1", "!",
-         "x264enc", "tune=zerolatency", "threads=1", "key-int-max=10", "!",
-         "video/x-h264,stream-format=byte-stream,profile=baseline", "!",
-         "filesink", f"location={path}"], check=True)
-    return path.read_bytes()
 
 
 def receive(sender, *options):
