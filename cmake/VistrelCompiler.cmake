@@ -32,6 +32,10 @@ if(VISTREL_SANITIZE)
     add_compile_options(-fsanitize=${VISTREL_SANITIZE} -fno-omit-frame-pointer -O1 -g1)
     add_link_options(-fsanitize=${VISTREL_SANITIZE})
 endif()
+if(VISTREL_BUILD_FUZZERS)
+    # libFuzzer is told which branches an input takes.
+    add_compile_options(-fsanitize=fuzzer-no-link -fno-sanitize-recover=all)
+endif()
 
 # The program's version, for what shows it.
 add_library(vistrel_version INTERFACE)
