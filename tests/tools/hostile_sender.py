@@ -298,22 +298,37 @@ def frame_record(counter, length=200):
     return FRAME_LABEL + b"\x82" + struct.pack(">H", length) + value.ljust(200, b"\0")
 
 
-class CorruptedLengths(Attack):
+# An honest one, which shows that others have been read before it.
+IMU_RECORD = bytes.fromhex("060E2B34020501010F4B4F5201020100820168") + bytes(360)
+
+
+class Records(Attack):
+    """Records, each followed by an honest one."""
+
+    def records(self):
+        """Bytes, for ever."""
+
+    def packets(self):
+        number = itertools.count()
+        for record in self.records():
+            yield DATA, 0, rtp(DATA, next(number), 0, record, True)
+            yield DATA, 0, rtp(DATA, next(number), 0, IMU_RECORD, True)
+
+
+class CorruptedLengths(Records):
     """Lengths that do not fit the records."""
 
-    def packets(self):
-        lengths = itertools.cycle([0, 1, 199, 201, 5000, 65535])
-        for sequence, length in enumerate(lengths):
-            yield DATA, 0, rtp(DATA, sequence, sequence, frame_record(sequence, length), True)
+    def records(self):
+        return (frame_record(1, length)
+                for length in itertools.cycle([0, 1, 199, 201, 5000, 65535]))
 
 
-class AbsurdCounters(Attack):
+class AbsurdCounters(Records):
     """Counters that jump, wrap and run backwards."""
 
-    def packets(self):
-        counters = itertools.cycle([0, 2**63, 7, 2**64 - 1, 5, 2**32, 3, 10**6, 0, 10**5])
-        for sequence, counter in enumerate(counters):
-            yield DATA, 0, rtp(DATA, sequence, sequence, frame_record(counter), True)
+    def records(self):
+        return map(frame_record, itertools.cycle(
+            [0, 2**63, 7, 2**64 - 1, 5, 2**32, 3, 10**6, 0, 10**5]))
 
 
 # RTSP without end.
@@ -510,7 +525,7 @@ class BlockedUdp(Video):
 
 ATTACKS = {attack.__name__: attack for attack in (
     UnitWithoutEnd, FrameWithoutEnd, UnitsWithoutFrame, FramesOfGarbage, Gaps, Future, ManySources,
-    ManyReports, Noise, CorruptedLengths, AbsurdCounters, EndlessHeaders, EndlessLine, EndlessBody,
-    HugeDescription, EndlessInformation, EndlessRequests, EndlessDenial, EndlessRedirection,
-    EndlessPackets, Silent, SilentAfterPlay, Drip, Drops, DropsAfterPlay, DeafAfterPlay,
-    DeafInSetup, Escapes, EscapesInRefusal, EscapesInRedirection, EscapesInTransport)}
+    ManyReports, Noise, EndlessHeaders, EndlessLine, EndlessBody, HugeDescription,
+    EndlessInformation, EndlessRequests, EndlessDenial, EndlessRedirection, EndlessPackets, Silent,
+    SilentAfterPlay, Drip, Drops, DropsAfterPlay, DeafAfterPlay, DeafInSetup, Escapes,
+    EscapesInRefusal, EscapesInRedirection, EscapesInTransport)}
