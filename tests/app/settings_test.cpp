@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 // Tests of the settings store, each on a store of its own.
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <QFile>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <csignal>
 #include <memory>
 
 #include "app/confFileManager.h"
@@ -29,6 +34,9 @@ private slots:
     void applicationsHaveSeparateStores();
     void openReloadsWhatAnotherManagerStored();
     void unreadableNumbersBecomeZero();
+    void damagedStoreIsReadAsFarAsItGoesAndReplaced_data();
+    void damagedStoreIsReadAsFarAsItGoesAndReplaced();
+    void killedWriterLeavesAWholeStore();
 
 private:
     QString storePath(const QString& application) const;
@@ -259,6 +267,83 @@ void ConfFileManagerTest::unreadableNumbersBecomeZero()
     manager.open("Vistrel");
     QCOMPARE(manager.archConf.fps, 0);
     QCOMPARE(manager.archConf.width, 1920);
+}
+
+void ConfFileManagerTest::damagedStoreIsReadAsFarAsItGoesAndReplaced_data()
+{
+    QTest::addColumn<QByteArray>("text");
+    const QByteArray whole = "[input]\nfps=30\nhdr_mode=1\nheight=1200\nwidth=1920\n";
+    for (int length = 0; length < whole.size(); ++length) {
+        QTest::addRow("cut after %d bytes", length) << whole.left(length);
+    }
+    QTest::newRow("zeros") << QByteArray(4096, '\0');
+    QTest::newRow("no text") << QByteArray("\xff\xfe\x80[\x01]=\n\\x", 11);
+    QTest::newRow("open bracket") << QByteArray("[input\nfps=60\n");
+    QTest::newRow("unknown type") << QByteArray("[input]\nfps=@Variant(\\0\\0\\0\\x7f)\n");
+}
+
+void ConfFileManagerTest::damagedStoreIsReadAsFarAsItGoesAndReplaced()
+{
+    QFETCH(QByteArray, text);
+    QVERIFY(QDir().mkpath(home->filePath("Vellmark")));
+    QFile file(storePath("Vistrel"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(text);
+    file.close();
+
+    ConfFileManager manager;
+    manager.open("Vistrel");
+    QVERIFY(manager.archConf.width == 0 ||
+            QByteArray("1920").startsWith(QByteArray::number(manager.archConf.width)));
+    manager.saveConf(960, 600, 15, 0);
+    manager.open("Vistrel");
+    QCOMPARE(manager.archConf.width, 960);
+    QCOMPARE(manager.archConf.height, 600);
+    QCOMPARE(manager.archConf.fps, 15);
+    QCOMPARE(manager.archConf.hdr_mode, false);
+}
+
+// Settings change as a whole or not at all, whenever the program is killed.
+void ConfFileManagerTest::killedWriterLeavesAWholeStore()
+{
+    constexpr int kRounds = 20;
+    ConfFileManager manager;
+    manager.open("Vistrel");
+    manager.saveConf(1920, 1200, 30, 0);
+    const QByteArray one = storedText("Vistrel");
+    manager.saveConf(960, 600, 60, 0);
+    const QByteArray other = storedText("Vistrel");
+
+    int changes = 0;
+    QByteArray before = other;
+    for (int round = 0; round < kRounds; ++round) {
+        int ready[2];
+        QCOMPARE(pipe(ready), 0);
+        const pid_t writer = fork();
+        if (writer == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            for (bool first = true;; first = !first) {
+                manager.saveConf(first ? 1920 : 960, first ? 1200 : 600, first ? 30 : 60, 0);
+                (void)!write(ready[1], "", 1);
+            }
+        }
+        char byte = 0;
+        for (int writes = 0; writes <= round % 5; ++writes) {
+            QCOMPARE(read(ready[0], &byte, 1), ssize_t(1));
+        }
+        usleep(300u * static_cast<unsigned int>(round % 10));  // somewhere in a write
+        kill(writer, SIGKILL);
+        waitpid(writer, nullptr, 0);
+        // Killed before the lock says whose it is, it counts for the toolkit's 30 s.
+        QFile::remove(storePath("Vistrel") + ".lock");
+        close(ready[0]);
+        close(ready[1]);
+        const QByteArray now = storedText("Vistrel");
+        QVERIFY2(now == one || now == other, now.constData());
+        changes += now == before ? 0 : 1;
+        before = now;
+    }
+    QVERIFY(changes > 0);
 }
 
 QTEST_GUILESS_MAIN(ConfFileManagerTest)
