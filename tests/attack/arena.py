@@ -54,6 +54,15 @@ def in_background(function, *arguments):
     return running()
 
 
+def started(service):
+    try:
+        return service.start()
+    except Ended as reason:
+        if service.tls and "certificate" in str(reason):
+            raise Skipped("this program does not encrypt") from None
+        raise
+
+
 class Kept:
     """A service that survived, for the next attack on one that is set up in the same way. Only quick
     attacks follow one another on it: it saves the start and the first viewers."""
@@ -130,7 +139,7 @@ class Arena:
     def against(self, chosen):
         service, survived = self.kept.take(chosen.service) or self.service(**chosen.service), False
         try:
-            before = service.resources() if service.alive() else service.start().warm_up()
+            before = service.resources() if service.alive() else started(service).warm_up()
             if chosen.rehearsed:
                 chosen.function(Arena(self.build, self.quick), service)
                 before = service.warm_up()

@@ -8,6 +8,19 @@ SHARE = 0.1
 KEYS = ("memory", "threads", "descriptors", "shared_files", "shared_bytes")
 
 
+TEXTURES = {"large": 2 * 1920 * 1080 * 2 / 2 ** 20, "small": 2 * 960 * 600 * 2 / 2 ** 20}  # MB
+
+
+def without_textures(rows):
+    """The rows with the memory less the previews' textures of former sizes. The window keeps one for
+    each camera and change of size; with software OpenGL they are in main memory."""
+    kept, size = 0.0, "small"
+    for row in rows:
+        if row["size"] != size:
+            kept, size = kept + TEXTURES[size], row["size"]
+        yield {**row, "memory": row["memory"] - kept}
+
+
 def level(rows, key, begin, end):
     """The median of a column between two times, at the small size, which most samples see."""
     values = [row[key] for row in rows if begin <= row["seconds"] < end and row["size"] == "small"]
@@ -16,6 +29,7 @@ def level(rows, key, begin, end):
 
 def judge(rows, visitors, operator, alive):
     """Everything that is reported, as a dictionary."""
+    rows = list(without_textures(rows))
     last = rows[-1]["seconds"] if rows else 0.0
     values, faults = {}, []
     for key in KEYS:

@@ -20,12 +20,13 @@ def forged(challenge, url):
     """Proofs that must not be taken."""
     stale = digest('nonce="0000000000000000", realm="' + "x" * 10 + '"', *LOGIN, "DESCRIBE", url)
     right = digest(challenge, *LOGIN, "DESCRIBE", url)
-    return [digest(challenge, LOGIN[0], "wrong", "DESCRIBE", url), stale,
-            digest(challenge, "", "", "DESCRIBE", url),
+    return [stale, right[:60], right.replace('response="', 'response="0'), right.replace("username", "user"),
+            digest(challenge, LOGIN[0], "wrong", "DESCRIBE", url),
             digest(challenge, LOGIN[0], "", "DESCRIBE", url),
+            digest(challenge, "", "", "DESCRIBE", url),
             digest(challenge, *LOGIN, "OPTIONS", url),
-            right.replace('response="', 'response="0'), right.replace("username", "user"),
-            right[:60], basic(*LOGIN), basic(LOGIN[0], ""), basic("", ""), "Digest", "", "Bearer x", "Digest " + "a" * 5000]
+            basic(*LOGIN), basic(LOGIN[0], ""), basic("", ""),
+            "", "Digest", "Bearer x", "Digest " + "a" * 5000]
 
 
 @attack("credentials-wrong", "wrong, stale, cut and foreign proofs of who asks",
