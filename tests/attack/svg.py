@@ -77,7 +77,7 @@ def round_up(value):
 def lines(title, subtitle, minutes, panels, mark=None, bands=()):
     """Panels below one another over the same time. panels: (name, unit, values); `mark`: a minute to
     mark; bands: (from, to) in minutes, shaded."""
-    left, right, top, tall, gap = 110, 860, 74, 100, 26
+    left, right, top, tall, gap = 165, 890, 74, 100, 26
     height = top + len(panels) * (tall + gap) + 30
     last = max(minutes)
 

@@ -57,7 +57,7 @@ def throw(service, data, half=False):
             pass
 
 
-@attack("malformed-random", "random bytes as requests")
+@attack("malformed-random", "random bytes as requests", rehearsed=True)
 def random_bytes(arena, service):
     dice, count = random.Random(1), arena.count(1000, 200)
     for _ in range(count):
