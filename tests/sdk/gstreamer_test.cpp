@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "sdk/core/glibptr.h"
 #include "tests/sdk/sdktesting.h"
 
 namespace {
@@ -53,6 +54,27 @@ struct Pipe {
     const QString path = folder.filePath("pipe");
 };
 
+QByteArray pathForSlowElements;
+
+/// Makes "slowelement" known, an element that waits for the other end of a pipe when it is made.
+void registerSlowElement()
+{
+    tq::initialiseGStreamer();
+    GTypeInfo info{};
+    info.class_size = sizeof(GstElementClass);
+    info.instance_size = sizeof(GstElement);
+    info.class_init = [](gpointer type, gpointer) {
+        gst_element_class_set_static_metadata(GST_ELEMENT_CLASS(type), "slow", "Test", "Slow",
+                                              "Tests");
+    };
+    info.instance_init = [](GTypeInstance*, gpointer) {
+        ::close(::open(pathForSlowElements.constData(), O_RDONLY | O_CLOEXEC));
+    };
+    const GType type =
+        g_type_register_static(GST_TYPE_ELEMENT, "SlowElement", &info, GTypeFlags(0));
+    gst_element_register(nullptr, "slowelement", GST_RANK_NONE, type);
+}
+
 }  // namespace
 
 class GStreamerTest : public QObject {
@@ -70,6 +92,7 @@ private slots:
     void aSilentPipelineIsReported();
     void closingDoesNotWaitForFrames();
     void closingNeverHangs();
+    void openingNeverHangs_data();
     void openingNeverHangs();
     void closingEndsAnOpeningThatHangs();
     void twoCamerasRunSideBySide();
@@ -259,11 +282,21 @@ void GStreamerTest::closingNeverHangs()
     QVERIFY(log.lines().join('|').contains("abandoned"));
 }
 
+void GStreamerTest::openingNeverHangs_data()
+{
+    registerSlowElement();
+    QTest::addColumn<QString>("description");
+    // A file source waits in its change of state for the other end of a pipe.
+    QTest::newRow("change of state") << "filesrc location=PIPE";
+    QTest::newRow("parsing") << "videotestsrc ! slowelement";
+}
+
 void GStreamerTest::openingNeverHangs()
 {
-    // A file source waits in its change of state for the other end of a pipe.
+    QFETCH(QString, description);
     Pipe pipe;
-    Camera camera(pipeline(qPrintable("filesrc location=" + pipe.path), 0.3));
+    pathForSlowElements = pipe.path.toLocal8Bit();
+    Camera camera(pipeline(qPrintable(description.replace("PIPE", pipe.path)), 0.3));
     const ErrorLog log;
     QElapsedTimer timer;
     timer.start();

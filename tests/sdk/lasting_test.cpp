@@ -2,6 +2,8 @@
 // Tests of cameras that fail and are opened anew, on a clock that costs no time.
 #include "sdk/sources/lastingsource.h"
 
+#include <unistd.h>
+
 #include <QtTest>
 #include <atomic>
 #include <memory>
@@ -87,11 +89,11 @@ struct Camera {
     tq::LastingSource source;
 };
 
-tq::rig::CameraSettings gstreamerCamera(const QString& pipeline)
+tq::rig::CameraSettings gstreamerCamera(const QString& pipeline, double timeout = 10)
 {
     tq::rig::CameraSettings camera;
     camera.serial = 30123456;
-    camera.source = tq::rig::GStreamerSettings{pipeline.toStdString(), 10};
+    camera.source = tq::rig::GStreamerSettings{pipeline.toStdString(), timeout};
     return camera;
 }
 
@@ -113,6 +115,7 @@ private slots:
     void stoppingReachesTheSource();
     void skippedFramesAreSummed();
     void fileThatGoesAndComes();
+    void silentPipelineIsOpenedAnew();
     void reopeningsLeaveNothingBehind();
 };
 
@@ -255,6 +258,45 @@ void LastingTest::fileThatGoesAndComes()
     QCOMPARE(pauses, 5);
     QCOMPARE(log.lines().size(), 2);
     QCOMPARE(log.lines().last(), QString("camera S/N 7 delivers again after 31 s"));
+}
+
+// As a camera whose cable still holds, but which delivers nothing for as long as its timeout.
+void LastingTest::silentPipelineIsOpenedAnew()
+{
+    int ends[2];
+    QCOMPARE(::pipe(ends), 0);
+    const auto deliver = [&ends](char grey) {
+        const QByteArray frame(64 * 64, grey);
+        return ::write(ends[1], frame.data(), std::size_t(frame.size())) == frame.size();
+    };
+    const auto settings = gstreamerCamera(
+        QString("fdsrc fd=%1 ! rawvideoparse width=64 height=64 format=gray8 framerate=30/1")
+            .arg(ends[0]),
+        0.3);
+    TestClock clock;
+    int pauses = 0;
+    clock.beforeSleep = [&](tq::Timestamp) {
+        return ++pauses == 3 && !deliver(50) ? tq::Wake::STOPPED : tq::Wake::REACHED;
+    };
+    const ErrorLog log;
+    {
+        tq::LastingSource source([&] { return tq::makeFrameSource(settings, clock); },
+                                 "camera S/N 7", clock);
+        QVERIFY(deliver(100));
+        source.open({64, 64, 30});
+        std::vector<unsigned char> pixels(64 * 64 * 2);
+        tq::Timestamp time = 0;
+        do {
+            QVERIFY(source.next({pixels.data(), 0}, time));
+        } while (pixels[0] > 75);
+    }
+    ::close(ends[0]);
+    ::close(ends[1]);
+    QCOMPARE(pauses, 3);
+    QCOMPARE(log.lines(),
+             QStringList({"camera S/N 7 failed: the pipeline delivers no frames; it is "
+                          "opened anew until it delivers again",
+                          "camera S/N 7 delivers again after 7 s"}));
 }
 
 void LastingTest::reopeningsLeaveNothingBehind()
