@@ -227,8 +227,8 @@ struct GStreamerSource::Pipeline {
 };
 
 GStreamerSource::GStreamerSource(const rig::GStreamerSettings& sourceSettings, int serialNumber,
-                                 const Clock& sourceClock)
-    : settings(sourceSettings), serial(serialNumber), clock(sourceClock)
+                                 const Clock& sourceClock, std::chrono::milliseconds longestOpening)
+    : settings(sourceSettings), serial(serialNumber), clock(sourceClock), openLimit(longestOpening)
 {
 }
 
@@ -241,34 +241,26 @@ FrameFormat GStreamerSource::open(const FrameFormat& wanted)
         throw std::runtime_error(problem);
     }
     delivered = wanted;
-    const Deadline deadline = deadlineFromNow();
-    start(describe(settings, wanted), deadline);
+    start(describe(settings, wanted));
     // The first frame shows that the device works, and what it delivers.
     GstVideoInfo info;
-    if (pull(deadline) &&
-        gst_video_info_from_caps(&info, gst_sample_get_caps(pipeline->sample.get())) &&
+    if (pull() && gst_video_info_from_caps(&info, gst_sample_get_caps(pipeline->sample.get())) &&
         info.fps_n > 0 && info.fps_d > 0) {
         delivered.fps = std::max(1, (info.fps_n + info.fps_d / 2) / info.fps_d);
     }
     return delivered;
 }
 
-GStreamerSource::Deadline GStreamerSource::deadlineFromNow() const
-{
-    return Steady::now() + std::chrono::duration_cast<Steady::duration>(
-                               std::chrono::duration<double>(settings.timeout));
-}
-
-void GStreamerSource::start(const std::string& description, Deadline deadline)
+void GStreamerSource::start(const std::string& description)
 {
     if (abandonedCalls().stillHangs(serial)) {
         throw std::runtime_error("its former pipeline still hangs");
     }
     const auto opening = std::make_shared<Opening>(Opening{description, nullptr, ""});
     // Who stops waits as long for the end of an opening as for the end of a pipeline.
-    const auto isLate = [this, deadline, limit = deadline]() mutable {
-        if (stopping.load() && limit == deadline) {
-            limit = std::min(deadline, Steady::now() + kStopLimit);
+    const auto isLate = [this, limit = Steady::now() + openLimit, stopSeen = false]() mutable {
+        if (stopping.load() && !std::exchange(stopSeen, true)) {
+            limit = std::min(limit, Steady::now() + kStopLimit);
         }
         return Steady::now() > limit;
     };
@@ -287,8 +279,9 @@ void GStreamerSource::start(const std::string& description, Deadline deadline)
 
 /// Waits for the next sample.
 /// @return false when it was stopped
-bool GStreamerSource::pull(Deadline deadline)
+bool GStreamerSource::pull()
 {
+    const auto deadline = Steady::now() + std::chrono::duration<double>(settings.timeout);
     auto* const sink = GST_APP_SINK(pipeline->sink.get());
     while (!stopping.load()) {
         pipeline->sample.reset(gst_app_sink_try_pull_sample(sink, kPullSlice));
@@ -358,7 +351,7 @@ Timestamp GStreamerSource::captureTime()
 
 bool GStreamerSource::next(const FrameBuffer& buffer, Timestamp& timestamp)
 {
-    if (!pipeline->sample && !pull(deadlineFromNow())) {
+    if (!pipeline->sample && !pull()) {
         return false;
     }
     copyFrame(buffer.pixels);

@@ -14,8 +14,12 @@ namespace tq {
 /// timestamp on the pipeline's clock, carried over to the real-time clock.
 class GStreamerSource : public FrameSource {
 public:
+    /// How long a driver may take to open a camera, before it counts as hanging.
+    static constexpr std::chrono::seconds kOpenLimit{10};
+
     /// @param serial of the camera, for the log
-    GStreamerSource(const rig::GStreamerSettings& settings, int serial, const Clock& clock);
+    GStreamerSource(const rig::GStreamerSettings& settings, int serial, const Clock& clock,
+                    std::chrono::milliseconds openLimit = kOpenLimit);
     ~GStreamerSource() override;
 
     FrameFormat open(const FrameFormat& wanted) override;
@@ -23,18 +27,16 @@ public:
 
 private:
     struct Pipeline;
-    using Deadline = std::chrono::steady_clock::time_point;
 
-    void start(const std::string& description, Deadline deadline);
-    bool pull(Deadline deadline);
+    void start(const std::string& description);
+    bool pull();
     void copyFrame(unsigned char* pixels) const;
     Timestamp captureTime();
-
-    Deadline deadlineFromNow() const;
 
     const rig::GStreamerSettings settings;
     const int serial;
     const Clock& clock;
+    const std::chrono::milliseconds openLimit;
     FrameFormat delivered;
     std::unique_ptr<Pipeline> pipeline;
     std::int64_t clockOffset = 0;

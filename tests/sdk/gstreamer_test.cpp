@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <QtTest>
+#include <array>
 #include <cstdlib>
 #include <thread>
 
@@ -54,7 +55,7 @@ struct Pipe {
     const QString path = folder.filePath("pipe");
 };
 
-QByteArray pathForSlowElements;
+std::array<char, 4096> pathForSlowElements;  // as it was, for threads that outlive the test
 
 /// Makes "slowelement" known, an element that waits for the other end of a pipe when it is made.
 void registerSlowElement()
@@ -68,7 +69,7 @@ void registerSlowElement()
                                               "Tests");
     };
     info.instance_init = [](GTypeInstance*, gpointer) {
-        ::close(::open(pathForSlowElements.constData(), O_RDONLY | O_CLOEXEC));
+        ::close(::open(pathForSlowElements.data(), O_RDONLY | O_CLOEXEC));
     };
     const GType type =
         g_type_register_static(GST_TYPE_ELEMENT, "SlowElement", &info, GTypeFlags(0));
@@ -223,7 +224,8 @@ void GStreamerTest::anEndedPipelineIsOpenedAnew()
              name +
                  "failed: the pipeline has come to its end; it is opened anew until it "
                  "delivers again");
-    QCOMPARE(log.lines().value(1), name + "delivers again after 1 s");
+    QVERIFY2(log.lines().value(1).startsWith(name + "delivers again after "),
+             qPrintable(log.lines().value(1)));
     camera.grabber.close(true);
     QCOMPARE(camera.open(), 0);
 }
@@ -286,49 +288,55 @@ void GStreamerTest::openingNeverHangs_data()
 {
     registerSlowElement();
     QTest::addColumn<QString>("description");
+    QTest::addColumn<int>("serial");  // the last thread of the first row may hang a little longer
     // A file source waits in its change of state for the other end of a pipe.
-    QTest::newRow("change of state") << "filesrc location=PIPE";
-    QTest::newRow("parsing") << "videotestsrc ! slowelement";
+    QTest::newRow("change of state") << "filesrc location=PIPE" << 30123456;
+    QTest::newRow("parsing") << "videotestsrc ! slowelement" << 30123457;
 }
 
 void GStreamerTest::openingNeverHangs()
 {
     QFETCH(QString, description);
     Pipe pipe;
-    pathForSlowElements = pipe.path.toLocal8Bit();
-    Camera camera(pipeline(qPrintable(description.replace("PIPE", pipe.path)), 0.3));
+    qstrncpy(pathForSlowElements.data(), qPrintable(pipe.path), uint(pathForSlowElements.size()));
+    QFETCH(int, serial);
+    const tq::rig::GStreamerSettings settings{description.replace("PIPE", pipe.path).toStdString(),
+                                              10};
+    const auto failureOfOpening = [&settings, serial](std::chrono::milliseconds limit) -> QString {
+        tq::GStreamerSource source(settings, serial, tq::systemClock(), limit);
+        try {
+            source.open({320, 240, 30});
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return {};
+    };
     const ErrorLog log;
-    QElapsedTimer timer;
-    timer.start();
-    QCOMPARE(camera.open(), int(tq::ErrorCode::SOURCE_UNAVAILABLE));
-    QVERIFY2(timer.elapsed() < 6000, qPrintable(QString::number(timer.elapsed())));
+    const QString hangs = "the pipeline hangs while it is opened";
+    QCOMPARE(failureOfOpening(std::chrono::milliseconds(300)), hangs);
     QCOMPARE(log.lines(),
-             QStringList({QString("camera S/N %1: its pipeline hangs while it is opened, it is "
-                                  "abandoned")
-                              .arg(camera.serial),
-                          "camera 0: the pipeline hangs while it is opened"}));
+             QStringList(QString("camera S/N %1: its pipeline hangs while it is opened, it is "
+                                 "abandoned")
+                             .arg(serial)));
     // No second thread is left behind the first one.
-    QCOMPARE(camera.open(), int(tq::ErrorCode::SOURCE_UNAVAILABLE));
-    QCOMPARE(log.lines().value(2), QString("camera 0: its former pipeline still hangs"));
-    pipe.letGo();
+    const QString stillHangs = "its former pipeline still hangs";
+    QCOMPARE(failureOfOpening(std::chrono::milliseconds(300)), stillHangs);
+    QCOMPARE(log.lines().size(), 1);
     do {
-        QVERIFY(camera.open() != 0);
-    } while (log.lines().last().contains("still hangs"));
+        pipe.letGo();
+    } while (failureOfOpening(std::chrono::milliseconds(0)) == stillHangs);
 }
 
 void GStreamerTest::closingEndsAnOpeningThatHangs()
 {
     Pipe pipe;
-    tq::GStreamerSource source({qPrintable("filesrc location=" + pipe.path), 600}, 30123456,
-                               tq::systemClock());
+    tq::GStreamerSource source({qPrintable("filesrc location=" + pipe.path), 10}, 30123458,
+                               tq::systemClock(), std::chrono::hours(1));
     const ErrorLog log;
     std::thread closer([&source] { source.stop(); });
-    QElapsedTimer timer;
-    timer.start();
     QVERIFY_EXCEPTION_THROWN(source.open({320, 240, 30}), std::runtime_error);
     closer.join();
-    QVERIFY2(timer.elapsed() < 9000, qPrintable(QString::number(timer.elapsed())));
-    pipe.letGo();
+    QVERIFY(log.lines().value(0).endsWith("it is abandoned"));
 }
 
 void GStreamerTest::twoCamerasRunSideBySide()
