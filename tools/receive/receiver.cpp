@@ -209,6 +209,7 @@ ExitStatus Receiver::run(const volatile std::sig_atomic_t& stop)
                     [this] { gst_element_set_state(pipeline.get(), GST_STATE_NULL); })) {
         std::_Exit(status);
     }
+    lock.lock();  // what the streaming threads did comes before what follows
     return status;
 }
 
@@ -556,6 +557,7 @@ void Receiver::onDataPacket(GstElement*, GstBuffer* packet)
     if (!gst_rtp_buffer_map(packet, GST_MAP_READ, &rtp)) {
         return;
     }
+    const Lock lock(mutex);
     const std::vector<std::uint8_t>* const unit =
         units.add(gst_rtp_buffer_get_seq(&rtp), gst_rtp_buffer_get_marker(&rtp) != FALSE,
                   static_cast<const std::uint8_t*>(gst_rtp_buffer_get_payload(&rtp)),
@@ -610,9 +612,9 @@ void Receiver::finishedFrame(GstBuffer* frame, std::uint64_t now)
     }
 }
 
+/// The mutex is held.
 void Receiver::readUnit(const std::vector<std::uint8_t>& unit, std::uint32_t rtpTime)
 {
-    const Lock lock(mutex);
     RecordHandler handler;
     handler.frame = [&](const FrameRecord& record) {
         counts.frameRecord(record, rtpTime, elapsed());

@@ -76,11 +76,11 @@ private:
     std::atomic<bool> dataConnected{false};
     std::optional<guint> videoStream;  // of the session that is wanted
     std::optional<guint> dataStream;
-    UnitCollector units;
     bool snapshotWritten = false;
     std::chrono::seconds patience{5};  // with what has to be completed at the end
 
     std::mutex mutex;  // guards what follows; streaming threads
+    UnitCollector units;
     Statistics counts;
     Clock::time_point firstFrame = began;
     Clock::time_point lastFrame = began;
