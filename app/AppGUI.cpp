@@ -170,6 +170,7 @@ void AppGui::applyVirtualStreamerConfiguration()
     const QString error = writeVirtualCameraConfig(configPath(), records);
     if (!error.isEmpty()) {
         qDebug() << "[KORVistrel] Configuration was not written:" << error;
+        window->statusLine()->setText(tr("The configuration was not written: %1").arg(error));
     }
     // The box follows also when nothing could be written. Deliberate.
     showInformation(window, QStringLiteral("Configuration has been saved in %1").arg(configPath()));

@@ -229,9 +229,13 @@ void AppGuiSavingTest::savingWithoutAFolder()
     // A folder in the file's place cannot be written to, not even by root.
     QVERIFY(QDir().mkdir(kConfig));
     const MessageLog log;
+    QString said;
+    boxes.onBox([&] { said = desktop.part<QLabel>("statusLine")->text(); });
     desktop.part<QPushButton>("ApplyButton")->click();
     QVERIFY(QDir().rmdir(kConfig));
     QCOMPARE(boxes.seen.size(), 1);  // it says "saved" all the same
+    QVERIFY2(said.startsWith(QStringLiteral("The configuration was not written: ")),
+             qPrintable(said));
     QVERIFY(boxes.seen.first().text.startsWith(QStringLiteral("Configuration has been saved in")));
     QCOMPARE(log.debugMessages(QStringLiteral("[KORVistrel] Configuration was not written")).size(),
              1);
