@@ -3,14 +3,22 @@
 #include "sdk/core/log.h"
 
 #include <glib.h>
+#include <poll.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 
 namespace tq {
 
 namespace {
+
+constexpr const char* kPrefix = "[tq_kor] ";
 
 /// What a terminal shows of a text: names and the contents of files may hold anything, also what
 /// would make a terminal do something.
@@ -36,13 +44,33 @@ std::string harmless(const std::string& text)
     return shown;
 }
 
+/// Writes a line in one piece, so that those of several threads and processes do not mix. Waits for
+/// nobody: a pipe that has room takes this many bytes at once.
+bool writeLine(std::string line)
+{
+    line.resize(std::min<std::size_t>(line.size(), PIPE_BUF - 1));
+    line += '\n';
+    pollfd log{STDERR_FILENO, POLLOUT, 0};
+    // A pipe whose reader is gone would end the program by a signal.
+    return poll(&log, 1, 0) == 1 && log.revents == POLLOUT &&
+           write(STDERR_FILENO, line.data(), line.size()) > 0;
+}
+
 }  // namespace
 
 void logLine(const std::string& text)
 {
-    const std::string line = "[tq_kor] " + harmless(text) + '\n';
-    // In one piece, so that lines of several threads and processes do not mix.
-    std::fwrite(line.data(), 1, line.size(), stderr);
+    static std::mutex mutex;
+    static std::uint64_t lost = 0;
+    const std::string line = kPrefix + harmless(text);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (lost > 0 &&
+        writeLine(kPrefix + std::to_string(lost) + " lines were lost: nobody read the log")) {
+        lost = 0;
+    }
+    if (lost > 0 || !writeLine(line)) {
+        ++lost;
+    }
 }
 
 }  // namespace tq

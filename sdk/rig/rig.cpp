@@ -253,6 +253,7 @@ StreamSettings readStream(const json& value, const std::filesystem::path& folder
     }
     readEncryption(members, folder, stream);
     stream.maxClients = members.integer("maxClients", 1, 1000, stream.maxClients);
+    stream.maxPerAddress = members.integer("maxPerAddress", 0, 1000, stream.maxPerAddress);
     stream.sessionTimeout = members.integer("sessionTimeout", 5, 3600, stream.sessionTimeout);
     stream.codec = members.word<CodecChoice>(
         "codec",

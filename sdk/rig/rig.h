@@ -27,6 +27,7 @@ struct StreamSettings {
     std::string certificate;                ///< PEM file, absolute; empty: no encryption
     std::string key;                        ///< PEM file, absolute, of the certificate's key
     int maxClients = 8;                     ///< clients served at once
+    int maxPerAddress = 0;                  ///< ... of one address, 0: half of them
     int sessionTimeout = 60;                ///< seconds without a sign of life of a client
     CodecChoice codec = CodecChoice::AUTO;  ///< video codec
     std::string encoder;                    ///< GStreamer element, empty: first that works
@@ -34,6 +35,9 @@ struct StreamSettings {
     int keyFrameInterval = 0;               ///< frames, 0: what the sender is opened with
     int mtu = 1400;                         ///< largest RTP packet, bytes
     int latency = 200;                      ///< declared latency of the media, ms
+
+    /// Clients of one address that are served at once.
+    int clientShare() const { return maxPerAddress > 0 ? maxPerAddress : (maxClients + 1) / 2; }
 };
 
 /// Which eye of the simulated scene a camera sees.

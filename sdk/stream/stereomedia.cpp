@@ -19,6 +19,8 @@ namespace tq::stream {
 namespace {
 
 constexpr const char* kFeedKey = "kor-feed";
+constexpr const char* kWaitingKey = "kor-waiting";
+constexpr guint kWaitingInterval = 250;  // ms
 constexpr GstClockTime kNtpEpochOffset = G_GUINT64_CONSTANT(2208988800) * GST_SECOND;
 constexpr guint kNtpExtensionId = 1;
 constexpr guint kMostTcpBacklog = 8u << 20;  // bytes; some seconds of video
@@ -60,12 +62,55 @@ gboolean setupDescription(GstRTSPMedia* media, GstSDPMessage* sdp, GstSDPInfo* i
     return TRUE;
 }
 
+/// The library waits for a first frame on the server's one thread, for up to 20 s. When the feed
+/// falls silent meanwhile, that ends; @p context is that of the media's own thread.
+void limitWaiting(GstRTSPMedia* media, GMainContext* context)
+{
+    gpointer const feed = g_object_get_data(G_OBJECT(media), kFeedKey);
+    if (!feed) {
+        return;
+    }
+    struct Waiting {
+        std::shared_ptr<StreamFeed> feed;
+        GObjectPtr<GstElement> element;
+    };
+    auto waiting = std::make_shared<Waiting>();
+    waiting->feed = SharedData<StreamFeed>::get(feed);
+    waiting->element.reset(gst_rtsp_media_get_element(media));
+    GSource* timer = g_timeout_source_new(kWaitingInterval);
+    g_source_set_callback(
+        timer,
+        [](gpointer data) -> gboolean {
+            const std::shared_ptr<Waiting> shared = SharedData<Waiting>::get(data);
+            shared->feed->giveUp(shared->element.get());
+            return G_SOURCE_CONTINUE;
+        },
+        SharedData<Waiting>::make(waiting), SharedData<Waiting>::release);
+    g_source_attach(timer, context);
+    g_object_set_data_full(G_OBJECT(media), kWaitingKey, timer, [](gpointer source) {
+        const GSourcePtr owner(static_cast<GSource*>(source));
+    });
+}
+
+gboolean prepare(GstRTSPMedia* media, GstRTSPThread* thread)
+{
+    auto* base = GST_RTSP_MEDIA_CLASS(g_type_class_peek(GST_TYPE_RTSP_MEDIA));
+    limitWaiting(media, thread->context);
+    return base->prepare(media, thread);
+}
+
+void onPrepared(GstRTSPMedia* media, gpointer)
+{
+    g_object_set_data(G_OBJECT(media), kWaitingKey, nullptr);
+}
+
 /// A media whose session description names the virtual camera.
 GType mediaType()
 {
     static const GType type =
         deriveType(GST_TYPE_RTSP_MEDIA, "StereoMedia", [](gpointer media, gpointer) {
             GST_RTSP_MEDIA_CLASS(media)->setup_sdp = setupDescription;
+            GST_RTSP_MEDIA_CLASS(media)->prepare = prepare;
         });
     return type;
 }
@@ -237,6 +282,7 @@ void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
     addNtpExtension(payloader.get());
     forwardPacketsOf(bin, "pay0", kVideoPacketsPerMillisecond);
     forwardPacketsOf(bin, "pay1", kDataPacketsPerMillisecond);
+    g_signal_connect(media, "prepared", G_CALLBACK(onPrepared), nullptr);
     connect(media, "new-state", G_CALLBACK(onNewState), feed);
     connect(media, "unprepared", G_CALLBACK(onUnprepared), feed);
     feed->attach(element.get());

@@ -2,6 +2,7 @@
 // Queueing between the application's threads and the encoder's.
 #include "sdk/stream/streamfeed.h"
 
+#include <gst/app/gstappsink.h>
 #include <gst/video/video.h>
 
 #include <algorithm>
@@ -18,12 +19,20 @@ constexpr unsigned kEncoderBuffers = 6;
 // Packets that wait behind a frame; with an encoder that hangs and no more frames coming, the rest
 // overtakes it.
 constexpr std::size_t kMostWaiting = 8192;
+constexpr auto kShortestSilence = std::chrono::seconds(2);
 constexpr auto kReportInterval = std::chrono::seconds(10);
 
 // A quarter of a second, so that a busy moment of the machine costs no frame.
 std::size_t waitingLimit(int fps)
 {
     return static_cast<std::size_t>(std::clamp(fps / 4, 2, 8));
+}
+
+// Some periods, so that slow streams are not taken for dead ones.
+std::chrono::nanoseconds silence(int fps)
+{
+    return std::max<std::chrono::nanoseconds>(
+        kShortestSilence, std::chrono::nanoseconds(std::chrono::seconds(3)) / fps);
 }
 
 GstAppSrc* appSource(GstElement* pipeline, const char* name)
@@ -34,7 +43,7 @@ GstAppSrc* appSource(GstElement* pipeline, const char* name)
 // A media without its first frame would keep the server waiting; an error ends that.
 void endWaiting(GstElement* source)
 {
-    GST_ELEMENT_ERROR(source, RESOURCE, CLOSE, ("The stream is closed"), (nullptr));
+    GST_ELEMENT_ERROR(source, RESOURCE, CLOSE, ("There are no pictures"), (nullptr));
 }
 
 }  // namespace
@@ -43,7 +52,9 @@ StreamFeed::StreamFeed(const VideoFormat& format, GstVideoFormat pixelFormat,
                        const FrameRecord& streamIdentity)
     : identity(streamIdentity),
       mostWaiting(waitingLimit(format.fps)),
-      converter(format, pixelFormat, static_cast<unsigned>(mostWaiting) + kEncoderBuffers)
+      longestSilence(silence(format.fps)),
+      converter(format, pixelFormat, static_cast<unsigned>(mostWaiting) + kEncoderBuffers),
+      lastFrame(std::chrono::steady_clock::now())
 {
 }
 
@@ -54,6 +65,7 @@ void StreamFeed::ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
     {
         const std::lock_guard<std::mutex> lock(mutex);
         ++counts.framesIngested;
+        lastFrame = std::chrono::steady_clock::now();
         if (!wantsFrame()) {
             ++counts.framesUnwanted;
             return;
@@ -171,6 +183,51 @@ void StreamFeed::requestKeyFrame()
     }
 }
 
+bool StreamFeed::hasPictures() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    return playing || !isSilent();
+}
+
+void StreamFeed::giveUp(GstElement* pipeline)
+{
+    GObjectPtr<GstElement> source;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (media.get() == pipeline && !playing && isSilent()) {
+            source = shareObject(GST_ELEMENT(video.get()));
+        }
+    }
+    if (source) {
+        endWaiting(source.get());
+    }
+}
+
+void StreamFeed::resume()
+{
+    GObjectPtr<GstObject> pipeline;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (media) {
+            pipeline.reset(gst_object_get_parent(GST_OBJECT(media.get())));
+        }
+    }
+    if (!pipeline) {
+        return;
+    }
+    const std::unique_ptr<GstIterator, decltype(&gst_iterator_free)> sinks(
+        gst_bin_iterate_all_by_element_factory_name(GST_BIN(pipeline.get()), "appsink"),
+        gst_iterator_free);
+    gst_iterator_foreach(
+        sinks.get(),
+        [](const GValue* sink, gpointer) {
+            const SamplePtr taken(
+                gst_app_sink_try_pull_sample(GST_APP_SINK(g_value_get_object(sink)), 0));
+        },
+        nullptr);
+    requestKeyFrame();
+}
+
 void StreamFeed::shutdown()
 {
     GObjectPtr<GstElement> last;
@@ -202,6 +259,11 @@ SenderStatistics StreamFeed::statistics() const
 bool StreamFeed::wantsFrame() const
 {
     return media && !ended && (playing || ready);
+}
+
+bool StreamFeed::isSilent() const
+{
+    return std::chrono::steady_clock::now() - lastFrame > longestSilence;
 }
 
 void StreamFeed::pump()

@@ -55,8 +55,19 @@ public:
     /// The encoder can take a frame.
     void encoderReady(GstAppSrc* source);
 
+    /// Whether a newcomer can be served at once: somebody is watching, or frames come. No frame for
+    /// two seconds, or three periods if that is more, is silence.
+    bool hasPictures() const;
+
+    /// Ends the wait of a media for its first frame if there is silence.
+    void giveUp(GstElement* pipeline);
+
     /// Makes the encoder begin its next frame afresh, for a client that has just joined.
     void requestKeyFrame();
+
+    /// Lets the media go on after a client by TCP that had stopped reading is gone: the library
+    /// does not take the packets that have waited for it, and so holds up all others.
+    void resume();
 
     /// Feeds nothing more, and ends the wait of a media for its first frame.
     void shutdown();
@@ -74,6 +85,7 @@ private:
     using Waiting = std::variant<WaitingFrame, IMUPacket>;
 
     bool wantsFrame() const;
+    bool isSilent() const;
     void pump();
     void sendFrame(WaitingFrame& frame);
     void sendIMU(const IMUPacket& packet);
@@ -85,6 +97,7 @@ private:
 
     const FrameRecord identity;
     const std::size_t mostWaiting;
+    const std::chrono::nanoseconds longestSilence;
 
     std::mutex ingestMutex;  // one frame is converted at a time; taken before mutex
     FrameConverter converter;
@@ -101,6 +114,7 @@ private:
     std::size_t waitingFrames = 0;
     std::uint64_t nextCounter = 0;
     Timestamp lastDataTime = 0;
+    std::chrono::steady_clock::time_point lastFrame;  // or the begin
     SenderStatistics counts;
     std::uint64_t reportedDrops = 0;
     std::chrono::steady_clock::time_point lastReport{};

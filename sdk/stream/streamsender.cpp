@@ -19,6 +19,7 @@ namespace tq::stream {
 
 namespace {
 
+constexpr double kBytesPerKilobit = 125;
 constexpr int kDefaultBitrate = 20000;         // kbit/s
 constexpr int kDefaultKeyFrameInterval = 120;  // frames
 // What H.264 level 6 and H.265 level 6 can describe, less a margin.
@@ -168,8 +169,9 @@ ErrorCode StreamSender::start(const UDPOutConfig& config, std::string& reason)
         return ErrorCode::NO_ENCODER;
     }
     auto newFeed = std::make_shared<StreamFeed>(format, encoder->inputFormat, identityOf(config));
-    auto newServer = std::make_unique<StreamServer>(name, verbose, settings,
-                                                    std::move(encryption.certificate), newFeed);
+    auto newServer =
+        std::make_unique<StreamServer>(name, verbose, settings, std::move(encryption.certificate),
+                                       format.bitrate * kBytesPerKilobit, newFeed);
     const ErrorCode result =
         newServer->start(config.port, makeStereoMediaFactory(*encoder, settings, newFeed), reason);
     if (result != ErrorCode::SUCCESS) {

@@ -3,8 +3,10 @@
 #include "sdk/stream/streamserver.h"
 
 #include <gio/gio.h>
+#include <sys/socket.h>
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 #include "sdk/core/log.h"
@@ -21,6 +23,9 @@ constexpr gint64 kAfterlife = 2 * G_USEC_PER_SEC;
 // Connections without a session that are put up with besides those of the clients served.
 constexpr std::size_t kSpareConnections = 16;
 constexpr int kListenBacklog = 16;
+// Requests are small; what a client sends beyond waits in its own machine.
+constexpr int kReceiveBuffer = 32 * 1024;
+constexpr guint kLongestBody = 4096;
 
 bool hasSession(GstRTSPClient* client)
 {
@@ -30,24 +35,32 @@ bool hasSession(GstRTSPClient* client)
     return any;
 }
 
-std::string describe(GstRTSPClient* client)
+std::string addressOf(GstRTSPClient* client)
 {
     GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
     const char* address = connection ? gst_rtsp_connection_get_ip(connection) : nullptr;
-    return std::string("client ") + (address ? address : "unknown address");
+    return address ? address : "unknown address";
+}
+
+std::string describe(GstRTSPClient* client)
+{
+    return "client " + addressOf(client);
 }
 
 }  // namespace
 
 StreamServer::StreamServer(std::string serverName, bool logStates,
                            rig::StreamSettings streamSettings,
-                           GObjectPtr<GTlsCertificate> ownCertificate,
+                           GObjectPtr<GTlsCertificate> ownCertificate, double streamBytes,
                            std::shared_ptr<StreamFeed> streamFeed)
     : name(std::move(serverName)),
       verbose(logStates),
       settings(std::move(streamSettings)),
       certificate(std::move(ownCertificate)),
-      feed(std::move(streamFeed))
+      feed(std::move(streamFeed)),
+      streamRate(streamBytes),
+      connectionLog([this](const std::string& text) { logLine(name + ": " + text); },
+                    std::chrono::steady_clock::now())
 {
 }
 
@@ -62,7 +75,7 @@ ErrorCode StreamServer::start(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory
     configure(port, std::move(factory));
     Failure failure;
     context.reset(g_main_context_new());
-    GSource* source = gst_rtsp_server_create_source(server.get(), nullptr, failure.place());
+    GSource* source = listen(failure.place());
     if (!source) {
         const bool taken = g_error_matches(failure.get(), G_IO_ERROR, G_IO_ERROR_ADDRESS_IN_USE);
         reason = "cannot listen on " + settings.bindAddress + " port " + std::to_string(port) +
@@ -71,6 +84,10 @@ ErrorCode StreamServer::start(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory
         return taken ? ErrorCode::PORT_TAKEN : ErrorCode::SERVER_FAILED;
     }
     listener.reset(source);
+    guard = std::make_unique<ConnectionGuard>(streamRate,
+                                              [this](const std::string& client, const char* why) {
+                                                  log("client " + client + " is cut off: " + why);
+                                              });
     g_source_attach(source, context.get());
     attachHousekeeping();
     loop.reset(g_main_loop_new(context.get(), FALSE));
@@ -85,6 +102,8 @@ ErrorCode StreamServer::start(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory
 void StreamServer::stop()
 {
     if (thread.joinable()) {
+        // Whoever keeps the server's thread busy stops it from closing.
+        guard->endAll();
         const GSourcePtr task(g_idle_source_new());
         g_source_set_priority(task.get(), G_PRIORITY_HIGH);
         g_source_set_callback(
@@ -103,8 +122,24 @@ void StreamServer::stop()
     departed.clear();
     server.reset();
     sessions.reset();
+    guard.reset();
     loop.reset();
     context.reset();
+}
+
+// As the library's own source, with limits that accepted connections inherit.
+GSource* StreamServer::listen(GError** error)
+{
+    const GObjectPtr<GSocket> socket(gst_rtsp_server_create_socket(server.get(), nullptr, error));
+    if (!socket) {
+        return nullptr;
+    }
+    g_socket_set_option(socket.get(), SOL_SOCKET, SO_RCVBUF, kReceiveBuffer, nullptr);
+    GSource* source = g_socket_create_source(
+        socket.get(), GIOCondition(G_IO_IN | G_IO_ERR | G_IO_HUP | G_IO_NVAL), nullptr);
+    g_source_set_callback(source, G_SOURCE_FUNC(gst_rtsp_server_io_func),
+                          g_object_ref(server.get()), g_object_unref);
+    return source;
 }
 
 void StreamServer::configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory> factory)
@@ -113,6 +148,7 @@ void StreamServer::configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory>
     gst_rtsp_server_set_address(server.get(), settings.bindAddress.c_str());
     gst_rtsp_server_set_service(server.get(), std::to_string(port).c_str());
     gst_rtsp_server_set_backlog(server.get(), kListenBacklog);
+    gst_rtsp_server_set_content_length_limit(server.get(), kLongestBody);
     // No threads of their own for clients: they are served on this server's thread.
     const GObjectPtr<GstRTSPThreadPool> threads(gst_rtsp_thread_pool_new());
     gst_rtsp_thread_pool_set_max_threads(threads.get(), 0);
@@ -120,6 +156,11 @@ void StreamServer::configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory>
     sessions.reset(gst_rtsp_session_pool_new());
     gst_rtsp_session_pool_set_max_sessions(sessions.get(), static_cast<guint>(settings.maxClients));
     gst_rtsp_server_set_session_pool(server.get(), sessions.get());
+    g_signal_connect(sessions.get(), "session-removed",
+                     G_CALLBACK(+[](GstRTSPSessionPool*, GstRTSPSession* session, gpointer self) {
+                         static_cast<StreamServer*>(self)->sessionEnded(session);
+                     }),
+                     this);
     if (certificate || !settings.user.empty()) {
         const auto auth = makeServerAuth(settings, certificate.get(), factory.get());
         gst_rtsp_server_set_auth(server.get(), auth.get());
@@ -148,7 +189,13 @@ void StreamServer::attachHousekeeping()
 
 void StreamServer::clientConnected(GstRTSPClient* client)
 {
-    connections.push_back({shareObject(client), g_get_monotonic_time(), {}});
+    GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
+    // No tunnels through HTTP: the guard would not see the second connection of one.
+    gst_rtsp_connection_set_http_mode(connection, TRUE);
+    connections.push_back({shareObject(client), addressOf(client), g_get_monotonic_time(), {}});
+    guard->add(client, g_socket_get_fd(gst_rtsp_connection_get_read_socket(connection)),
+               connections.back().address);
+    connectLimits(client);
     g_signal_connect(client, "closed", G_CALLBACK(+[](GstRTSPClient* closed, gpointer self) {
                          static_cast<StreamServer*>(self)->clientClosed(closed);
                      }),
@@ -162,6 +209,7 @@ void StreamServer::clientConnected(GstRTSPClient* client)
                      G_CALLBACK(+[](GstRTSPClient* player, GstRTSPContext*, gpointer self) {
                          auto* owner = static_cast<StreamServer*>(self);
                          owner->log(describe(player) + " plays");
+                         owner->guard->welcome(player);
                          owner->feed->requestKeyFrame();
                      }),
                      this);
@@ -170,12 +218,67 @@ void StreamServer::clientConnected(GstRTSPClient* client)
     }
 }
 
+void StreamServer::connectLimits(GstRTSPClient* client)
+{
+    g_signal_connect(client, "send-message",
+                     G_CALLBACK(+[](GstRTSPClient* to, GstRTSPContext*, gpointer, gpointer self) {
+                         static_cast<StreamServer*>(self)->guard->answered(to);
+                     }),
+                     this);
+    g_signal_connect(client, "pre-describe-request",
+                     G_CALLBACK(+[](GstRTSPClient* from, GstRTSPContext*, gpointer self) {
+                         return static_cast<StreamServer*>(self)->checkPictures(from);
+                     }),
+                     this);
+    g_signal_connect(client, "pre-setup-request",
+                     G_CALLBACK(+[](GstRTSPClient* from, GstRTSPContext* request, gpointer self) {
+                         return static_cast<StreamServer*>(self)->checkSetup(from, request);
+                     }),
+                     this);
+}
+
+// The library makes the media now and waits for its first frame, on the thread that serves all.
+GstRTSPStatusCode StreamServer::checkPictures(GstRTSPClient* client)
+{
+    if (feed->hasPictures()) {
+        return GST_RTSP_STS_OK;
+    }
+    log(describe(client) + " is refused: there are no pictures");
+    return GST_RTSP_STS_SERVICE_UNAVAILABLE;
+}
+
+GstRTSPStatusCode StreamServer::checkSetup(GstRTSPClient* client, GstRTSPContext* request)
+{
+    if (!request->session) {
+        const auto all = static_cast<int>(gst_rtsp_session_pool_get_n_sessions(sessions.get()));
+        const int here = sessionsAt(addressOf(client));
+        const std::string full =
+            all >= settings.maxClients       ? std::to_string(settings.maxClients) + " clients"
+            : here >= settings.clientShare() ? std::to_string(here) + " clients of one address"
+                                             : "";
+        if (!full.empty()) {
+            log(describe(client) + " is refused: no more than " + full + " are served");
+            return GST_RTSP_STS_SERVICE_UNAVAILABLE;
+        }
+    }
+    return checkPictures(client);
+}
+
 void StreamServer::sessionBegun(GstRTSPClient* client, GstRTSPSession* session)
 {
     gst_rtsp_session_set_timeout(session, static_cast<guint>(settings.sessionTimeout));
+    guard->admit(client);
     const auto connection = find(client);
     if (connection != connections.end()) {
         connection->sessions.push_back(shareObject(session));
+    }
+}
+
+void StreamServer::sessionEnded(GstRTSPSession* session)
+{
+    for (Connection& connection : connections) {
+        connection.sessions.remove_if(
+            [session](const GObjectPtr<GstRTSPSession>& own) { return own.get() == session; });
     }
 }
 
@@ -183,31 +286,53 @@ void StreamServer::sessionBegun(GstRTSPClient* client, GstRTSPSession* session)
 // count as a client until it times out.
 void StreamServer::clientClosed(GstRTSPClient* client)
 {
+    const bool stuck = guard->remove(client);
     const auto connection = find(client);
     if (connection == connections.end()) {
         return;
     }
-    for (const auto& session : connection->sessions) {
+    const auto ended = std::move(connection->sessions);
+    connection->sessions.clear();
+    for (const auto& session : ended) {
         gst_rtsp_session_pool_remove(sessions.get(), session.get());
     }
-    log(describe(client) + " is gone");
+    log("client " + connection->address + " is gone");
+    if (stuck) {
+        feed->resume();
+    }
     // When a packet finds its client going, the library has it closed by an idle source that holds
     // no reference to it, and that may run after this. So the client lives on for a moment.
-    connection->sessions.clear();
     connection->since = g_get_monotonic_time();
     departed.splice(departed.end(), connections, connection);
 }
 
+// Of the address that has most of them the oldest one, so that a flood turns itself away.
 void StreamServer::turnAwayIdleClient()
 {
-    const auto idle = std::find_if(connections.begin(), connections.end(),
-                                   [](const Connection& c) { return !hasSession(c.client.get()); });
-    if (idle == connections.end()) {
+    std::map<std::string, std::list<GstRTSPClient*>> idle;
+    for (const Connection& connection : connections) {
+        if (!hasSession(connection.client.get())) {
+            idle[connection.address].push_back(connection.client.get());
+        }
+    }
+    const auto most = std::max_element(
+        idle.begin(), idle.end(),
+        [](const auto& one, const auto& other) { return one.second.size() < other.second.size(); });
+    if (most == idle.end()) {
         return;
     }
-    log(describe(idle->client.get()) + " is turned away: too many connections");
-    const GObjectPtr<GstRTSPClient> victim = shareObject(idle->client.get());
+    log("client " + most->first + " is turned away: too many connections");
+    const GObjectPtr<GstRTSPClient> victim = shareObject(most->second.front());
     gst_rtsp_client_close(victim.get());
+}
+
+int StreamServer::sessionsAt(const std::string& address) const
+{
+    std::size_t count = 0;
+    for (const Connection& connection : connections) {
+        count += connection.address == address ? connection.sessions.size() : 0;
+    }
+    return static_cast<int>(count);
 }
 
 std::list<StreamServer::Connection>::iterator StreamServer::find(GstRTSPClient* client)
@@ -220,6 +345,7 @@ std::list<StreamServer::Connection>::iterator StreamServer::find(GstRTSPClient* 
 void StreamServer::houseKeeping()
 {
     gst_rtsp_session_pool_cleanup(sessions.get());
+    connectionLog.catchUp(std::chrono::steady_clock::now());
     const gint64 now = g_get_monotonic_time();
     departed.remove_if(
         [now](const Connection& connection) { return now - connection.since > kAfterlife; });
@@ -253,10 +379,10 @@ void StreamServer::closeAll()
     g_main_loop_quit(loop.get());
 }
 
-void StreamServer::log(const std::string& text) const
+void StreamServer::log(const std::string& text)
 {
     if (verbose) {
-        logLine(name + ": " + text);
+        connectionLog.line(text, std::chrono::steady_clock::now());
     }
 }
 

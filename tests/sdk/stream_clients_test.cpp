@@ -321,7 +321,7 @@ void StreamClientsTest::survivesHalfOpenConnections()
 // More connections than clients are served: those without a session make room.
 void StreamClientsTest::survivesConnectionFlood()
 {
-    serve(R"({"maxClients": 2})");
+    serve(R"({"maxClients": 2, "maxPerAddress": 2})");
     RtspClient viewer(config.port);
     QVERIFY(viewer.start());
     std::vector<std::unique_ptr<RtspClient>> silent;
@@ -338,7 +338,7 @@ void StreamClientsTest::survivesKilledClient()
 {
     if (!installed("ffmpeg"))
         QSKIP("ffmpeg is not installed");
-    serve(R"({"maxClients": 2})");
+    serve(R"({"maxClients": 2, "maxPerAddress": 2})");
     RtspClient viewer(config.port);
     QVERIFY(viewer.start());
     // Each takes the last place; it is free again only when the server noticed the end.
@@ -385,7 +385,7 @@ void StreamClientsTest::endsSilentUdpSession()
 
 void StreamClientsTest::limitsClients()
 {
-    serve(R"({"maxClients": 2})");
+    serve(R"({"maxClients": 2, "maxPerAddress": 2})");
     RtspClient first(config.port);
     QVERIFY(first.start());
     auto second = std::make_unique<RtspClient>(config.port);

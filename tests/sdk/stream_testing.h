@@ -19,6 +19,7 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -104,11 +105,22 @@ inline std::vector<unsigned char> picture(int eyeWidth, int eyeHeight, int shift
     return pixels;
 }
 
+/// A picture that no encoder makes small.
+inline std::vector<unsigned char> noisePicture(int eyeWidth, int eyeHeight, int seed)
+{
+    std::vector<unsigned char> pixels = picture(eyeWidth, eyeHeight);
+    std::mt19937 random(static_cast<unsigned>(seed));
+    for (unsigned char& value : pixels)
+        value = static_cast<unsigned char>(random());
+    return pixels;
+}
+
 /// Feeds a sender with frames and three IMU packets per frame on a thread of its own.
 class Feeder {
 public:
-    Feeder(tq::UDPOutput& senderOutput, const tq::UDPOutConfig& config)
-        : output(senderOutput), setup(config), thread([this] { run(); })
+    /// @param noisy pictures that fill the bit rate
+    Feeder(tq::UDPOutput& senderOutput, const tq::UDPOutConfig& config, bool noisy = false)
+        : output(senderOutput), setup(config), noise(noisy), thread([this] { run(); })
     {
     }
 
@@ -121,6 +133,9 @@ public:
             thread.join();
     }
 
+    /// Frames given to the sender so far.
+    std::size_t framesFed() const { return fed; }
+
     /// After stop() only.
     const std::vector<tq::Timestamp>& frameTimes() const { return frames; }
     const std::vector<tq::IMUPacket>& imuPackets() const { return packets; }
@@ -130,7 +145,8 @@ private:
     {
         std::vector<std::vector<unsigned char>> pictures;
         for (int shift = 0; shift < 4; ++shift)
-            pictures.push_back(picture(setup.width, setup.height, shift));
+            pictures.push_back(noise ? noisePicture(setup.width, setup.height, shift)
+                                     : picture(setup.width, setup.height, shift));
         const tq::Timestamp period = 1000000000u / static_cast<unsigned>(setup.fps);
         tq::Timestamp time = realTime() + 1234567;
         for (std::size_t n = 0; !stopped; ++n) {
@@ -148,12 +164,15 @@ private:
             tq::kvfrw::convertMetadataFromMCUData(metadata, packets.back());
             frames.push_back(time);
             output.ingestYUVFrame(pictures[n % pictures.size()].data(), time, metadata);
+            fed = n + 1;
         }
     }
 
     tq::UDPOutput& output;
     const tq::UDPOutConfig setup;
+    const bool noise;
     std::atomic<bool> stopped{false};
+    std::atomic<std::size_t> fed{0};
     std::vector<tq::Timestamp> frames;
     std::vector<tq::IMUPacket> packets;
     std::thread thread;
@@ -185,6 +204,14 @@ struct Packet {
                               : QByteArray();
     }
     QByteArray payload() const { return bytes.mid(hasExtension() ? 16 + extension().size() : 12); }
+
+    /// Whether a key picture of H.264 begins here.
+    bool beginsKeyFrame() const
+    {
+        const QByteArray unit = payload();
+        const int type = unit.size() > 1 ? unit[0] & 0x1F : 0;
+        return type == 5 || (type == 28 && (unit[1] & 0x9F) == 0x85);
+    }
 };
 
 /// A UDP socket that a stream's packets are sent to.
@@ -204,6 +231,17 @@ public:
     UdpPort& operator=(const UdpPort&) = delete;
 
     int port() const { return number; }
+
+    /// The next packet; its bytes are empty when none comes in time.
+    Packet packet(int milliseconds) const
+    {
+        pollfd ready{fd, POLLIN, 0};
+        QByteArray bytes(65536, '\0');
+        const ssize_t size = poll(&ready, 1, milliseconds) > 0
+                                 ? recv(fd, bytes.data(), static_cast<std::size_t>(bytes.size()), 0)
+                                 : 0;
+        return {0, bytes.left(static_cast<int>(std::max<ssize_t>(size, 0)))};
+    }
 
     /// Waits for a packet and takes all that are there.
     bool receives(int milliseconds) const
@@ -232,13 +270,17 @@ struct Response {
 class RtspClient {
 public:
     /// @param receiveBuffer bytes that the system keeps for this client, 0: as many as it likes
-    explicit RtspClient(int serverPort, int receiveBuffer = 0) : port(serverPort)
+    /// @param own           address to connect from
+    explicit RtspClient(int serverPort, int receiveBuffer = 0, const char* own = "127.0.0.1")
+        : port(serverPort)
     {
         fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         if (receiveBuffer > 0)
             setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
         sockaddr_in address{};
         address.sin_family = AF_INET;
+        inet_pton(AF_INET, own, &address.sin_addr);
+        bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         address.sin_port = htons(static_cast<std::uint16_t>(port));
         connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
@@ -260,6 +302,19 @@ public:
         return ::send(fd, bytes.constData(), static_cast<std::size_t>(bytes.size()),
                       MSG_NOSIGNAL) == bytes.size();
     }
+
+    /// Sends when there is room for it within this time, if only a part; false when the connection
+    /// has ended.
+    bool sendSome(const QByteArray& bytes, int milliseconds)
+    {
+        pollfd ready{fd, POLLOUT, 0};
+        return poll(&ready, 1, milliseconds) == 0 ||
+               ::send(fd, bytes.constData(), static_cast<std::size_t>(bytes.size()),
+                      MSG_NOSIGNAL | MSG_DONTWAIT) > 0;
+    }
+
+    /// The next SETUP asks for a session of its own.
+    void forgetSession() { session.clear(); }
 
     Response request(const QByteArray& method, const QByteArray& target,
                      const QByteArray& headers = {})
