@@ -10,7 +10,7 @@ from receivers import Receiver
 from rtsp import Connection, NoAnswer, Refused, Viewer
 from service import simulated_rig
 
-MANY = {"stream": {"maxClients": 100}}
+MANY = {"stream": {"maxClients": 100, "maxPerAddress": 100}}
 
 
 @attack("viewers-64", "64 viewers, of which 20 never read", service=MANY, rehearsed=True, quick=True)
@@ -150,7 +150,7 @@ stuck("stuck-three", "three TCP viewers that are stopped, alone", (), 3)
 
 @attack("no-picture", "descriptions asked for while a camera is dead", service=None)
 def no_picture(arena):
-    with arena.service(rig=simulated_rig(right={"deathAfter": 0}), stream={"maxClients": 100}) as service:
+    with arena.service(rig=simulated_rig(right={"deathAfter": 0}), stream={"maxClients": 100, "maxPerAddress": 100}) as service:
         service.start()
         asked = [Connection(service.port, source="127.0.0.3", timeout=30) for _ in range(5)]
         start, answers = time.monotonic(), []
