@@ -6,7 +6,7 @@ from arena import attack
 from receivers import Receiver, in_words
 from service import simulated_rig
 
-GROWTH = 700  # MB; one side may hold 512 MB of unpaired frames
+GROWTH = 1124  # MB; each of two sides may hold 512 MB of unpaired frames
 TOO_MUCH = 3000  # MB; the machine is to survive too
 
 
