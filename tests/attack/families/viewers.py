@@ -150,7 +150,7 @@ stuck("stuck-three", "three TCP viewers that are stopped, alone", (), 3)
 
 @attack("no-picture", "descriptions asked for while a camera is dead", service=None)
 def no_picture(arena):
-    with arena.service(rig=simulated_rig(right={"deathAfter": 0}), stream={"maxClients": 100, "maxPerAddress": 100}) as service:
+    with arena.service(rig=simulated_rig(right={"deathAfter": 0}), **MANY) as service:
         service.start()
         asked = [Connection(service.port, source="127.0.0.3", timeout=30) for _ in range(5)]
         start, answers = time.monotonic(), []
