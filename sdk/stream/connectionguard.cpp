@@ -27,10 +27,8 @@ constexpr double kReportBytesPerSecond = 128;
 constexpr double kReportShare = 1.0 / 1000;
 constexpr double kLongestUnanswered = 60;
 // A standstill of the network may take a moment; behind a longer one the library gives up, too.
-constexpr auto kShortStandstill = std::chrono::seconds(1);
-constexpr auto kLongStandstill = std::chrono::seconds(10);
+constexpr auto kLongestStandstill = std::chrono::seconds(10);
 constexpr double kLeastShare = 1.0 / 16;
-constexpr auto kNewcomersTime = std::chrono::seconds(2);
 
 /// Nothing at all on a system that does not count.
 Traffic trafficOf(int socket)
@@ -65,7 +63,7 @@ TrafficAccount::TrafficAccount(double streamBytes, Time now)
 {
 }
 
-const char* TrafficAccount::objection(const Traffic& traffic, bool newcomer, Time now)
+const char* TrafficAccount::objection(const Traffic& traffic, Time now)
 {
     const auto more = static_cast<double>(traffic.received - counted);
     counted = traffic.received;
@@ -82,12 +80,7 @@ const char* TrafficAccount::objection(const Traffic& traffic, bool newcomer, Tim
     if (hasNoEnd(now)) {
         return "a request without end";
     }
-    return isStuck(traffic, newcomer, now) ? "it takes no data" : nullptr;
-}
-
-bool TrafficAccount::standsStill(Time now) const
-{
-    return now - lastTaken > kShortStandstill;
+    return isStuck(traffic, now) ? "it takes no data" : nullptr;
 }
 
 bool TrafficAccount::hasNoEnd(Time now) const
@@ -102,14 +95,14 @@ bool TrafficAccount::hasNoEnd(Time now) const
 }
 
 // Who takes a few bytes now and then is as stuck as who takes none.
-bool TrafficAccount::isStuck(const Traffic& traffic, bool newcomer, Time now)
+bool TrafficAccount::isStuck(const Traffic& traffic, Time now)
 {
     const auto taken = static_cast<double>(traffic.taken - takenBefore);
     if (!traffic.waiting || taken > kLeastShare * streamRate) {
         takenBefore = traffic.taken;
         lastTaken = now;
     }
-    return newcomer ? standsStill(now) : now - lastTaken > kLongStandstill;
+    return now - lastTaken > kLongestStandstill;
 }
 
 ConnectionGuard::ConnectionGuard(double streamBytes,
@@ -149,18 +142,15 @@ void ConnectionGuard::add(Key key, int socket, const std::string& name)
     changed.notify_all();
 }
 
-bool ConnectionGuard::remove(Key key)
+void ConnectionGuard::remove(Key key)
 {
     const std::lock_guard<std::mutex> lock(mutex);
     const auto entry = entries.find(key);
-    if (entry == entries.end()) {
-        return false;
+    if (entry != entries.end()) {
+        shutdown(entry->second.socket, SHUT_RDWR);
+        close(entry->second.socket);
+        entries.erase(entry);
     }
-    const bool stuck = entry->second.account.standsStill(std::chrono::steady_clock::now());
-    shutdown(entry->second.socket, SHUT_RDWR);
-    close(entry->second.socket);
-    entries.erase(entry);
-    return stuck;
 }
 
 void ConnectionGuard::admit(Key key)
@@ -179,13 +169,6 @@ void ConnectionGuard::answered(Key key)
     if (entry != entries.end()) {
         entry->second.account.answered();
     }
-}
-
-void ConnectionGuard::welcome(Key key)
-{
-    const std::lock_guard<std::mutex> lock(mutex);
-    newcomer = key;
-    newcomerUntil = std::chrono::steady_clock::now() + kNewcomersTime;
 }
 
 void ConnectionGuard::endAll()
@@ -217,8 +200,7 @@ void ConnectionGuard::look(TrafficAccount::Time now)
         if (entry.ended) {
             continue;
         }
-        const bool awaited = key != newcomer && now < newcomerUntil;
-        const char* reason = entry.account.objection(trafficOf(entry.socket), awaited, now);
+        const char* reason = entry.account.objection(trafficOf(entry.socket), now);
         if (reason) {
             end(entry.socket);
             entry.ended = true;

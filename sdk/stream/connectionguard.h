@@ -39,17 +39,13 @@ public:
     /// A request of it was answered.
     void answered() { answerSeen = true; }
 
-    bool standsStill(Time now) const;
-
-    /// @param traffic  never less than before
-    /// @param newcomer whether somebody waits for a first picture, whom a viewer by TCP that has
-    ///                 stopped reading would hold up: for then the library sends nothing at all
+    /// @param traffic never less than before
     /// @return why it must be cut off, or null
-    const char* objection(const Traffic& traffic, bool newcomer, Time now);
+    const char* objection(const Traffic& traffic, Time now);
 
 private:
     bool hasNoEnd(Time now) const;
-    bool isStuck(const Traffic& traffic, bool newcomer, Time now);
+    bool isStuck(const Traffic& traffic, Time now);
 
     TokenBucket allowance;
     const double streamRate;
@@ -63,10 +59,9 @@ private:
 };
 
 /// The library reads a connection for as long as bytes come, on the one thread of the server, and
-/// keeps all lines of a request; and it halts the stream when all viewers by TCP have stopped
-/// reading. So a thread of its own looks twenty times per second what the connections have carried,
-/// and ends those that send more than they may or take nothing. It sleeps while there is none. Any
-/// thread.
+/// keeps all lines of a request. So a thread of its own looks twenty times per second what the
+/// connections have carried, and ends those that send more than they may or take nothing. It sleeps
+/// while there is none. Any thread.
 class ConnectionGuard {
 public:
     using Key = const void*;
@@ -81,13 +76,9 @@ public:
     /// @param socket  of the connection; stays the caller's
     /// @param name    for cutOff
     void add(Key key, int socket, const std::string& name);
-    /// @return whether it was stuck
-    bool remove(Key key);
+    void remove(Key key);
     void admit(Key key);
     void answered(Key key);
-
-    /// Begins to watch: for two seconds, nobody else who is stuck is waited for.
-    void welcome(Key key);
 
     /// Ends all connections, and those that are added later at once.
     void endAll();
@@ -108,8 +99,6 @@ private:
     std::mutex mutex;
     std::condition_variable changed;
     std::map<Key, Entry> entries;
-    Key newcomer = nullptr;
-    TrafficAccount::Time newcomerUntil;
     bool ending = false;
     bool stopped = false;
     std::thread thread;

@@ -23,7 +23,8 @@ constexpr const char* kWaitingKey = "kor-waiting";
 constexpr guint kWaitingInterval = 250;  // ms
 constexpr GstClockTime kNtpEpochOffset = G_GUINT64_CONSTANT(2208988800) * GST_SECOND;
 constexpr guint kNtpExtensionId = 1;
-constexpr guint kMostTcpBacklog = 8u << 20;  // bytes; some seconds of video
+constexpr guint kMostTcpBacklog = 8u << 20;  // bytes
+constexpr guint64 kLongestTcpBacklog = GST_SECOND;
 // Of them the first pair that is free is taken: those that no service is registered for.
 constexpr guint16 kFirstMediaPort = 49152;
 constexpr guint16 kLastMediaPort = 65535;
@@ -187,9 +188,21 @@ void keepUnsynchronised(GObject* sink, GParamSpec*, gpointer)
     }
 }
 
+void connect(gpointer object, const char* signal, GCallback handler,
+             const std::shared_ptr<StreamFeed>& feed)
+{
+    g_signal_connect_data(object, signal, handler, SharedData<StreamFeed>::make(feed),
+                          SharedData<StreamFeed>::releaseClosure, GConnectFlags(0));
+}
+
+void onTcpBacklog(GstElement*, gpointer feed)
+{
+    SharedData<StreamFeed>::get(feed)->sinkIsFull();
+}
+
 // Clients that take their media by TCP have a branch of their own. When it comes to a standstill
 // because none of them reads, it loses packets rather than hold up those who take them by UDP.
-void makeLeaky(GstPad*, GstPad* peer, gpointer)
+void makeLeaky(GstPad*, GstPad* peer, gpointer feed)
 {
     const GObjectPtr<GstElement> before(gst_pad_get_parent_element(peer));
     GstElementFactory* factory = before ? gst_element_get_factory(before.get()) : nullptr;
@@ -197,11 +210,12 @@ void makeLeaky(GstPad*, GstPad* peer, gpointer)
         return;
     }
     gst_util_set_object_arg(G_OBJECT(before.get()), "leaky", "downstream");
-    g_object_set(before.get(), "max-size-buffers", 0u, "max-size-time", guint64{0},
+    g_object_set(before.get(), "max-size-buffers", 0u, "max-size-time", kLongestTcpBacklog,
                  "max-size-bytes", kMostTcpBacklog, nullptr);
+    connect(before.get(), "overrun", G_CALLBACK(onTcpBacklog), SharedData<StreamFeed>::get(feed));
 }
 
-void onElementAdded(GstBin*, GstBin*, GstElement* element, gpointer)
+void onElementAdded(GstBin*, GstBin*, GstElement* element, gpointer feed)
 {
     const GstElementFactory* factory = gst_element_get_factory(element);
     const char* name = factory ? GST_OBJECT_NAME(factory) : "";
@@ -222,7 +236,7 @@ void onElementAdded(GstBin*, GstBin*, GstElement* element, gpointer)
         g_object_set(element, "sync", FALSE, "async", FALSE, nullptr);
         if (std::strcmp(name, "appsink") == 0) {
             const GObjectPtr<GstPad> sink(gst_element_get_static_pad(element, "sink"));
-            g_signal_connect(sink.get(), "linked", G_CALLBACK(makeLeaky), nullptr);
+            connect(sink.get(), "linked", G_CALLBACK(makeLeaky), SharedData<StreamFeed>::get(feed));
         }
     }
 }
@@ -251,13 +265,6 @@ void onUnprepared(GstRTSPMedia* media, gpointer data)
     SharedData<StreamFeed>::get(data)->detach(element.get());
 }
 
-void connect(gpointer object, const char* signal, GCallback handler,
-             const std::shared_ptr<StreamFeed>& feed)
-{
-    g_signal_connect_data(object, signal, handler, SharedData<StreamFeed>::make(feed),
-                          SharedData<StreamFeed>::releaseClosure, GConnectFlags(0));
-}
-
 void forwardPacketsOf(GstBin* bin, const char* payloader, unsigned packetsPerMillisecond)
 {
     const GObjectPtr<GstElement> last(gst_bin_get_by_name(bin, payloader));
@@ -272,7 +279,7 @@ void onMediaConfigure(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer data)
     g_object_set_data_full(G_OBJECT(media), kFeedKey, SharedData<StreamFeed>::make(feed),
                            SharedData<StreamFeed>::release);
     const GObjectPtr<GstObject> pipeline(gst_object_get_parent(GST_OBJECT(element.get())));
-    g_signal_connect(pipeline.get(), "deep-element-added", G_CALLBACK(onElementAdded), nullptr);
+    connect(pipeline.get(), "deep-element-added", G_CALLBACK(onElementAdded), feed);
     useRealTimeClock(media, GST_ELEMENT(pipeline.get()));
 
     GstBin* bin = GST_BIN(element.get());

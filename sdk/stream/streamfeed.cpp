@@ -20,6 +20,8 @@ constexpr unsigned kEncoderBuffers = 6;
 // overtakes it.
 constexpr std::size_t kMostWaiting = 8192;
 constexpr auto kShortestSilence = std::chrono::seconds(2);
+constexpr auto kStandstill = std::chrono::milliseconds(500);
+constexpr auto kLossTime = std::chrono::seconds(10);
 constexpr auto kReportInterval = std::chrono::seconds(10);
 
 // A quarter of a second, so that a busy moment of the machine costs no frame.
@@ -62,6 +64,7 @@ void StreamFeed::ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
                              const kvfrw::kvfSampleMetadata& metadata)
 {
     const std::lock_guard<std::mutex> oneFrame(ingestMutex);
+    relieveSinks();
     {
         const std::lock_guard<std::mutex> lock(mutex);
         ++counts.framesIngested;
@@ -126,6 +129,7 @@ void StreamFeed::attach(GstElement* pipeline)
     }
     forget();
     media = shareObject(pipeline);
+    losing = false;
     video.reset(appSource(pipeline, "video"));
     data.reset(appSource(pipeline, "data"));
     encoder.reset(gst_bin_get_by_name(GST_BIN(pipeline), "encoder"));
@@ -138,6 +142,7 @@ void StreamFeed::setPlaying(GstElement* pipeline, bool on)
         return;
     }
     playing = on;
+    lastTaken = std::chrono::steady_clock::now();
     if (!on) {
         waiting.clear();
         waitingFrames = 0;
@@ -203,29 +208,40 @@ void StreamFeed::giveUp(GstElement* pipeline)
     }
 }
 
-void StreamFeed::resume()
+void StreamFeed::relieveSinks()
 {
-    GObjectPtr<GstObject> pipeline;
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        if (media) {
-            pipeline.reset(gst_object_get_parent(GST_OBJECT(media.get())));
-        }
+    std::unique_lock<std::mutex> lock(mutex);
+    const auto now = std::chrono::steady_clock::now();
+    if (losing && now - lossBegin > kLossTime) {
+        setLosing(std::move(lock), false);
+    } else if (playing && waitingFrames >= mostWaiting && now - lastTaken > kStandstill) {
+        setLosing(std::move(lock), true);
     }
-    if (!pipeline) {
+}
+
+void StreamFeed::sinkIsFull()
+{
+    setLosing(std::unique_lock<std::mutex>(mutex), true);
+}
+
+void StreamFeed::setLosing(std::unique_lock<std::mutex> lock, bool lose)
+{
+    if (lose == losing || !media) {
         return;
     }
+    losing = lose;
+    lossBegin = std::chrono::steady_clock::now();
+    const GObjectPtr<GstObject> pipeline(gst_object_get_parent(GST_OBJECT(media.get())));
+    lock.unlock();
     const std::unique_ptr<GstIterator, decltype(&gst_iterator_free)> sinks(
         gst_bin_iterate_all_by_element_factory_name(GST_BIN(pipeline.get()), "appsink"),
         gst_iterator_free);
     gst_iterator_foreach(
         sinks.get(),
-        [](const GValue* sink, gpointer) {
-            const SamplePtr taken(
-                gst_app_sink_try_pull_sample(GST_APP_SINK(g_value_get_object(sink)), 0));
+        [](const GValue* sink, gpointer drop) {
+            gst_app_sink_set_drop(GST_APP_SINK(g_value_get_object(sink)), GPOINTER_TO_INT(drop));
         },
-        nullptr);
-    requestKeyFrame();
+        GINT_TO_POINTER(lose ? TRUE : FALSE));
 }
 
 void StreamFeed::shutdown()
@@ -284,6 +300,7 @@ void StreamFeed::sendFrame(WaitingFrame& frame)
     frame.record.framesDropped = counts.framesDropped;
     sendRecord(encodeFrameRecord(frame.record), frame.record.captureTime);
     ++counts.framesEncoded;
+    lastTaken = std::chrono::steady_clock::now();
     gst_app_src_push_buffer(video.get(), frame.picture.release());
 }
 

@@ -62,12 +62,13 @@ public:
     /// Ends the wait of a media for its first frame if there is silence.
     void giveUp(GstElement* pipeline);
 
+    /// None of the viewers by TCP reads. For ten seconds the sinks lose packets instead of waiting
+    /// for them, so that the library looks for others that read; so it is, too, when the encoder
+    /// stands still behind such a sink. Any thread.
+    void sinkIsFull();
+
     /// Makes the encoder begin its next frame afresh, for a client that has just joined.
     void requestKeyFrame();
-
-    /// Lets the media go on after a client by TCP that had stopped reading is gone: the library
-    /// does not take the packets that have waited for it, and so holds up all others.
-    void resume();
 
     /// Feeds nothing more, and ends the wait of a media for its first frame.
     void shutdown();
@@ -84,6 +85,8 @@ private:
     };
     using Waiting = std::variant<WaitingFrame, IMUPacket>;
 
+    void relieveSinks();
+    void setLosing(std::unique_lock<std::mutex> lock, bool lose);
     bool wantsFrame() const;
     bool isSilent() const;
     void pump();
@@ -115,6 +118,9 @@ private:
     std::uint64_t nextCounter = 0;
     Timestamp lastDataTime = 0;
     std::chrono::steady_clock::time_point lastFrame;  // or the begin
+    std::chrono::steady_clock::time_point lastTaken;  // by the encoder
+    bool losing = false;                              // packets for viewers by TCP
+    std::chrono::steady_clock::time_point lossBegin;
     SenderStatistics counts;
     std::uint64_t reportedDrops = 0;
     std::chrono::steady_clock::time_point lastReport{};

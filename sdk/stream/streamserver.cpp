@@ -209,7 +209,6 @@ void StreamServer::clientConnected(GstRTSPClient* client)
                      G_CALLBACK(+[](GstRTSPClient* player, GstRTSPContext*, gpointer self) {
                          auto* owner = static_cast<StreamServer*>(self);
                          owner->log(describe(player) + " plays");
-                         owner->guard->welcome(player);
                          owner->feed->requestKeyFrame();
                      }),
                      this);
@@ -286,7 +285,7 @@ void StreamServer::sessionEnded(GstRTSPSession* session)
 // count as a client until it times out.
 void StreamServer::clientClosed(GstRTSPClient* client)
 {
-    const bool stuck = guard->remove(client);
+    guard->remove(client);
     const auto connection = find(client);
     if (connection == connections.end()) {
         return;
@@ -297,9 +296,6 @@ void StreamServer::clientClosed(GstRTSPClient* client)
         gst_rtsp_session_pool_remove(sessions.get(), session.get());
     }
     log("client " + connection->address + " is gone");
-    if (stuck) {
-        feed->resume();
-    }
     // When a packet finds its client going, the library has it closed by an idle source that holds
     // no reference to it, and that may run after this. So the client lives on for a moment.
     connection->since = g_get_monotonic_time();

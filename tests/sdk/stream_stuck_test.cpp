@@ -84,6 +84,9 @@ void StreamStuckTest::servesNewcomers_data()
 {
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<QByteArray>("after");
+    QTest::newRow("a stuck one alone, UDP comes") << QByteArray("s") << QByteArray("ut");
+    QTest::newRow("a stuck one alone, TCP comes") << QByteArray("s") << QByteArray("tu");
+    QTest::newRow("only stuck ones") << QByteArray("sss") << QByteArray("tu");
     QTest::newRow("stuck, UDP") << QByteArray("su") << QByteArray("tu");
     QTest::newRow("UDP, stuck") << QByteArray("us") << QByteArray("ut");
     QTest::newRow("stuck, TCP") << QByteArray("st") << QByteArray("ut");
