@@ -44,7 +44,7 @@ Traffic trafficOf(int socket)
 }
 
 /// Ends a connection for whoever reads it, also what has come and was not read.
-void end(int socket)
+void endSocket(int socket)
 {
     shutdown(socket, SHUT_RDWR);
     char bytes[16384];
@@ -133,7 +133,7 @@ void ConnectionGuard::add(Key key, int socket, const std::string& name)
     }
     const std::lock_guard<std::mutex> lock(mutex);
     if (ending) {
-        end(own);
+        endSocket(own);
     }
     const auto now = std::chrono::steady_clock::now();
     if (!entries.emplace(key, Entry{own, name, TrafficAccount(streamRate, now), ending}).second) {
@@ -171,12 +171,22 @@ void ConnectionGuard::answered(Key key)
     }
 }
 
+void ConnectionGuard::end(Key key)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto entry = entries.find(key);
+    if (entry != entries.end()) {
+        endSocket(entry->second.socket);
+        entry->second.ended = true;
+    }
+}
+
 void ConnectionGuard::endAll()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     ending = true;
     for (auto& [key, entry] : entries) {
-        end(entry.socket);
+        endSocket(entry.socket);
         entry.ended = true;
     }
 }
@@ -202,7 +212,7 @@ void ConnectionGuard::look(TrafficAccount::Time now)
         }
         const char* reason = entry.account.objection(trafficOf(entry.socket), now);
         if (reason) {
-            end(entry.socket);
+            endSocket(entry.socket);
             entry.ended = true;
             report(entry.name, reason);
         }

@@ -79,6 +79,8 @@ public:
     void remove(Key key);
     void admit(Key key);
     void answered(Key key);
+    /// Ends a connection for whoever reads it; it stays until remove().
+    void end(Key key);
 
     /// Ends all connections, and those that are added later at once.
     void endAll();

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <map>
 #include <utility>
+#include <vector>
 
 #include "sdk/core/log.h"
 #include "sdk/stream/serverauth.h"
@@ -22,6 +23,9 @@ constexpr guint kHouseKeepingInterval = 1000;  // ms
 constexpr gint64 kAfterlife = 2 * G_USEC_PER_SEC;
 // Connections without a session that are put up with besides those of the clients served.
 constexpr std::size_t kSpareConnections = 16;
+// The TLS library shakes hands with ten at once; whoever comes next waits for one of them to end.
+// So one address has this many connections without a session besides its share of clients.
+constexpr std::size_t kSpareHandshakes = 4;
 constexpr int kListenBacklog = 16;
 // Requests are small; what a client sends beyond waits in its own machine.
 constexpr int kReceiveBuffer = 32 * 1024;
@@ -192,7 +196,8 @@ void StreamServer::clientConnected(GstRTSPClient* client)
     GstRTSPConnection* connection = gst_rtsp_client_get_connection(client);
     // No tunnels through HTTP: the guard would not see the second connection of one.
     gst_rtsp_connection_set_http_mode(connection, TRUE);
-    connections.push_back({shareObject(client), addressOf(client), g_get_monotonic_time(), {}});
+    connections.push_back(
+        {shareObject(client), addressOf(client), g_get_monotonic_time(), {}, false});
     guard->add(client, g_socket_get_fd(gst_rtsp_connection_get_read_socket(connection)),
                connections.back().address);
     connectLimits(client);
@@ -212,9 +217,7 @@ void StreamServer::clientConnected(GstRTSPClient* client)
                          owner->feed->requestKeyFrame();
                      }),
                      this);
-    if (connections.size() > static_cast<std::size_t>(settings.maxClients) + kSpareConnections) {
-        turnAwayIdleClient();
-    }
+    turnAwayIdleClient();
 }
 
 void StreamServer::connectLimits(GstRTSPClient* client)
@@ -302,13 +305,18 @@ void StreamServer::clientClosed(GstRTSPClient* client)
     departed.splice(departed.end(), connections, connection);
 }
 
-// Of the address that has most of them the oldest one, so that a flood turns itself away.
+// When there are too many: of the address that has most of them the oldest one, so that a flood
+// turns itself away.
 void StreamServer::turnAwayIdleClient()
 {
-    std::map<std::string, std::list<GstRTSPClient*>> idle;
-    for (const Connection& connection : connections) {
-        if (!hasSession(connection.client.get())) {
-            idle[connection.address].push_back(connection.client.get());
+    std::size_t all = 0;
+    std::map<std::string, std::vector<Connection*>> idle;
+    for (Connection& connection : connections) {
+        if (!connection.ended) {
+            ++all;
+            if (!hasSession(connection.client.get())) {
+                idle[connection.address].push_back(&connection);
+            }
         }
     }
     const auto most = std::max_element(
@@ -317,9 +325,20 @@ void StreamServer::turnAwayIdleClient()
     if (most == idle.end()) {
         return;
     }
-    log("client " + most->first + " is turned away: too many connections");
-    const GObjectPtr<GstRTSPClient> victim = shareObject(most->second.front());
-    gst_rtsp_client_close(victim.get());
+    const auto share = static_cast<std::size_t>(settings.clientShare()) + kSpareHandshakes;
+    if (all > static_cast<std::size_t>(settings.maxClients) + kSpareConnections ||
+        (certificate && most->second.size() > share)) {
+        log("client " + most->first + " is turned away: too many connections");
+        disconnect(*most->second.front());
+    }
+}
+
+// The library reads the end and closes the connection itself: what it closes in the middle of a
+// handshake it never frees.
+void StreamServer::disconnect(Connection& connection)
+{
+    connection.ended = true;
+    guard->end(connection.client.get());
 }
 
 int StreamServer::sessionsAt(const std::string& address) const
@@ -345,18 +364,15 @@ void StreamServer::houseKeeping()
     const gint64 now = g_get_monotonic_time();
     departed.remove_if(
         [now](const Connection& connection) { return now - connection.since > kAfterlife; });
-    std::list<GObjectPtr<GstRTSPClient>> expired;
     for (Connection& connection : connections) {
         if (hasSession(connection.client.get())) {
             connection.since = now;
-        } else if (now - connection.since > settings.sessionTimeout * gint64{G_USEC_PER_SEC}) {
-            expired.push_back(shareObject(connection.client.get()));
+        } else if (!connection.ended &&
+                   now - connection.since > settings.sessionTimeout * gint64{G_USEC_PER_SEC}) {
+            log(describe(connection.client.get()) + " is disconnected: no session for " +
+                std::to_string(settings.sessionTimeout) + " s");
+            disconnect(connection);
         }
-    }
-    for (const auto& client : expired) {
-        log(describe(client.get()) + " is disconnected: no session for " +
-            std::to_string(settings.sessionTimeout) + " s");
-        gst_rtsp_client_close(client.get());
     }
 }
 

@@ -47,6 +47,7 @@ private:
         std::string address;
         gint64 since;                                    // µs of the monotonic clock
         std::list<GObjectPtr<GstRTSPSession>> sessions;  // begun on this connection
+        bool ended = false;                              // disconnected, not yet read to its end
     };
 
     void configure(std::uint16_t port, GObjectPtr<GstRTSPMediaFactory> factory);
@@ -60,6 +61,7 @@ private:
     void sessionEnded(GstRTSPSession* session);
     void clientClosed(GstRTSPClient* client);
     void turnAwayIdleClient();
+    void disconnect(Connection& connection);
     int sessionsAt(const std::string& address) const;
     std::list<Connection>::iterator find(GstRTSPClient* client);
     void houseKeeping();

@@ -19,16 +19,6 @@ int code(tq::ErrorCode error)
     return static_cast<int>(error);
 }
 
-int entries(const QString& folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
-}
-
-int openFiles()
-{
-    return entries("/proc/self/fd");
-}
-
 int threads()
 {
     return entries("/proc/self/task");

@@ -538,6 +538,17 @@ inline bool waitFor(const std::function<bool()>& condition, int milliseconds = 1
     return true;
 }
 
+inline int entries(const QString& folder)
+{
+    return QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
+}
+
+/// Of this process.
+inline int openFiles()
+{
+    return entries("/proc/self/fd");
+}
+
 /// What stands on standard error while a function runs.
 inline QByteArray errorOutput(const std::function<void()>& function)
 {

@@ -5,9 +5,11 @@
 #include <gnutls/gnutls.h>
 #include <gst/gst.h>
 
+#include <QElapsedTimer>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTest>
+#include <list>
 
 #include "sdk/core/glibptr.h"
 #include "tests/sdk/stream_testing.h"
@@ -78,6 +80,14 @@ QByteArray received(const QByteArray& url, const char* properties, GTlsDatabase*
     return failure.text("");
 }
 
+int milliseconds(const std::function<void()>& function)
+{
+    QElapsedTimer timer;
+    timer.start();
+    function();
+    return static_cast<int>(timer.elapsed());
+}
+
 }  // namespace
 
 class StreamTlsTest : public QObject {
@@ -95,6 +105,7 @@ private slots:
     void neverFallsBack_data();
     void neverFallsBack();
     void halfAHandshakeHoldsNobodyUp();
+    void manyHalvesHoldNobodyUp();
 
 private:
     /// The stream object for a certificate, with further members.
@@ -270,6 +281,30 @@ void StreamTlsTest::halfAHandshakeHoldsNobodyUp()
     feeder.stop();
     output.close();
     QVERIFY(std::chrono::steady_clock::now() - begin < std::chrono::seconds(5));
+}
+
+// The TLS library shakes hands with ten clients at once; the rest wait.
+void StreamTlsTest::manyHalvesHoldNobodyUp()
+{
+    const StreamRig rig(encrypted(board));
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    QCOMPARE(output.open(config), 0);
+    Feeder feeder(output, config);
+    QByteArray error;
+    const auto watch = [&] { error = received(url(), "tls-validation-flags=0", nullptr); };
+    const int undisturbed = milliseconds(watch);
+    QCOMPARE(error, QByteArray());
+    const auto before = openFiles();
+    std::list<RtspClient> halves;
+    for (int i = 0; i < 60; ++i) {
+        halves.emplace_back(config.port, 0, "127.0.0.3");
+        halves.back().send(QByteArray::fromHex("1603010200010001fc0303"));
+    }
+    const int disturbed = milliseconds(watch);
+    QCOMPARE(error, QByteArray());
+    QVERIFY2(disturbed < undisturbed + 2000, qPrintable(QString::number(disturbed)));
+    halves.clear();
+    QVERIFY(waitFor([&] { return openFiles() <= before; }));
 }
 
 QTEST_GUILESS_MAIN(StreamTlsTest)
