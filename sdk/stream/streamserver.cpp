@@ -21,6 +21,7 @@ namespace {
 constexpr const char* kMountPoint = "/stereo";
 constexpr guint kHouseKeepingInterval = 1000;  // ms
 constexpr gint64 kAfterlife = 2 * G_USEC_PER_SEC;
+constexpr gint64 kEndingTime = G_USEC_PER_SEC / 4;
 // Connections without a session that are put up with besides those of the clients served.
 constexpr std::size_t kSpareConnections = 16;
 // The TLS library shakes hands with ten at once; whoever comes next waits for one of them to end.
@@ -379,6 +380,12 @@ void StreamServer::houseKeeping()
 void StreamServer::closeAll()
 {
     g_source_destroy(listener.get());
+    // All have been ended, and halves of handshakes must be read to their end; see disconnect().
+    const gint64 end = g_get_monotonic_time() + kEndingTime;
+    while (certificate && !connections.empty() && g_get_monotonic_time() < end) {
+        g_main_context_iteration(context.get(), FALSE);
+        g_usleep(1000);
+    }
     gst_rtsp_server_client_filter(
         server.get(),
         [](GstRTSPServer*, GstRTSPClient*, gpointer) { return GST_RTSP_FILTER_REMOVE; }, nullptr);

@@ -106,6 +106,7 @@ private slots:
     void neverFallsBack();
     void halfAHandshakeHoldsNobodyUp();
     void manyHalvesHoldNobodyUp();
+    void closingFreesHalves();
 
 private:
     /// The stream object for a certificate, with further members.
@@ -305,6 +306,28 @@ void StreamTlsTest::manyHalvesHoldNobodyUp()
     QVERIFY2(disturbed < undisturbed + 2000, qPrintable(QString::number(disturbed)));
     halves.clear();
     QVERIFY(waitFor([&] { return openFiles() <= before; }));
+}
+
+void StreamTlsTest::closingFreesHalves()
+{
+    const StreamRig rig(encrypted(board));
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    int files = 0;
+    for (int round = 0; round < 4; ++round) {
+        QCOMPARE(output.open(config), 0);
+        RtspClient half(config.port);
+        QVERIFY(half.send(QByteArray::fromHex("1603010200010001fc0303")));
+        {
+            // Its handshake has come to the server when a later one has ended.
+            const RtspClient connection(config.port);
+            QVERIFY(TlsClient(connection, "TLS1.2").shakesHands());
+        }
+        output.close();
+        if (round == 0)
+            files = openFiles();
+        else
+            QVERIFY(waitFor([&] { return openFiles() <= files; }, 2000));
+    }
 }
 
 QTEST_GUILESS_MAIN(StreamTlsTest)
