@@ -21,7 +21,10 @@ constexpr unsigned kEncoderBuffers = 6;
 constexpr std::size_t kMostWaiting = 8192;
 constexpr auto kShortestSilence = std::chrono::seconds(2);
 constexpr auto kStandstill = std::chrono::milliseconds(500);
-constexpr auto kLossTime = std::chrono::seconds(10);
+// A loss ends soon after somebody came, who may read, and needs his first pictures whole.
+constexpr auto kLongLoss = std::chrono::milliseconds(10000);
+constexpr auto kShortLoss = std::chrono::milliseconds(200);
+constexpr auto kFirstPictures = std::chrono::seconds(1);
 constexpr auto kReportInterval = std::chrono::seconds(10);
 
 // A quarter of a second, so that a busy moment of the machine costs no frame.
@@ -173,6 +176,16 @@ void StreamFeed::encoderReady(GstAppSrc* source)
     endWaiting(GST_ELEMENT(source));
 }
 
+void StreamFeed::viewerCame()
+{
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        lastViewer = std::chrono::steady_clock::now();
+        lossEnd = std::min(lossEnd, lastViewer + kShortLoss);
+    }
+    requestKeyFrame();
+}
+
 void StreamFeed::requestKeyFrame()
 {
     GObjectPtr<GstPad> pad;
@@ -212,8 +225,9 @@ void StreamFeed::relieveSinks()
 {
     std::unique_lock<std::mutex> lock(mutex);
     const auto now = std::chrono::steady_clock::now();
-    if (losing && now - lossBegin > kLossTime) {
+    if (losing && now > lossEnd) {
         setLosing(std::move(lock), false);
+        requestKeyFrame();
     } else if (playing && waitingFrames >= mostWaiting && now - lastTaken > kStandstill) {
         setLosing(std::move(lock), true);
     }
@@ -230,7 +244,8 @@ void StreamFeed::setLosing(std::unique_lock<std::mutex> lock, bool lose)
         return;
     }
     losing = lose;
-    lossBegin = std::chrono::steady_clock::now();
+    const auto now = std::chrono::steady_clock::now();
+    lossEnd = now + (now - lastViewer < kFirstPictures ? kShortLoss : kLongLoss);
     const GObjectPtr<GstObject> pipeline(gst_object_get_parent(GST_OBJECT(media.get())));
     lock.unlock();
     const std::unique_ptr<GstIterator, decltype(&gst_iterator_free)> sinks(

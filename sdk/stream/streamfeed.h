@@ -62,13 +62,13 @@ public:
     /// Ends the wait of a media for its first frame if there is silence.
     void giveUp(GstElement* pipeline);
 
-    /// None of the viewers by TCP reads. For ten seconds the sinks lose packets instead of waiting
+    /// None of the viewers by TCP reads. For some seconds the sinks lose packets instead of waiting
     /// for them, so that the library looks for others that read; so it is, too, when the encoder
-    /// stands still behind such a sink. Any thread.
+    /// stands still behind such a sink. A key frame follows. Any thread.
     void sinkIsFull();
 
-    /// Makes the encoder begin its next frame afresh, for a client that has just joined.
-    void requestKeyFrame();
+    /// A client has begun to play: the encoder begins its next frame afresh. Any thread.
+    void viewerCame();
 
     /// Feeds nothing more, and ends the wait of a media for its first frame.
     void shutdown();
@@ -85,6 +85,7 @@ private:
     };
     using Waiting = std::variant<WaitingFrame, IMUPacket>;
 
+    void requestKeyFrame();
     void relieveSinks();
     void setLosing(std::unique_lock<std::mutex> lock, bool lose);
     bool wantsFrame() const;
@@ -120,7 +121,8 @@ private:
     std::chrono::steady_clock::time_point lastFrame;  // or the begin
     std::chrono::steady_clock::time_point lastTaken;  // by the encoder
     bool losing = false;                              // packets for viewers by TCP
-    std::chrono::steady_clock::time_point lossBegin;
+    std::chrono::steady_clock::time_point lossEnd;
+    std::chrono::steady_clock::time_point lastViewer;
     SenderStatistics counts;
     std::uint64_t reportedDrops = 0;
     std::chrono::steady_clock::time_point lastReport{};

@@ -215,7 +215,7 @@ void StreamServer::clientConnected(GstRTSPClient* client)
                      G_CALLBACK(+[](GstRTSPClient* player, GstRTSPContext*, gpointer self) {
                          auto* owner = static_cast<StreamServer*>(self);
                          owner->log(describe(player) + " plays");
-                         owner->feed->requestKeyFrame();
+                         owner->feed->viewerCame();
                      }),
                      this);
     turnAwayIdleClient();
