@@ -70,7 +70,7 @@ std::string readText(const QString& path)
 /// which may be other characters than those that the library itself shows as numbers.
 nlohmann::json parseText(const std::string& text)
 {
-    const nlohmann::json document = nlohmann::json::parse(text, nullptr, false);
+    nlohmann::json document = nlohmann::json::parse(text, nullptr, false);
     if (document.is_discarded()) {
         std::string plain = text;
         std::replace_if(

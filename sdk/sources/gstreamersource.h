@@ -17,9 +17,10 @@ public:
     /// How long a driver may take to open a camera, before it counts as hanging.
     static constexpr std::chrono::seconds kOpenLimit{10};
 
-    /// @param serial of the camera, for the log
-    GStreamerSource(const rig::GStreamerSettings& settings, int serial, const Clock& clock,
-                    std::chrono::milliseconds openLimit = kOpenLimit);
+    /// @param serialNumber of the camera, for the log
+    GStreamerSource(const rig::GStreamerSettings& sourceSettings, int serialNumber,
+                    const Clock& sourceClock,
+                    std::chrono::milliseconds longestOpening = kOpenLimit);
     ~GStreamerSource() override;
 
     FrameFormat open(const FrameFormat& wanted) override;

@@ -24,7 +24,7 @@ constexpr auto kStandstill = std::chrono::milliseconds(500);
 // A loss ends soon after somebody came, who may read, and needs his first pictures whole.
 constexpr auto kLongLoss = std::chrono::milliseconds(10000);
 constexpr auto kShortLoss = std::chrono::milliseconds(200);
-constexpr auto kFirstPictures = std::chrono::seconds(1);
+constexpr auto kFirstPictures = std::chrono::seconds(3);
 constexpr auto kReportInterval = std::chrono::seconds(10);
 
 // A quarter of a second, so that a busy moment of the machine costs no frame.
