@@ -27,7 +27,8 @@ constexpr std::size_t kSpareConnections = 16;
 // The TLS library shakes hands with ten at once; whoever comes next waits for one of them to end.
 // So one address has this many connections without a session besides its share of clients.
 constexpr std::size_t kSpareHandshakes = 4;
-constexpr int kListenBacklog = 16;
+// Connections of a flood in the queue would make a newcomer try again after 1, 3, 7 s.
+constexpr int kListenBacklog = 128;
 // Requests are small; what a client sends beyond waits in its own machine.
 constexpr int kReceiveBuffer = 32 * 1024;
 constexpr guint kLongestBody = 4096;

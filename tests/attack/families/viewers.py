@@ -121,7 +121,7 @@ def wait_until_full(port, limit=60):
 
 def stuck(name, title, before, stopped, **more):
     """`before`: transports of viewers that are there already."""
-    @attack(name, title, service={"width": 960, "height": 600}, **more)
+    @attack(name, title, service={"width": 960, "height": 600}, rehearsed=True, **more)
     def sticking(arena, service):
         with contextlib.ExitStack() as stack:
             healthy = [stack.enter_context(Viewer(service, tcp=transport == "TCP")) for transport in before]
