@@ -88,9 +88,15 @@ void limitWaiting(GstRTSPMedia* media, GMainContext* context)
         },
         SharedData<Waiting>::make(waiting), SharedData<Waiting>::release);
     g_source_attach(timer, context);
-    g_object_set_data_full(G_OBJECT(media), kWaitingKey, timer, [](gpointer source) {
-        const GSourcePtr owner(static_cast<GSource*>(source));
-    });
+    // The media's thread may end first, and a timer cannot be taken from a context that is gone.
+    struct Timer {
+        MainContextPtr context;
+        GSourcePtr source;
+    };
+    g_object_set_data_full(
+        G_OBJECT(media), kWaitingKey,
+        new Timer{MainContextPtr(g_main_context_ref(context)), GSourcePtr(timer)},
+        [](gpointer owned) { delete static_cast<Timer*>(owned); });
 }
 
 gboolean prepare(GstRTSPMedia* media, GstRTSPThread* thread)
