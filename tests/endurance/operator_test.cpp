@@ -180,6 +180,6 @@ int main(int argc, char** argv)
                 qPrintable(parser.value("actions")));
     sdk::registerMetaTypes();
     qInstallMessageHandler(keepMessage);
-    qtcalls::record = std::fopen("/dev/null", "w");  // so that prescribed pauses are passed over
+    qtcalls::record = std::fopen("/dev/null", "w");  // so that its pauses are passed over
     return operate(parser.value("seed").toULongLong(), parser.value("actions").toInt(), journal);
 }
