@@ -174,6 +174,7 @@ void StreamLimitsTest::closesInTime()
         floods.emplace_back(config.port, begin, piece);
         QVERIFY(waitFor([&] { return floods.front().bytes() > 100000; }));
     }
+    feeder->stop();  // the sender is closed by who feeds it
     const auto closing = Clock::now();
     output->close();
     QVERIFY2(milliseconds(closing) < 1000, qPrintable(QString::number(milliseconds(closing))));
