@@ -9,31 +9,17 @@
 #include <csignal>
 
 #include "tests/sdk/stream_testing.h"
+#include "tests/support/outcome.h"
 
 using namespace streamtest;
 
 namespace {
 
-struct Outcome {
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
 Outcome runProgram(const QString& program, const QStringList& arguments, int milliseconds = 60000)
 {
     QProcess process;
     process.start(program, arguments);
-    Outcome outcome;
-    if (!process.waitForFinished(milliseconds)) {
-        process.kill();
-        process.waitForFinished();
-    } else if (process.exitStatus() == QProcess::NormalExit) {
-        outcome.status = process.exitCode();
-    }
-    outcome.out = process.readAllStandardOutput();
-    outcome.err = process.readAllStandardError();
-    return outcome;
+    return finish(process, milliseconds);
 }
 
 bool installed(const QString& program)

@@ -6,27 +6,7 @@
 #include <QProcess>
 #include <QStringList>
 
-/// How a program ended, and what it printed.
-struct Outcome {
-    int status = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-/// Waits for its end, and kills it when that takes too long.
-inline Outcome finish(QProcess& process, int milliseconds = 60000)
-{
-    Outcome outcome;
-    if (!process.waitForFinished(milliseconds)) {
-        process.kill();
-        process.waitForFinished();
-    } else if (process.exitStatus() == QProcess::NormalExit) {
-        outcome.status = process.exitCode();
-    }
-    outcome.out = process.readAllStandardOutput();
-    outcome.err = process.readAllStandardError();
-    return outcome;
-}
+#include "tests/support/outcome.h"
 
 /// Runs vistrel-receive.
 inline Outcome receive(const QStringList& arguments, const QProcessEnvironment& environment =
