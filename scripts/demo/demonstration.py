@@ -7,6 +7,7 @@ built. VISTREL_DEMO_PICTURE is where a window in memory leaves a screenshot at i
 """
 import argparse
 import contextlib
+import errno
 import glob
 import json
 import os
@@ -136,9 +137,13 @@ def configure(options, work):
     return rig, stream
 
 
-def port_open(address):
-    with contextlib.suppress(OSError), socket.create_connection(address, timeout=5):
-        return True
+def port_taken(host, port):
+    """Whether somebody listens there; asked without a connection, which could meet itself."""
+    try:
+        family = socket.AF_INET6 if ":" in host else socket.AF_INET
+        socket.create_server((host, port), family=family).close()
+    except OSError as error:
+        return error.errno == errno.EADDRINUSE
     return False
 
 
@@ -201,12 +206,12 @@ class Demonstration:
     def headless(self):
         options, bound = self.options, self.stream.get("bindAddress") or "0.0.0.0"
         host = "127.0.0.1" if bound in ("0.0.0.0", "::") else bound
-        if port_open((host, options.port)):
+        if port_taken(bound, options.port):
             raise Failed(f"port {options.port} is used by another program; choose one with --port")
         program = self.start_program("--cli")
         print("Starting the cameras and the stream ...")
         late = time.monotonic() + 60
-        while not port_open((host, options.port)):
+        while f":{options.port}/stereo" not in self.log.read_text(errors="replace"):
             if program.poll() is not None:
                 self.fail_with_log("the program ended before it streamed")
             if time.monotonic() > late:

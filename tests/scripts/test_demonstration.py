@@ -160,6 +160,18 @@ def test_encrypted(desk):
     assert "rtsps://0.0.0.0:41240/stereo" in (desk.folder / "pictures/kor_vistrel.log").read_text()
 
 
+# Then a connection to a port on which nobody listens yet soon meets itself.
+def test_port_of_outgoing_connections(desk):
+    ports = pathlib.Path("/proc/sys/net/ipv4/ip_local_port_range")
+    usual = ports.read_text()
+    try:
+        ports.write_text("41242 41257")
+        desk.ends(0, "rtsp://localhost:41250/stereo", "--seconds", SECONDS, "--port", "41250", "--out",
+                  "pictures")
+    finally:
+        ports.write_text(usual)
+
+
 @pytest.mark.parametrize("signum, status", [(signal.SIGINT, 130), (signal.SIGTERM, 143)])
 def test_interrupt_before_the_stream(desk, signum, status):
     process = desk.start("--port", "41238", "--out", "pictures")
