@@ -45,12 +45,6 @@ QString plugin(const QString& name)
     return {};
 }
 
-QByteArray contents(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 }  // namespace
 
 class ReceiveTest : public QObject {
@@ -82,11 +76,10 @@ private slots:
 
 private:
     void send(const QStringList& options = {}, const QByteArray& stream = "{}");
-    QString address(const QString& user = {}) const;
+    QString address(const QString& user = {}) const { return sender->address(user); }
 
     std::unique_ptr<QTemporaryDir> folder;
-    std::unique_ptr<QProcess> sender;
-    int port = 0;
+    std::unique_ptr<SampleSender> sender;
 };
 
 void ReceiveTest::init()
@@ -97,32 +90,14 @@ void ReceiveTest::init()
 
 void ReceiveTest::cleanup()
 {
-    if (sender) {
-        sender->terminate();
-        QVERIFY(sender->waitForFinished(20000));
-        sender.reset();
-    }
+    QVERIFY(!sender || sender->end());
+    sender.reset();
 }
 
 void ReceiveTest::send(const QStringList& options, const QByteArray& stream)
 {
-    QFile rig(folder->filePath("rig.json"));
-    QVERIFY(rig.open(QIODevice::WriteOnly));
-    rig.write("{\"cameras\": [], \"stream\": " + stream + "}");
-    rig.close();
-    port = freePort();
-    sender = std::make_unique<QProcess>();
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("KOR_RIG", rig.fileName());
-    sender->setProcessEnvironment(environment);
-    sender->start(VISTREL_SAMPLE_SENDER, QStringList{QString::number(port)} + options);
-    QVERIFY(sender->waitForReadyRead(60000));
-    QVERIFY(sender->readAllStandardOutput().startsWith("ready"));
-}
-
-QString ReceiveTest::address(const QString& user) const
-{
-    return "rtsp://" + user + "127.0.0.1:" + QString::number(port) + "/stereo";
+    sender = std::make_unique<SampleSender>(options, stream);
+    QVERIFY(sender->isReady());
 }
 
 void ReceiveTest::explainsItself()
@@ -182,8 +157,8 @@ void ReceiveTest::refusesAddressesOfOtherCharacters()
 
 void ReceiveTest::reportsAbsentSender()
 {
-    port = freePort();
-    const Outcome outcome = receive({address()});
+    const QString nobody = "rtsp://127.0.0.1:" + QString::number(freePort()) + "/stereo";
+    const Outcome outcome = receive({nobody});
     QCOMPARE(outcome.status, 1);
     QVERIFY(outcome.err.startsWith("vistrel-receive: "));
 }
@@ -332,7 +307,7 @@ void ReceiveTest::endsWithTheSender()
     // A status line of each: frames have come.
     QVERIFY2(all.waitForReadyRead(60000), all.readAllStandardError());
     QVERIFY2(some.waitForReadyRead(60000), some.readAllStandardError());
-    sender->terminate();
+    sender->end();
     QCOMPARE(finish(all).status, 1);  // not all that were asked for
     const Outcome outcome = finish(some);
     QCOMPARE(outcome.status, 0);
@@ -344,8 +319,8 @@ void ReceiveTest::timesOut()
 {
     // Something listens, but it is no sender.
     const SilentListener silent;
-    port = silent.port();
-    const Outcome outcome = receive({"-t", "1", address()});
+    const Outcome outcome =
+        receive({"-t", "1", "rtsp://127.0.0.1:" + QString::number(silent.port()) + "/stereo"});
     QCOMPARE(outcome.status, 1);
     QVERIFY2(outcome.err.contains("no frame for 1 s"), outcome.err);
 }

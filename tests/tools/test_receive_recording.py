@@ -25,10 +25,24 @@ def test_full_disk(tmp_path, option):
     assert "stream has ended" not in done.stderr
 
 
-def test_full_disk_ends_the_recording(tmp_path):
+@pytest.mark.parametrize("name", ["video.mkv", "both.ts"])
+def test_full_disk_ends_the_recording(tmp_path, name):
+    recording = tmp_path / name
+    recording.symlink_to("/dev/full")
     with Video(video(tmp_path, (64, 48))) as sender:
-        done = receive(sender, "--record", "/dev/full")
+        done = receive(sender, "--record", recording)
     assert done.returncode == 3, done.stderr
+    assert len(done.stderr.splitlines()) == 1
+    assert f"vistrel-receive: {recording}: " in done.stderr
+
+
+def test_silent_data_stream_holds_up_nothing(tmp_path):
+    recording = tmp_path / "both.ts"
+    with Video(video(tmp_path, (64, 48))) as sender:
+        done = receive(sender, "-n", "150", "--record", recording)
+    assert done.returncode == 0, done.stderr
+    again = subprocess.run([RECEIVE, "-n", "150", recording], check=False)
+    assert again.returncode == 0
 
 
 def test_folder_goes_away(tmp_path):

@@ -16,14 +16,18 @@ namespace {
 
 constexpr const char* kHelp =
     R"(Usage: vistrel-receive [OPTION]... rtsp[s]://[USER:PASSWORD@]HOST:PORT/stereo
+       vistrel-receive [OPTION]... FILE.ts
 
 Receives a virtual stereo camera and shows a status line per second: serial
 number, size, frames per second, bit rate of the video, latency from capture to
-decoded picture, frames lost, IMU packets per second, and each eye.
+decoded picture, frames lost, IMU packets per second, and each eye. Or reads what
+was recorded to FILE.ts, as fast as it can, with a status line per second of it.
 
 Output:
   -s, --snapshot FILE   write the first stereo picture as PNG
-  -r, --record FILE     record the video as Matroska, not coded anew
+  -r, --record FILE     record, the video not coded anew: FILE.ts is MPEG-TS
+                        with the data (exact times, IMU) as KLV, any other
+                        Matroska with the video only
   -i, --imu FILE        write every IMU packet as a line of CSV
   -j, --json FILE       write statistics as JSON when done; - is standard output
   -q, --quiet           show no status lines
@@ -133,29 +137,29 @@ Options parseOptions(int argc, char** argv)
             case 'd': options.duration = number("--duration", 0, 1000000000); break;
             case 't': options.timeout = number("--timeout", 0, 1000000000); break;
             case 'M': options.memory = wholeNumber("--memory", 1, 1000000); break;
-            case 'T': options.tcp = true; break;
-            case 'C': options.authorities = optarg; break;
-            case 'I': options.insecure = true; break;
-            case 'J': options.jitter = wholeNumber("--jitter", 0, 60000); break;
-            case 'D': options.decode = false; break;
+            case 'T': options.source.tcp = true; break;
+            case 'C': options.source.authorities = optarg; break;
+            case 'I': options.source.insecure = true; break;
+            case 'J': options.source.jitter = wholeNumber("--jitter", 0, 60000); break;
+            case 'D': options.source.decode = false; break;
             case 'h': std::cout << kHelp; std::exit(SUCCESS);
             case 'V': std::cout << "vistrel-receive " VISTREL_VERSION "\n"; std::exit(SUCCESS);
             default: refuse("");  // getopt has said why
         }
     }
-    demand(optind < argc, "the address of a stream is missing");
-    demand(optind + 1 == argc, "one address is expected");
-    options.url = argv[optind];
-    demand(g_utf8_validate(argv[optind], -1, nullptr) != FALSE,
-           "'" + withoutCredentials(options.url) + "' is not UTF-8");
-    const bool secure = options.isSecure();
-    demand(secure || options.url.rfind("rtsp://", 0) == 0,
-           "'" + withoutCredentials(options.url) + "' does not begin with rtsp:// or rtsps://");
-    const bool trusts = options.insecure || !options.authorities.empty();
+    demand(optind < argc, "the address of a stream or a recorded file is missing");
+    demand(optind + 1 == argc, "one address or file is expected");
+    const std::string url = options.source.url = argv[optind];
+    demand(options.source.isFile() || g_utf8_validate(argv[optind], -1, nullptr) != FALSE,
+           "'" + withoutCredentials(url) + "' is not UTF-8");
+    const bool secure = options.source.isSecure();
+    demand(secure || options.source.isFile() || url.rfind("rtsp://", 0) == 0,
+           "'" + withoutCredentials(url) + "' does not begin with rtsp:// or rtsps://");
+    const bool trusts = options.source.insecure || !options.source.authorities.empty();
     demand(secure || !trusts, "--ca and --insecure need an address that begins with rtsps://");
-    demand(!options.insecure || options.authorities.empty(),
+    demand(!options.source.insecure || options.source.authorities.empty(),
            "--ca and --insecure exclude each other");
-    demand(options.snapshot.empty() || options.decode, "--snapshot needs decoding");
+    demand(options.snapshot.empty() || options.source.decode, "--snapshot needs decoding");
     return options;
 }
 

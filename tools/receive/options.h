@@ -5,28 +5,22 @@
 #include <cstdint>
 #include <string>
 
+#include "tools/receive/session.h"
+
 namespace receive {
 
 /// What the command line asks for.
 struct Options {
-    std::string url;
+    Source source;             ///< the stream, or the file
     std::string snapshot;      ///< PNG file, empty: none
-    std::string recording;     ///< Matroska file, empty: none
+    std::string recording;     ///< MPEG-TS or Matroska file, empty: none
     std::string imuFile;       ///< CSV file, empty: none
     std::string statistics;    ///< JSON file, "-" for standard output, empty: none
     std::uint64_t frames = 0;  ///< end after so many frames, 0: no limit
     double duration = 0;       ///< end after so many seconds, 0: no limit
     double timeout = 10;       ///< end when no frame came for so many seconds
     unsigned memory = 512;     ///< end when more is in use, MB
-    unsigned jitter = 200;     ///< how long a missing packet is waited for, ms
-    bool tcp = false;          ///< media through the RTSP connection
-    std::string authorities;   ///< PEM file of the authorities to trust, empty: the system's
-    bool insecure = false;     ///< accept any certificate
-    bool decode = true;
-    bool quiet = false;  ///< no status lines
-
-    /// Whether the stream comes by TLS, its media included.
-    bool isSecure() const { return url.rfind("rtsps://", 0) == 0; }
+    bool quiet = false;        ///< no status lines
 };
 
 /// As the help explains them.

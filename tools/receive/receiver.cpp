@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// The pipeline of vistrel-receive.
+// The work of vistrel-receive.
 #include "tools/receive/receiver.h"
 
-#include <gio/gio.h>
-#include <gst/rtp/gstrtpbuffer.h>
 #include <gst/video/video.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -16,13 +15,12 @@
 #include <iostream>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 namespace receive {
 
 using tq::CapsPtr;
 using tq::Failure;
-using tq::GObjectPtr;
-using tq::MessagePtr;
 using tq::SamplePtr;
 using Lock = std::lock_guard<std::mutex>;
 
@@ -31,10 +29,7 @@ namespace {
 constexpr GstClockTime kPoll = 20 * GST_MSECOND;
 constexpr auto kClosePatience = std::chrono::seconds(1);
 constexpr GstClockTime kSnapshotPatience = 10 * GST_SECOND;
-constexpr int kQueueBytes = 64000000;  // what waits to be decoded, or recorded, at most
-constexpr int kEyeGrid = 24;           // samples per row and column of an eye
-// In a pipeline that plays, a sink must not wait for a first frame before the others get any.
-constexpr const char* kSink = "fakesink sync=false async=false enable-last-sample=false";
+constexpr int kEyeGrid = 24;  // samples per row and column of an eye
 
 /// ns since 1970
 std::uint64_t realTime()
@@ -74,19 +69,6 @@ bool doneWithin(std::chrono::seconds patience, Task task)
     return done.wait_for(patience) == std::future_status::ready;
 }
 
-/// "H264", "SMPTE336M" and so on; empty if it is not known.
-std::string encodingOf(const GstCaps* caps)
-{
-    const char* const name =
-        caps ? gst_structure_get_string(gst_caps_get_structure(caps, 0), "encoding-name") : nullptr;
-    return name ? name : "";
-}
-
-bool isVideo(const std::string& encoding)
-{
-    return encoding == "H264" || encoding == "H265";
-}
-
 /// Writes a whole file; errno says why it cannot.
 bool writeFile(const std::string& path, const void* data, std::size_t bytes)
 {
@@ -94,70 +76,6 @@ bool writeFile(const std::string& path, const void* data, std::size_t bytes)
     file.write(static_cast<const char*>(data), static_cast<std::streamsize>(bytes));
     file.close();
     return file.good();
-}
-
-/// What is wrong with a certificate, in words.
-std::string objections(GTlsCertificateFlags flags)
-{
-    struct Objection {
-        GTlsCertificateFlags flag;
-        const char* text;
-    };
-    std::string list;
-    for (const Objection& objection :
-         {Objection{G_TLS_CERTIFICATE_UNKNOWN_CA, "its authority is not known here"},
-          Objection{G_TLS_CERTIFICATE_BAD_IDENTITY, "it is of another host"},
-          Objection{G_TLS_CERTIFICATE_NOT_ACTIVATED, "it is not valid yet"},
-          Objection{G_TLS_CERTIFICATE_EXPIRED, "it has expired"},
-          Objection{G_TLS_CERTIFICATE_REVOKED, "it was revoked"},
-          Objection{G_TLS_CERTIFICATE_INSECURE, "it is too weak"}}) {
-        if ((flags & objection.flag) != 0) {
-            list += (list.empty() ? "" : ", ") + std::string(objection.text);
-        }
-    }
-    return list.empty() ? "it cannot be verified" : list;
-}
-
-/// Asked about a certificate that could not be verified; a thread of GStreamer's.
-gboolean acceptCertificate(GstElement*, GTlsConnection*, GTlsCertificate*,
-                           GTlsCertificateFlags flags, const Options* options)
-{
-    if (!options->insecure) {
-        tell("the sender's certificate is refused: " + objections(flags) +
-             " (see --ca and --insecure)");
-    }
-    return options->insecure ? TRUE : FALSE;
-}
-
-/// The installed decoder for "h264" or "h265", its plug-in loaded; empty if there is none.
-std::string decoderFor(const std::string& codec)
-{
-    for (const std::string& name :
-         {"avdec_" + codec, std::string(codec == "h265" ? "libde265dec" : "openh264dec")}) {
-        const GObjectPtr<GstElementFactory> factory(gst_element_factory_find(name.c_str()));
-        if (factory) {
-            const GObjectPtr<GstPluginFeature> loaded(
-                gst_plugin_feature_load(GST_PLUGIN_FEATURE(factory.get())));
-            return name;
-        }
-    }
-    return {};
-}
-
-/// Notes the RTP timestamp under the PTS, by which it is found when the packet is unwrapped.
-/// @return bytes of the payload
-std::size_t remember(Latest<GstClockTime, std::uint32_t>& times, GstBuffer* packet)
-{
-    GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
-    if (!gst_rtp_buffer_map(packet, GST_MAP_READ, &rtp)) {
-        return 0;
-    }
-    if (GST_BUFFER_PTS_IS_VALID(packet)) {
-        times.add(GST_BUFFER_PTS(packet), gst_rtp_buffer_get_timestamp(&rtp));
-    }
-    const std::size_t bytes = gst_rtp_buffer_get_payload_len(&rtp);
-    gst_rtp_buffer_unmap(&rtp);
-    return bytes;
 }
 
 /// Luma of one eye on a coarse grid.
@@ -180,9 +98,37 @@ std::vector<std::uint8_t> sampleEye(const GstVideoFrame& frame, int eye)
 
 }  // namespace
 
+Receiver::Receiver(const Options& receiveOptions)
+    : options(receiveOptions), session(options.source, events())
+{
+    if (!options.recording.empty()) {
+        recorder = std::make_unique<Recorder>(options.recording, [this](const std::string& reason) {
+            const Lock lock(mutex);
+            recordingFailed = true;
+            fileFailed(options.recording, reason);
+        });
+    }
+}
+
+SessionEvents Receiver::events()
+{
+    SessionEvents told;
+    told.videoBytes = [this](std::size_t bytes) {
+        const Lock lock(mutex);
+        counts.totals.videoBytes += bytes;
+    };
+    told.codedFrame = [this](const Frame& frame) { onCodedFrame(frame); };
+    told.picture = [this](const Frame& picture) { onPicture(picture); };
+    told.dataUnit = [this](const DataUnit& unit) { onDataUnit(unit); };
+    told.remark = tell;
+    return told;
+}
+
 ExitStatus Receiver::run(const volatile std::sig_atomic_t& stop)
 {
-    if (!openAuthorities()) {
+    const std::string distrust = session.trust();
+    if (!distrust.empty()) {
+        tell(distrust);
         return WRONG_USE;
     }
     if (!openFiles()) {
@@ -190,8 +136,11 @@ ExitStatus Receiver::run(const volatile std::sig_atomic_t& stop)
         return FILE_ERROR;
     }
     if (start()) {
-        while (stop == 0 && !finished() && !streamEnded()) {
-            showStatus();
+        while (stop == 0 && !finished() && !sessionEnded()) {
+            if (!options.source.isFile()) {
+                const Lock lock(mutex);
+                showStatus(elapsed());
+            }
         }
     }
     finishRecording();
@@ -204,9 +153,13 @@ ExitStatus Receiver::run(const volatile std::sig_atomic_t& stop)
     const bool received = counts.totals.frames > 0 && counts.totals.frames >= options.frames;
     const ExitStatus status = !written ? FILE_ERROR : received ? SUCCESS : NO_FRAMES;
     lock.unlock();
-    // A sender that goes on talking can hold this up for ever.
-    if (!doneWithin(std::min(patience, kClosePatience),
-                    [this] { gst_element_set_state(pipeline.get(), GST_STATE_NULL); })) {
+    // A sender that goes on talking can hold this up for ever, and so can a disk.
+    if (!doneWithin(std::min(patience, kClosePatience), [this] {
+            session.stop();
+            if (recorder) {
+                recorder->stop();
+            }
+        })) {
         std::_Exit(status);
     }
     lock.lock();  // what the streaming threads did comes before what follows
@@ -234,78 +187,22 @@ bool Receiver::openFiles()
     return fileError.empty();
 }
 
-bool Receiver::openAuthorities()
-{
-    Failure failed;
-    if (!options.authorities.empty()) {
-        authorities.reset(g_tls_file_database_new(options.authorities.c_str(), failed.place()));
-        if (!authorities) {
-            tell(options.authorities + ": " + failed.text("is no PEM file"));
-            return false;
-        }
-    }
-    return true;
-}
-
-/// Says how the media come, and whom to trust.
-void Receiver::protect(GstElement* source)
-{
-    gst_util_set_object_arg(G_OBJECT(source), "protocols",
-                            options.tcp || options.isSecure() ? "tcp" : "udp+tcp");
-    if (authorities) {
-        g_object_set(source, "tls-database", authorities.get(), nullptr);
-    }
-    g_signal_connect(source, "accept-certificate", G_CALLBACK(acceptCertificate),
-                     const_cast<Options*>(&options));
-}
-
 bool Receiver::start()
 {
-    pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new("receive"))));
-    // Else their loading would delay the first frames.
-    decoderFor("h264");
-    decoderFor("h265");
-    GstElement* source = gst_element_factory_make("rtspsrc", "source");
-    if (!source) {
-        tell("the GStreamer element rtspsrc is not installed");
-        return false;
+    const std::string problem = session.start();
+    if (!problem.empty()) {
+        tell(problem);
     }
-    g_object_set(source, "location", options.url.c_str(), "latency", options.jitter, "timeout",
-                 guint64{2000000}, nullptr);
-    protect(source);
-    g_signal_connect(source, "select-stream",
-                     G_CALLBACK(+[](GstElement*, guint stream, GstCaps* caps, Receiver* self) {
-                         return static_cast<gboolean>(self->wants(stream, caps));
-                     }),
-                     this);
-    // Each of what claims to be a further source of a stream would have threads of its own.
-    g_signal_connect(source, "new-manager",
-                     G_CALLBACK(+[](GstElement*, GstElement* manager, gpointer) {
-                         g_object_set(manager, "max-streams", 1u, nullptr);
-                     }),
-                     nullptr);
-    g_signal_connect(
-        source, "pad-added",
-        G_CALLBACK(+[](GstElement*, GstPad* pad, Receiver* self) { self->onPad(pad); }), this);
-    gst_bin_add(GST_BIN(pipeline.get()), source);
-    const GObjectPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
-    gst_bus_set_sync_handler(bus.get(), onMessage, this, nullptr);
-    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
-        tell("the address cannot be used");
-        return false;
-    }
-    return true;
+    return problem.empty();
 }
 
 bool Receiver::finished()
 {
-    const Clock::time_point now = Clock::now();
     const Lock lock(mutex);
-    if ((options.frames > 0 && counts.totals.frames >= options.frames) ||
-        (options.duration > 0 && seconds(now - began) >= options.duration)) {
+    if (hasAllFrames() || (options.duration > 0 && elapsed() >= options.duration)) {
         return true;
     }
-    if (options.timeout > 0 && seconds(now - lastFrame) >= options.timeout) {
+    if (options.timeout > 0 && seconds(Clock::now() - lastFrame) >= options.timeout) {
         std::ostringstream reason;
         reason << "no frame for " << options.timeout << " s";
         tell(reason.str());
@@ -317,58 +214,39 @@ bool Receiver::finished()
              " MB of memory are in use (--memory allows more)");
         return true;
     }
-    return false;
+    return recordingFailed;
 }
 
-/// Waits for news of the pipeline for a while.
-bool Receiver::streamEnded()
+/// Waits for news of the session for a while.
+bool Receiver::sessionEnded()
 {
-    const GObjectPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
-    const MessagePtr message(gst_bus_timed_pop(bus.get(), kPoll));
-    if (!message) {
-        return false;
-    }
-    Failure failed;
-    if (GST_MESSAGE_TYPE(message.get()) == GST_MESSAGE_ERROR) {
-        gst_message_parse_error(message.get(), failed.place(), nullptr);
-    }
+    const std::optional<std::string> reason = session.ended(kPoll);
     const Lock lock(mutex);
-    if (fileError.empty()) {
-        tell(failed.text("the stream has ended"));
+    if (reason && !reason->empty() && fileError.empty()) {
+        tell(*reason);
     }
-    return true;
+    return reason.has_value();
 }
 
-void Receiver::showStatus()
+/// The mutex is held.
+/// @param at seconds, of the recording where it is one
+void Receiver::showStatus(double at)
 {
-    const Clock::time_point now = Clock::now();
-    const double passed = seconds(now - shown);
+    const double passed = at - shownAt;
     if (passed < 1) {
         return;
     }
-    shown = now;
-    const Lock lock(mutex);
+    shownAt = at;
     const std::string line = counts.statusLine(passed);
     if (!options.quiet && counts.totals.frames > 0) {
         std::cout << line << '\n' << std::flush;
     }
 }
 
-// The muxer completes the file when its input ends; the rest of the pipeline goes on meanwhile.
 void Receiver::finishRecording()
 {
-    std::unique_lock<std::mutex> lock(mutex);
-    if (!recordingInput || recordingOver) {
-        return;
-    }
-    lock.unlock();
-    const bool told = doneWithin(patience, [this] {
-        const GObjectPtr<GstPad> tee(gst_pad_get_peer(recordingInput.get()));
-        gst_pad_unlink(tee.get(), recordingInput.get());
-        gst_pad_send_event(recordingInput.get(), gst_event_new_eos());
-    });
-    lock.lock();
-    if (!told || !recordingEnded.wait_for(lock, patience, [this] { return recordingOver; })) {
+    if (recorder && !recorder->finish(patience)) {
+        const Lock lock(mutex);
         fileFailed(options.recording, "could not be completed");
     }
 }
@@ -397,7 +275,7 @@ bool Receiver::writeStatistics()
         return true;
     }
     const std::string text =
-        counts.json(withoutCredentials(options.url), seconds(lastFrame - firstFrame)) + '\n';
+        counts.json(withoutCredentials(options.source.url), lastFrameAt - firstFrameAt) + '\n';
     if (options.statistics == "-") {
         std::cout << text << std::flush;
         return std::cout.good();
@@ -409,228 +287,96 @@ bool Receiver::writeStatistics()
     return true;
 }
 
-/// Whether a stream of the session is received: the first video and the first data.
-bool Receiver::wants(guint stream, const GstCaps* caps)
+void Receiver::onCodedFrame(const Frame& frame)
 {
-    const std::string encoding = encodingOf(caps);
-    if (!isVideo(encoding) && encoding != "SMPTE336M") {
-        return false;
-    }
-    std::optional<guint>& wanted = isVideo(encoding) ? videoStream : dataStream;
-    if (!wanted) {
-        wanted = stream;
-    }
-    // Asked again when the media are asked for by TCP instead.
-    return *wanted == stream;
-}
-
-void Receiver::onPad(GstPad* pad)
-{
-    const CapsPtr caps(gst_pad_get_current_caps(pad));
-    std::string encoding = encodingOf(caps.get());
-    if (encoding == "SMPTE336M" && !dataConnected.exchange(true)) {
-        connect(pad, std::string("identity name=data-packets ! ") + kSink);
-    }
-    if (!isVideo(encoding) || videoConnected.exchange(true)) {
-        return;
-    }
-    const std::string codec = encoding == "H265" ? "h265" : "h264";
-    if (options.decode && decoderFor(codec).empty()) {
-        GST_ELEMENT_ERROR(pipeline.get(), CORE, MISSING_PLUGIN,
-                          ("no decoder for %s is installed", encoding.c_str()), (nullptr));
-        return;
-    }
-    connect(pad, videoLine(codec));
-    const Lock lock(mutex);
-    counts.codec = encoding.insert(1, ".");
-}
-
-// What is recorded has a parser of its own, as the muxer may need another form of the stream than
-// the decoder.
-std::string Receiver::videoLine(const std::string& codec) const
-{
-    std::string line = "identity name=packets ! rtp" + codec + "depay ! " + codec +
-                       "parse ! identity name=frames ! tee name=t t. ! ";
-    if (options.decode) {
-        line += "queue max-size-bytes=" + std::to_string(kQueueBytes) + " ! " + decoderFor(codec) +
-                " ! identity name=pictures ! ";
-    }
-    line += kSink;
-    if (!options.recording.empty()) {
-        line +=
-            " t. ! queue name=record max-size-buffers=0 max-size-time=3000000000 max-size-bytes=" +
-            std::to_string(kQueueBytes) + " ! " + codec +
-            "parse name=record-parser ! matroskamux name=record-muxer ! "
-            // A full disk shows at once, and nothing is left to write when the muxer has ended.
-            "filesink name=record-file buffer-mode=unbuffered async=false";
-    }
-    return line;
-}
-
-void Receiver::connect(GstPad* pad, const std::string& description)
-{
-    Failure failed;
-    GstElement* bin = gst_parse_bin_from_description_full(
-        description.c_str(), TRUE, nullptr, GST_PARSE_FLAG_FATAL_ERRORS, failed.place());
-    if (!bin) {
-        GST_ELEMENT_ERROR(pipeline.get(), CORE, MISSING_PLUGIN, ("%s", failed.text("")), (nullptr));
-        return;
-    }
-    gst_bin_add(GST_BIN(pipeline.get()), bin);
-    watch<&Receiver::onVideoPacket>(bin, "packets");
-    watch<&Receiver::onCodedFrame>(bin, "frames");
-    watch<&Receiver::onPicture>(bin, "pictures");
-    watch<&Receiver::onDataPacket>(bin, "data-packets");
-    const GObjectPtr<GstElement> file(gst_bin_get_by_name(GST_BIN(bin), "record-file"));
-    if (file) {
-        g_object_set(file.get(), "location", options.recording.c_str(), nullptr);
-        const GObjectPtr<GstPad> end(gst_element_get_static_pad(file.get(), "sink"));
-        gst_pad_add_probe(end.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, onRecordingEvent, this,
-                          nullptr);
-        const GObjectPtr<GstElement> record(gst_bin_get_by_name(GST_BIN(bin), "record"));
-        const Lock lock(mutex);
-        recordingInput.reset(gst_element_get_static_pad(record.get(), "sink"));
-    }
-    const GObjectPtr<GstPad> sink(gst_element_get_static_pad(bin, "sink"));
-    gst_element_sync_state_with_parent(bin);
-    gst_pad_link(pad, sink.get());
-}
-
-/// Has a function called for every buffer that passes the element of this name, if there is one.
-template <void (Receiver::*handle)(GstElement*, GstBuffer*)>
-void Receiver::watch(GstElement* bin, const char* name)
-{
-    const GObjectPtr<GstElement> element(gst_bin_get_by_name(GST_BIN(bin), name));
-    const auto call = [](GstElement* place, GstBuffer* buffer, Receiver* self) {
-        (self->*handle)(place, buffer);
-    };
-    if (element) {
-        g_signal_connect(element.get(), "handoff", G_CALLBACK(+call), this);
-    }
-}
-
-GstPadProbeReturn Receiver::onRecordingEvent(GstPad*, GstPadProbeInfo* info, gpointer self)
-{
-    if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) != GST_EVENT_EOS) {
-        return GST_PAD_PROBE_OK;
-    }
-    // Taken before the file element sees it, after the muxer has written its end.
-    auto* const receiver = static_cast<Receiver*>(self);
-    const Lock lock(receiver->mutex);
-    receiver->recordingOver = true;
-    receiver->recordingEnded.notify_all();
-    return GST_PAD_PROBE_REMOVE;
-}
-
-/// Lets pass what ends the stream; a sender can cause any number of others. Takes note of what went
-/// wrong with the recording.
-GstBusSyncReply Receiver::onMessage(GstBus*, GstMessage* message, gpointer self)
-{
-    if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_ERROR) {
-        if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
-            return GST_BUS_PASS;
-        }
-        gst_message_unref(message);
-        return GST_BUS_DROP;
-    }
-    if (g_str_has_prefix(GST_MESSAGE_SRC_NAME(message), "record")) {
-        auto* const receiver = static_cast<Receiver*>(self);
-        Failure failed;
-        gst_message_parse_error(message, failed.place(), nullptr);
-        const Lock lock(receiver->mutex);
-        receiver->fileFailed(receiver->options.recording, failed.text("cannot be written"));
-        receiver->recordingOver = true;
-        receiver->recordingEnded.notify_all();
-    }
-    return GST_BUS_PASS;
-}
-
-void Receiver::onVideoPacket(GstElement*, GstBuffer* packet)
-{
-    const Lock lock(mutex);
-    counts.totals.videoBytes += remember(rtpTimes, packet);
-}
-
-void Receiver::onDataPacket(GstElement*, GstBuffer* packet)
-{
-    GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
-    if (!gst_rtp_buffer_map(packet, GST_MAP_READ, &rtp)) {
+    // So that the file holds what is counted, neither less nor more.
+    if (recorder && !recorder->add(frame, session.hasData())) {
         return;
     }
     const Lock lock(mutex);
-    const std::vector<std::uint8_t>* const unit =
-        units.add(gst_rtp_buffer_get_seq(&rtp), gst_rtp_buffer_get_marker(&rtp) != FALSE,
-                  static_cast<const std::uint8_t*>(gst_rtp_buffer_get_payload(&rtp)),
-                  gst_rtp_buffer_get_payload_len(&rtp));
-    if (unit) {
-        readUnit(*unit, gst_rtp_buffer_get_timestamp(&rtp));
-    }
-    gst_rtp_buffer_unmap(&rtp);
-}
-
-void Receiver::onCodedFrame(GstElement*, GstBuffer* frame)
-{
-    const Lock lock(mutex);
+    counts.codec = session.codec();
     ++counts.framesReceived;
-    if (!GST_BUFFER_FLAG_IS_SET(frame, GST_BUFFER_FLAG_DELTA_UNIT)) {
+    if (!GST_BUFFER_FLAG_IS_SET(frame.buffer, GST_BUFFER_FLAG_DELTA_UNIT)) {
         ++counts.keyFrames;
     }
-    if (!options.decode) {
-        finishedFrame(frame, realTime());
+    if (!options.source.decode) {
+        finishedFrame(frame.time, realTime());
     }
 }
 
-void Receiver::onPicture(GstElement* place, GstBuffer* picture)
+void Receiver::onPicture(const Frame& picture)
 {
     const std::uint64_t now = realTime();
-    const GObjectPtr<GstPad> pad(gst_element_get_static_pad(place, "sink"));
-    const CapsPtr caps(gst_pad_get_current_caps(pad.get()));
     if (!options.snapshot.empty() && !std::exchange(snapshotWritten, true)) {
-        writeSnapshot(picture, caps.get());
+        writeSnapshot(picture);
     }
     const Lock lock(mutex);
+    sampleEyes(picture);
+    finishedFrame(picture.time, now);
+}
+
+/// The mutex is held.
+void Receiver::sampleEyes(const Frame& picture)
+{
     GstVideoInfo info;
     GstVideoFrame frame;
-    if (gst_video_info_from_caps(&info, caps.get()) &&
-        gst_video_frame_map(&frame, &info, picture, GST_MAP_READ)) {
+    if (gst_video_info_from_caps(&info, picture.caps) &&
+        gst_video_frame_map(&frame, &info, picture.buffer, GST_MAP_READ)) {
         counts.width = GST_VIDEO_FRAME_WIDTH(&frame);
         counts.height = GST_VIDEO_FRAME_HEIGHT(&frame);
         counts.left.update(sampleEye(frame, 0));
         counts.right.update(sampleEye(frame, 1));
         gst_video_frame_unmap(&frame);
     }
-    finishedFrame(picture, now);
 }
 
-/// Counts a frame whose packets were seen. The mutex is held.
-void Receiver::finishedFrame(GstBuffer* frame, std::uint64_t now)
+/// The mutex is held.
+void Receiver::finishedFrame(std::uint32_t time, std::uint64_t now)
 {
-    if (const auto rtpTime = rtpTimes.find(GST_BUFFER_PTS(frame))) {
-        lastFrame = Clock::now();
-        firstFrame = counts.totals.frames == 0 ? lastFrame : firstFrame;
-        counts.finishedFrame(*rtpTime, now);
+    if (hasAllFrames()) {
+        return;
+    }
+    const bool file = options.source.isFile();
+    lastFrame = Clock::now();
+    lastFrameAt = file ? played.at(time) : elapsed();
+    firstFrameAt = counts.totals.frames == 0 ? lastFrameAt : firstFrameAt;
+    counts.finishedFrame(time, file ? 0 : now);
+    if (file) {
+        showStatus(lastFrameAt);
     }
 }
 
 /// The mutex is held.
-void Receiver::readUnit(const std::vector<std::uint8_t>& unit, std::uint32_t rtpTime)
+bool Receiver::hasAllFrames() const
 {
+    return options.frames > 0 && counts.totals.frames >= options.frames;
+}
+
+void Receiver::onDataUnit(const DataUnit& unit)
+{
+    if (recorder && !recorder->add(unit)) {
+        return;
+    }
+    const Lock lock(mutex);
+    if (options.source.isFile()) {
+        played.at(unit.time);
+    }
     RecordHandler handler;
     handler.frame = [&](const FrameRecord& record) {
-        counts.frameRecord(record, rtpTime, elapsed());
+        counts.frameRecord(record, unit.time, elapsed());
     };
     handler.imu = [&](const ImuRecord& record) {
         counts.imuRecord(record, elapsed());
         writeImu(record);
     };
-    if (!readRecords(unit.data(), unit.size(), handler)) {
+    if (!readRecords(unit.bytes, unit.size, handler)) {
         ++counts.malformedRecords;
     }
 }
 
-void Receiver::writeSnapshot(GstBuffer* picture, GstCaps* caps)
+void Receiver::writeSnapshot(const Frame& picture)
 {
-    const SamplePtr raw(gst_sample_new(picture, caps, nullptr, nullptr));
+    const SamplePtr raw(gst_sample_new(picture.buffer, picture.caps, nullptr, nullptr));
     const CapsPtr format(gst_caps_new_empty_simple("image/png"));
     Failure failed;
     const SamplePtr png(
@@ -664,14 +410,14 @@ void Receiver::writeImu(const ImuRecord& record)
     }
 }
 
-/// Seconds since this began.
+/// Seconds since this began; of a file, that were read. The mutex is held.
 double Receiver::elapsed() const
 {
-    return seconds(Clock::now() - began);
+    return options.source.isFile() ? played.seconds() : seconds(Clock::now() - began);
 }
 
 /// Keeps the first reason. The mutex is held where streaming threads run.
-void Receiver::fileFailed(const std::string& path, const char* reason)
+void Receiver::fileFailed(const std::string& path, const std::string& reason)
 {
     if (fileError.empty()) {
         fileError = path + ": " + reason;

@@ -1,30 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
-// The pipeline of vistrel-receive: from the network to decoded pictures, files and statistics.
+// vistrel-receive: follows a session, shows how it does, and writes files.
 #pragma once
 
-#include <gio/gio.h>
-#include <gst/gst.h>
-
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdint>
 #include <fstream>
+#include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 
-#include "sdk/core/glibptr.h"
 #include "tools/receive/options.h"
+#include "tools/receive/recorder.h"
+#include "tools/receive/session.h"
 #include "tools/receive/statistics.h"
 
 namespace receive {
 
-/// Receives one stream.
+/// Receives one stream, or reads one file.
 class Receiver {
 public:
-    explicit Receiver(const Options& receiveOptions) : options(receiveOptions) {}
+    explicit Receiver(const Options& receiveOptions);
 
     /// Follows the stream until there is a reason to end, and completes the files. Shows status
     /// lines and tells what goes wrong.
@@ -34,62 +30,47 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    bool openAuthorities();
+    SessionEvents events();
     bool openFiles();
-    void protect(GstElement* source);
     bool start();
     bool finished();
-    bool streamEnded();
-    void showStatus();
+    bool sessionEnded();
+    void showStatus(double at);
     void finishRecording();
     void finishFiles();
     bool writeStatistics();
 
-    bool wants(guint stream, const GstCaps* caps);
-    void onPad(GstPad* pad);
-    std::string videoLine(const std::string& codec) const;
-    void connect(GstPad* pad, const std::string& description);
-    template <void (Receiver::*handle)(GstElement*, GstBuffer*)>
-    void watch(GstElement* bin, const char* name);
+    void onCodedFrame(const Frame& frame);
+    void onPicture(const Frame& picture);
+    void onDataUnit(const DataUnit& unit);
 
-    // Each takes a buffer that passes the element at that place.
-    void onVideoPacket(GstElement*, GstBuffer* packet);
-    void onCodedFrame(GstElement*, GstBuffer* frame);
-    void onPicture(GstElement* place, GstBuffer* picture);
-    void onDataPacket(GstElement*, GstBuffer* packet);
-    static GstBusSyncReply onMessage(GstBus*, GstMessage* message, gpointer self);
-    static GstPadProbeReturn onRecordingEvent(GstPad*, GstPadProbeInfo* info, gpointer self);
-
-    void finishedFrame(GstBuffer* frame, std::uint64_t now);
-    void readUnit(const std::vector<std::uint8_t>& unit, std::uint32_t rtpTime);
-    void writeSnapshot(GstBuffer* picture, GstCaps* caps);
+    void sampleEyes(const Frame& picture);
+    void finishedFrame(std::uint32_t time, std::uint64_t now);
+    bool hasAllFrames() const;
+    void writeSnapshot(const Frame& picture);
     void writeImu(const ImuRecord& record);
-    void fileFailed(const std::string& path, const char* reason);
+    void fileFailed(const std::string& path, const std::string& reason);
     double elapsed() const;
 
     const Options options;
-    tq::GObjectPtr<GstElement> pipeline;
-    tq::GObjectPtr<GTlsDatabase> authorities;  // null: the system's
     const Clock::time_point began = Clock::now();
-    Clock::time_point shown = began;
-    std::atomic<bool> videoConnected{false};
-    std::atomic<bool> dataConnected{false};
-    std::optional<guint> videoStream;  // of the session that is wanted
-    std::optional<guint> dataStream;
     bool snapshotWritten = false;
     std::chrono::seconds patience{5};  // with what has to be completed at the end
 
-    std::mutex mutex;  // guards what follows; streaming threads
-    UnitCollector units;
+    std::mutex mutex;  // guards what follows; threads of the session
     Statistics counts;
-    Clock::time_point firstFrame = began;
+    double shownAt = 0;  // seconds
+    double firstFrameAt = 0;
+    double lastFrameAt = 0;
     Clock::time_point lastFrame = began;
-    Latest<GstClockTime, std::uint32_t> rtpTimes;  // of frames, by PTS
-    tq::GObjectPtr<GstPad> recordingInput;
-    bool recordingOver = false;  // complete, or failed
-    std::condition_variable recordingEnded;
+    MediaTime played;  // of a file
     std::string fileError;
+    bool recordingFailed = false;
     std::ofstream imuFile;
+
+    // Last, so that their threads end first.
+    std::unique_ptr<Recorder> recorder;
+    Session session;
 };
 
 }  // namespace receive

@@ -70,12 +70,16 @@ void Statistics::finishedFrame(std::uint32_t rtpTime, std::uint64_t now)
     if (!recorded) {
         ++framesWithoutRecord;
     }
+    ++totals.frames;
+    if (now == 0) {
+        return;
+    }
     const std::uint64_t captured = recorded ? *recorded : captureTimeFromRtp(rtpTime, now);
     const double milliseconds =
         static_cast<double>(static_cast<std::int64_t>(now - captured)) / 1e6;
     latency.add(milliseconds);
     totals.latency += milliseconds;
-    ++totals.frames;
+    ++totals.timedFrames;
 }
 
 void Statistics::frameRecord(const FrameRecord& record, std::uint32_t rtpTime, double elapsed)
@@ -110,8 +114,10 @@ std::string Statistics::statusLine(double seconds)
     line << (lastRecord ? std::to_string(lastRecord->serial) : "no serial") << "  " << width << 'x'
          << height << "  " << std::fixed << std::setprecision(1) << frames / seconds << " fps  "
          << bytes * 8e-6 / seconds << " Mbit/s  latency ";
-    if (frames > 0) {
-        line << (totals.latency - before.latency) / frames << " ms";
+    if (totals.timedFrames > before.timedFrames) {
+        line << (totals.latency - before.latency) /
+                    static_cast<double>(totals.timedFrames - before.timedFrames)
+             << " ms";
     } else {
         line << '-';
     }

@@ -83,6 +83,26 @@ private:
     std::optional<std::uint64_t> last;
 };
 
+/// Where a file is read, from times of 90000 ticks per second that wrap.
+class MediaTime {
+public:
+    /// @return seconds from the first time that was given
+    double at(std::uint32_t time)
+    {
+        if (!last) {
+            last = time;
+        }
+        ticks += static_cast<std::int32_t>(time - *last);
+        last = time;
+        return seconds();
+    }
+    double seconds() const { return static_cast<double>(ticks) / 90000; }
+
+private:
+    std::optional<std::uint32_t> last;
+    std::int64_t ticks = 0;
+};
+
 /// The state of one eye over a status interval.
 enum class EyeState { NONE, DARK, STILL, MOVING };
 
@@ -100,7 +120,7 @@ struct Eye {
 struct Statistics {
     /// A frame left the last stage: the decoder, or the network without one.
     /// @param rtpTime      RTP timestamp of the frame
-    /// @param now          ns since 1970
+    /// @param now          ns since 1970; 0: it was recorded, and has no latency
     void finishedFrame(std::uint32_t rtpTime, std::uint64_t now);
     /// @param rtpTime      RTP timestamp of the frame
     /// @param elapsed      seconds since the stream was asked for
@@ -124,7 +144,8 @@ struct Statistics {
         std::uint64_t frames = 0;  ///< finished
         std::uint64_t videoBytes = 0;
         std::uint64_t imuPackets = 0;
-        double latency = 0;  ///< of all frames together, ms
+        std::uint64_t timedFrames = 0;  ///< of them, those with a latency
+        double latency = 0;             ///< of these together, ms
     } totals, shown;
     std::uint64_t framesReceived = 0;  ///< whole coded frames
     std::uint64_t keyFrames = 0;
