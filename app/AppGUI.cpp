@@ -181,6 +181,7 @@ void AppGui::applyVirtualStreamerConfiguration()
 
 void AppGui::reloadCameras()
 {
+    window->setCamerasUsable(false);
     releaseCameras();
     restartCameraDaemon();
 
@@ -189,10 +190,13 @@ void AppGui::reloadCameras()
     if (!findCameras(found, model)) {
         releaseCameras();
         feedStreamers();
-        window->statusLine()->setText(tr("No camera is open: different models are connected"));
+        window->statusLine()->setText(
+            tr("No camera is open: different models are connected. Unplug those of one model and "
+               "press Reload"));
         return;
     }
     qDebug() << "[KORVistrel] Found : " << found.size() << " available cameras";
+    window->setCamerasUsable(true);
     window->SetNoCameraLabelVisible(found.empty());
     window->setGlobalCameraConfigurationContent(model);
     window->onGlobalResolutionChanged(QString());
@@ -203,6 +207,8 @@ void AppGui::reloadCameras()
             window->statusLine()->setText(
                 tr("No pictures from %1: it could not be opened").arg(failed.join(", ")));
         }
+    } else {
+        window->statusLine()->setText(tr("Plug a camera in and press Reload"));
     }
     offerSerials();
     feedStreamers();

@@ -4,6 +4,7 @@
 
 #include <QDateTime>
 #include <QDebug>
+#include <QScreen>
 #include <QScrollBar>
 #include <QSignalBlocker>
 #include <QSize>
@@ -103,13 +104,26 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(std::make_uniq
     ui->toggleDaemonButton->setChecked(ServiceHandler::getDaemonServiceEnableStatus(kServiceUnit));
     connectControls();
     ui->camerasWidgetsScrollArea->viewport()->installEventFilter(this);
+    ui->scrollAreaWidgetContents->installEventFilter(this);
+    arrangePanels();
     ui->centralWidget->setFocus();  // no control looks chosen before the operator chose one
+    fitIntoScreen();
     show();
 }
 
 MainWindow::~MainWindow()
 {
     qDeleteAll(editors);
+}
+
+// Where the screen is smaller than the form, the window fills what is free of it.
+void MainWindow::fitIntoScreen()
+{
+    const QSize free = screen()->availableSize();
+    if (free.width() < width() || free.height() < height()) {
+        resize(size().boundedTo(free));
+        setWindowState(Qt::WindowMaximized);  // which leaves room for the title
+    }
 }
 
 void MainWindow::connectControls()
@@ -558,22 +572,21 @@ void MainWindow::removeCameraWidget(int serial_number)
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event)
 {
-    if (event->type() == QEvent::Resize) {
+    if (event->type() == QEvent::Resize || event->type() == QEvent::LayoutRequest) {
         arrangePanels();
+        arrangeRows();
     }
     return QMainWindow::eventFilter(watched, event);
 }
 
 // Gives the panels the largest size at which their pictures are seen in full, and what height they
-// have no use for to the editors.
+// have no use for to the rows.
 void MainWindow::arrangePanels()
 {
     const QHBoxLayout* const row = ui->scrollAreaWidgetContentsHorizontalLayout;
     const int count = row->count();
-    ui->camerasWidgetscrollAreaWidgetContents->setVisible(count > 0);
+    ui->camerasWidgetsScrollArea->setVisible(count > 0);
     if (count == 0) {
-        ui->camerasWidgetscrollAreaWidgetContents->setMinimumSize(0, 0);
-        ui->camerasWidgetsScrollArea->setMaximumHeight(QWIDGETSIZE_MAX);
         return;
     }
     int textWidth = kPanelMinWidth;
@@ -593,6 +606,19 @@ void MainWindow::arrangePanels()
                                                               panelHeightFor(width));
     const int frame = 2 * ui->camerasWidgetsScrollArea->frameWidth();
     ui->camerasWidgetsScrollArea->setMaximumHeight(panelHeightFor(share) + frame);
+}
+
+// Gives the rows the height that they need, where there are many a quarter of the window or what
+// the panels leave.
+void MainWindow::arrangeRows()
+{
+    const QWidget* const rows = ui->scrollAreaWidgetContents;
+    QScrollArea* const area = ui->scrollArea;
+    const bool isScrolled = rows->minimumWidth() > area->width();
+    const int needed = rows->sizeHint().height() +
+                       (isScrolled ? area->horizontalScrollBar()->sizeHint().height() : 0);
+    area->setMinimumHeight(qMin(needed, height() / 4));
+    area->setMaximumHeight(needed);
 }
 
 void MainWindow::updateCameraWidget(int serial, CameraInfos infos)
@@ -682,6 +708,14 @@ void MainWindow::SetNoCameraLabelVisible(bool visible)
           static_cast<QWidget*>(ui->ApplyResFPSButton),
           static_cast<QWidget*>(ui->ResolutionComboBox), static_cast<QWidget*>(ui->FPSComboBox)}) {
         control->setVisible(!visible);
+    }
+}
+
+void MainWindow::setCamerasUsable(bool usable)
+{
+    for (QWidget* const control : std::initializer_list<QWidget*>{
+             ui->addVCamButton, ui->ApplyResFPSButton, ui->ResolutionComboBox, ui->FPSComboBox}) {
+        control->setEnabled(usable);
     }
 }
 

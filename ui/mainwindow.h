@@ -65,6 +65,10 @@ public:
     /// Shows the label and hides what is of no use without cameras, or the other way round.
     void SetNoCameraLabelVisible(bool visible);
 
+    /// Whether there is something to set, apply and pair: with cameras that do not go together
+    /// there is not. Saving stays possible.
+    void setCamerasUsable(bool usable);
+
     /// Shows in the switch's tool tip whether the service starts automatically.
     void updateDaemonServiceEnableStatusButton(bool enabled);
 
@@ -149,7 +153,9 @@ protected:
 
 private:
     void connectControls();
+    void fitIntoScreen();
     void arrangePanels();
+    void arrangeRows();
     VirtualCamHandler* createEditor(const QString& identity);
     void insertEditor(const QString& identity, VirtualCamHandler* editor, int position);
     void orderTabStops();

@@ -268,6 +268,8 @@ void AppGuiTest::noCamera()
     QCOMPARE(desktop.part<QComboBox>("ResolutionComboBox")->count(), 0);
     QCOMPARE(desktop.part<QComboBox>("FPSComboBox")->count(), 0);
     QCOMPARE(desktop.panels(), QStringList());
+    QCOMPARE(desktop.part<QLabel>("statusLine")->text(),
+             QStringLiteral("Plug a camera in and press Reload"));
     QCOMPARE(log.debugMessages(QStringLiteral("[KORVistrel] Found")),
              QStringList{"[KORVistrel] Found :  0  available cameras"});
     QCOMPARE(record().last(), kEnumerate);
@@ -319,7 +321,15 @@ void AppGuiTest::mixedModels()
     QCOMPARE(desktop.part<QComboBox>("ResolutionComboBox")->count(), 0);
 
     const auto* const line = desktop.part<QLabel>("statusLine");
-    QCOMPARE(line->text(), QStringLiteral("No camera is open: different models are connected"));
+    QCOMPARE(line->text(),
+             QStringLiteral("No camera is open: different models are connected. Unplug those of "
+                            "one model and press Reload"));
+    const QList<const char*> useless{"addVCamButton", "ApplyResFPSButton", "ResolutionComboBox",
+                                     "FPSComboBox"};
+    for (const char* const name : useless) {
+        QVERIFY2(!desktop.part<QWidget>(name)->isEnabled(), name);
+    }
+    QVERIFY(desktop.part<QWidget>("ApplyButton")->isEnabled());
 
     // The operator mends the cabling and presses the button.
     for (const int serial : {31000001, 31000002}) {
@@ -334,6 +344,9 @@ void AppGuiTest::mixedModels()
     QCOMPARE(boxes.seen.size(), 1);
     QCOMPARE(desktop.panels(), QStringList{"30123456"});
     QCOMPARE(line->text(), QString());
+    for (const char* const name : useless) {
+        QVERIFY2(desktop.part<QWidget>(name)->isEnabled(), name);
+    }
 }
 
 void AppGuiTest::camerasThatDoNotCount()

@@ -226,9 +226,14 @@ int main(int argc, char** argv)
         return 1;
     }
     file.close();
-    int width = 0;
+    int width = 0;  // none: as the window opens
     int height = 0;
     std::sscanf(argv[1], "%dx%d", &width, &height);
+    const auto resize = [&] {
+        if (width > 0) {
+            mainWindow()->resize(width, height);
+        }
+    };
     const QString path =
         QDir(QString::fromLocal8Bit(argv[2])).filePath(scene->name + QStringLiteral(".png"));
 
@@ -236,13 +241,13 @@ int main(int argc, char** argv)
     sdk::registerMetaTypes();
     bool taken = false;
     if (scene->boxAtStart) {
-        QTimer::singleShot(0, qApp, [&] { mainWindow()->resize(width, height); });
+        QTimer::singleShot(0, qApp, resize);
         takeWithPopup(path, taken);
     }
     const AppGui controller;
     if (!scene->boxAtStart) {
         MainWindow& window = *mainWindow();
-        window.resize(width, height);
+        resize();
         QTest::qWait(kPreviewMs);
         takeWithPopup(path, taken);
         scene->action(window);

@@ -466,7 +466,7 @@ void MainWindowRowsTest::wheelTurnsWhatHasFocus()
     window.activateWindow();
     QVERIFY(QTest::qWaitForWindowActive(&window));
     port->setFocus();
-    QTRY_VERIFY(port->hasFocus());
+    QTRY_VERIFY(port->hasFocus() && !port->visibleRegion().isEmpty());
     turnWheel(port, 120);
     QCOMPARE(row->getInfos().port, 34561u);
 }
