@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <map>
 #include <utility>
-#include <vector>
 
 #include "sdk/core/log.h"
 #include "sdk/stream/serverauth.h"
@@ -307,31 +306,32 @@ void StreamServer::clientClosed(GstRTSPClient* client)
     departed.splice(departed.end(), connections, connection);
 }
 
-// When there are too many: of the address that has most of them the oldest one, so that a flood
-// turns itself away.
+// When there are too many: the oldest one of the address that has most of them, so that a flood
+// turns itself away, and of addresses with equally many the one that has been silent for longest.
 void StreamServer::turnAwayIdleClient()
 {
     std::size_t all = 0;
-    std::map<std::string, std::vector<Connection*>> idle;
-    for (Connection& connection : connections) {
+    std::map<std::string, std::size_t> idle;
+    for (const Connection& connection : connections) {
         if (!connection.ended) {
             ++all;
-            if (!hasSession(connection.client.get())) {
-                idle[connection.address].push_back(&connection);
-            }
+            idle[connection.address] += hasSession(connection.client.get()) ? 0 : 1;
         }
     }
-    const auto most = std::max_element(
-        idle.begin(), idle.end(),
-        [](const auto& one, const auto& other) { return one.second.size() < other.second.size(); });
-    if (most == idle.end()) {
-        return;
+    Connection* oldest = nullptr;
+    std::size_t most = 0;
+    for (Connection& connection : connections) {
+        if (!connection.ended && !hasSession(connection.client.get()) &&
+            idle[connection.address] > most) {
+            oldest = &connection;
+            most = idle[connection.address];
+        }
     }
     const auto share = static_cast<std::size_t>(settings.clientShare()) + kSpareHandshakes;
-    if (all > static_cast<std::size_t>(settings.maxClients) + kSpareConnections ||
-        (certificate && most->second.size() > share)) {
-        log("client " + most->first + " is turned away: too many connections");
-        disconnect(*most->second.front());
+    if (oldest && (all > static_cast<std::size_t>(settings.maxClients) + kSpareConnections ||
+                   (certificate && most > share))) {
+        log("client " + oldest->address + " is turned away: too many connections");
+        disconnect(*oldest);
     }
 }
 

@@ -95,6 +95,7 @@ private slots:
     void answersWithoutPictures();
     void limitsSessionsPerAddress();
     void makesRoomForOtherAddresses();
+    void makesRoomForNewcomers();
     void logsRefusals();
     void limitsLines();
 
@@ -272,6 +273,18 @@ void StreamLimitsTest::makesRoomForOtherAddresses()
         idle.emplace_back(config.port);
     QVERIFY(idle.front().closedByServer(kInTime));
     QVERIFY(elsewhere.start());
+}
+
+// Where every address holds one, the connection that has said nothing for longest goes.
+void StreamLimitsTest::makesRoomForNewcomers()
+{
+    serve(R"({"maxClients": 2})");
+    std::list<RtspClient> idle;
+    for (int i = 1; i <= 30; ++i)
+        idle.emplace_back(config.port, 0, "127.0.1." + QByteArray::number(i));
+    QVERIFY(idle.front().closedByServer(kInTime));
+    RtspClient newcomer(config.port);
+    QVERIFY(newcomer.start());
 }
 
 void StreamLimitsTest::logsRefusals()
