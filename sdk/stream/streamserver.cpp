@@ -5,6 +5,8 @@
 #include <gio/gio.h>
 #include <sys/socket.h>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <map>
 #include <utility>
@@ -364,8 +366,14 @@ void StreamServer::houseKeeping()
     gst_rtsp_session_pool_cleanup(sessions.get());
     connectionLog.catchUp(std::chrono::steady_clock::now());
     const gint64 now = g_get_monotonic_time();
+    const std::size_t before = departed.size();
     departed.remove_if(
         [now](const Connection& connection) { return now - connection.since > kAfterlife; });
+    // Else the allocator keeps what they took, which is megabytes for each encrypted connection:
+    // GLib's TLS reads the system's certificates for every one.
+    if (departed.size() < before) {
+        malloc_trim(0);
+    }
     for (Connection& connection : connections) {
         if (hasSession(connection.client.get())) {
             connection.since = now;

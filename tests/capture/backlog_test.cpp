@@ -2,9 +2,7 @@
 // Images that find no partner: how many are kept, how soon a pair is found among them, and what is
 // said about it.
 #include <sys/prctl.h>
-#include <unistd.h>
 
-#include <QFile>
 #include <QSemaphore>
 #include <QtTest>
 #include <memory>
@@ -12,6 +10,7 @@
 #include "tests/capture/images.h"
 #include "tests/capture/pauses.h"
 #include "tests/sdk_fake/sdk_fake.h"
+#include "tests/support/memory.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/sanitizers.h"
 
@@ -20,7 +19,7 @@ namespace {
 using images::kMillisecond;
 using std::chrono::milliseconds;
 
-constexpr std::size_t kLimit = 512'000'000;
+constexpr qint64 kLimit = 512'000'000;
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1200;
 constexpr std::size_t kImageBytes = std::size_t{kWidth} * kHeight * 2;
@@ -28,15 +27,6 @@ constexpr std::size_t kImageBytes = std::size_t{kWidth} * kHeight * 2;
 tq::Mat large(tq::Timestamp timestamp, std::uint32_t number)
 {
     return images::numbered(kWidth, kHeight, timestamp, number);
-}
-
-std::size_t residentBytes()
-{
-    QFile file(QStringLiteral("/proc/self/statm"));
-    const bool open = file.open(QIODevice::ReadOnly);
-    return open ? file.readAll().split(' ').at(1).toULongLong() *
-                      static_cast<std::size_t>(sysconf(_SC_PAGESIZE))
-                : 0;
 }
 
 std::uint32_t numberAt(const tq::Mat& joined, std::size_t offset)
@@ -73,7 +63,7 @@ private slots:
         const auto ingest = [&streamer](bool leftEye, const tq::Mat& image) {
             leftEye ? streamer.left(image) : streamer.right(image);
         };
-        const std::size_t before = residentBytes();
+        const qint64 before = residentBytes();
         for (std::uint32_t n = 0; n < kept + 7; ++n) {
             ingest(left, large((100 + n * 10) * kMillisecond, n));
         }
@@ -139,7 +129,7 @@ private slots:
         QSemaphore sent;
         sdkfake::onFrame(
             [&](const sdkfake::Sender&, const unsigned char*, tq::Timestamp) { sent.release(); });
-        std::size_t filled = 0;
+        qint64 filled = 0;
         tq::Mat image = large(0, 0);
         for (int n = 1; n <= 2 * kFill; ++n) {
             images::setTimestamp(image, static_cast<tq::Timestamp>(n) * 33 * kMillisecond);

@@ -3,6 +3,7 @@
 // cameras that it finds; at least one mono camera must be attached and free. The sender is opened
 // on ports that are free.
 #include "tests/sdk/conformance.h"
+#include "tests/support/memory.h"
 
 #include <QCoreApplication>
 #include <QProcess>
@@ -40,14 +41,6 @@ tq::Timestamp distance(const std::vector<tq::Timestamp>& times, tq::Timestamp to
         nearest = std::min(nearest, time > to ? time - to : to - time);
     }
     return nearest;
-}
-
-/// Memory of this process that is really there, bytes.
-qint64 residentMemory()
-{
-    QFile file("/proc/self/statm");
-    const bool opened = file.open(QIODevice::ReadOnly);
-    return opened ? file.readAll().split(' ').value(1).toLongLong() * ::sysconf(_SC_PAGESIZE) : 0;
 }
 
 }  // namespace
@@ -424,10 +417,10 @@ void Conformance::cloningKeepsNothing()
         QCOMPARE(int(pixels[0]), round % 2 + 1);
         QCOMPARE(int(pixels[step * 600 - 1]), round % 2 + 1);
         if (round == 10) {
-            before = residentMemory();
+            before = residentBytes();
         }
     }
-    const qint64 grown = residentMemory() - before;
+    const qint64 grown = residentBytes() - before;
     QVERIFY2(before > 0 && grown < kMostGrowth, qPrintable(QString("%1 bytes").arg(grown)));
 }
 

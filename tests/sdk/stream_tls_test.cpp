@@ -12,6 +12,8 @@
 #include "sdk/core/glibptr.h"
 #include "tests/sdk/stream_testing.h"
 #include "tests/support/certificates.h"
+#include "tests/support/memory.h"
+#include "tests/support/sanitizers.h"
 
 using namespace streamtest;
 
@@ -97,6 +99,7 @@ private slots:
     void halfAHandshakeHoldsNobodyUp();
     void manyHalvesHoldNobodyUp();
     void closingFreesHalves();
+    void givesMemoryBack();
 
 private:
     /// The stream object for a certificate, with further members.
@@ -319,6 +322,22 @@ void StreamTlsTest::closingFreesHalves()
         else
             QVERIFY(waitFor([&] { return openFiles() <= files; }, 2000));
     }
+}
+
+// Each connection takes megabytes.
+void StreamTlsTest::givesMemoryBack()
+{
+    const StreamRig rig(encrypted(board));
+    tq::UDPOutput output(tq::STREAMING_MODE::LIVE, false);
+    QCOMPARE(output.open(config), 0);
+    const qint64 before = residentBytes();
+    for (int i = 0; i < 40; ++i) {
+        const RtspClient connection(config.port);
+        QVERIFY(TlsClient(connection, "TLS1.2").shakesHands());
+    }
+    // Sanitizers keep what is freed.
+    QVERIFY(kSanitized || residentBytes() > before + 50'000'000);
+    QVERIFY(kSanitized || waitFor([&] { return residentBytes() < before + 10'000'000; }));
 }
 
 QTEST_GUILESS_MAIN(StreamTlsTest)
