@@ -5,7 +5,9 @@
 
 #include <QSemaphore>
 #include <QtTest>
+#include <atomic>
 #include <memory>
+#include <thread>
 
 #include "tests/capture/images.h"
 #include "tests/capture/pauses.h"
@@ -112,6 +114,10 @@ private slots:
         QCOMPARE(streamer.createSBS(out, timestamp), 0);
         QCOMPARE(numberAt(out, 0), 2u);
         QCOMPARE(numberAt(out, std::size_t{kWidth} * 2), 2u);
+        // Only what is older than that pair went with it.
+        streamer.right(large(150 * kMillisecond, 5));
+        QCOMPARE(streamer.createSBS(out, timestamp), 0);
+        QCOMPARE(numberAt(out, 0), 5u);
     }
 
     // One pair has a dead eye; the other one loses nothing, and the process does not grow.
@@ -336,6 +342,11 @@ private slots:
     {
         QFETCH(int, images);
         const MessageLog log;
+        std::atomic<int> sleeps{0};
+        pauses::onSleep([&](unsigned long) {
+            ++sleeps;
+            std::this_thread::sleep_for(milliseconds(images > 0 ? 5 : 0));
+        });
         const auto memory = std::make_unique<VirtualCameraStreamer>();
         VirtualCameraStreamer& streamer = *memory;
         QCOMPARE(streamer.open(images::infos(2, 1)), 0);
@@ -353,6 +364,8 @@ private slots:
             return log.messages().filter("has no pair of images").size();
         };
         QTRY_COMPARE_WITH_TIMEOUT(reported(), 1, 30000);
+        // The search that was going on has not come to its end.
+        QVERIFY(images == 0 || sleeps < images);
         QCOMPARE(log.messages().filter("499 ms after").size(), images > 0 ? 1 : 0);
     }
 };

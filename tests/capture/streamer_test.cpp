@@ -208,6 +208,22 @@ private slots:
         QCOMPARE(sdkfake::lastSender().number, 2);
     }
 
+    void threadEndsBeforeTheSender()
+    {
+        static QStringList callsAtExit;
+        const auto memory = std::make_unique<VirtualCameraStreamer>();
+        QCOMPARE(memory->open(images::infos(2, 1)), 0);
+        const QtMessageHandler former =
+            qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& text) {
+                if (text.contains("--> Exit <--"))
+                    callsAtExit = senderCalls();
+            });
+        memory->close();
+        qInstallMessageHandler(former);
+        QCOMPARE(callsAtExit,
+                 QStringList({"UDPOutput#1.UDPOutput(0, true)", "UDPOutput#1." + kOpened}));
+    }
+
     void destructionCloses()
     {
         {
