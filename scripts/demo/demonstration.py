@@ -47,8 +47,10 @@ namespaces (sysctl user.max_user_namespaces and, where they exist, kernel.unpriv
 and kernel.apparmor_restrict_unprivileged_userns), containers the right to mount"""
 ADDRESSES = """Open it in a player, for example
     ffplay -fflags nobuffer -flags low_delay {0}
-    vlc --network-caching=200 {0}
-    gst-launch-1.0 playbin3 uri={0}"""
+    mpv --profile=low-latency {0}
+    gst-launch-1.0 playbin3 uri={0}
+or in a browser, with the page that this starts:
+    scripts/relay {0}"""
 
 
 def number(low, high):
