@@ -9,11 +9,13 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPixmap>
 #include <QPushButton>
 #include <QScreen>
+#include <QSet>
 #include <QSignalBlocker>
 #include <QSpinBox>
 #include <QTcpServer>
@@ -28,6 +30,8 @@
 #include "app/AppGUI.h"
 #include "app/virtualcameraconfig.h"
 #include "capture/sdk.h"
+#include "tests/sdk/patterndecoder.h"
+#include "ui/camerawidget.h"
 #include "ui/mainwindow.h"
 #include "ui/virtualcamhandler.h"
 
@@ -35,6 +39,8 @@ namespace {
 
 constexpr int kPreviewMs = 2500;  // in which every preview has shown pictures
 constexpr int kSettleMs = 400;    // in which the window manager and the style are done
+constexpr int kStepMs = 20;       // between two looks at the screen
+constexpr int kLimitMs = 60000;   // in which all previews have shown one time
 
 /// What one picture needs: cameras, then something that the operator does.
 struct Scene {
@@ -160,14 +166,45 @@ MainWindow* mainWindow()
     return nullptr;
 }
 
-/// Saves what the screen shows where the window is, boxes in front of it included.
+/// Part of a picture of the window in which a panel shows its camera's.
+QRect pictureOf(const CameraWidget* panel, double density)
+{
+    const auto* const label = control<QLabel>(*const_cast<CameraWidget*>(panel), "imageLabel");
+    const double height = panel->width() * 9.0 / 16.0;
+    const QPointF corner =
+        label->mapTo(panel->window(), QPoint(0, 0)) + QPointF(0, (panel->height() - height) / 2);
+    return QRectF(corner * density, QSizeF(panel->width(), height) * density).toRect();
+}
+
+/// Capture time that a panel shows in a picture of the window, ns; 0 when it cannot be read.
+std::uint64_t shownTime(const CameraWidget* panel, const QPixmap& picture)
+{
+    const QRect area = pictureOf(panel, picture.devicePixelRatioF());
+    const CameraInfos& camera = panel->getInfos();
+    QPixmap part = picture.copy(area);
+    part.setDevicePixelRatio(1);
+    const QImage luma =
+        part.toImage()
+            .scaled(camera.width, camera.height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+            .convertToFormat(QImage::Format_Grayscale8);
+    const auto read = decodePattern(luma.constBits(), 1, luma.bytesPerLine(), luma.width());
+    return read ? read->timestamp : 0;
+}
+
+/// Saves what the screen shows where the window is, boxes in front of it included, once all
+/// previews show one time.
+/// @return false when they do not
 bool take(const QString& path)
 {
     const MainWindow* const window = mainWindow();
     const QRect area(window->mapToGlobal(QPoint(0, 0)), window->size());
-    return QGuiApplication::primaryScreen()
-        ->grabWindow(0, area.x(), area.y(), area.width(), area.height())
-        .save(path);
+    const QPixmap picture = QGuiApplication::primaryScreen()->grabWindow(
+        0, area.x(), area.y(), area.width(), area.height());
+    QSet<std::uint64_t> times;
+    for (const CameraWidget* const panel : window->findChildren<CameraWidget*>()) {
+        times.insert(shownTime(panel, picture));
+    }
+    return times.size() <= 1 && !times.contains(0) && picture.save(path);
 }
 
 /// As soon as a box or list is open, takes the picture and closes it.
@@ -183,9 +220,13 @@ void takeWithPopup(const QString& path, bool& taken)
         }
         if (!since->isValid()) {
             since->start();
-        } else if (since->elapsed() > kSettleMs) {
+        }
+        if (since->elapsed() < kSettleMs) {
+            return;
+        }
+        taken = take(path);
+        if (taken || since->elapsed() > kLimitMs) {
             timer->deleteLater();
-            taken = take(path);
             auto* const box = qobject_cast<QMessageBox*>(popup);
             if (box != nullptr && box->button(QMessageBox::No) != nullptr) {
                 box->button(QMessageBox::No)->click();
@@ -194,7 +235,7 @@ void takeWithPopup(const QString& path, bool& taken)
             }
         }
     });
-    timer->start(20);
+    timer->start(kStepMs);
 }
 
 int usage(const char* program)
@@ -212,6 +253,8 @@ int main(int argc, char** argv)
 {
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(
+        Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
     const QTemporaryDir folder;
     qputenv("KOR_RIG", folder.filePath("rig.json").toLocal8Bit());
     const QList<Scene> all = scenes();
@@ -251,10 +294,12 @@ int main(int argc, char** argv)
         QTest::qWait(kPreviewMs);
         takeWithPopup(path, taken);
         scene->action(window);
-        QTest::qWait(kPreviewMs);
-        if (!taken) {
-            taken = take(path);
-        }
+        QTest::qWait(kSettleMs);
+        // A list stays open while the program goes on.
+        taken = taken || QTest::qWaitFor([&] { return taken || take(path); }, kLimitMs);
+    }
+    if (!taken) {
+        std::fprintf(stderr, "the previews did not show one time\n");
     }
     return taken ? 0 : 1;
 }
