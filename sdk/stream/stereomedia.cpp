@@ -20,7 +20,6 @@ namespace {
 
 constexpr const char* kFeedKey = "kor-feed";
 constexpr const char* kWaitingKey = "kor-waiting";
-constexpr guint kWaitingInterval = 250;  // ms
 constexpr GstClockTime kNtpEpochOffset = G_GUINT64_CONSTANT(2208988800) * GST_SECOND;
 constexpr guint kNtpExtensionId = 1;
 constexpr guint kMostTcpBacklog = 8u << 20;  // bytes
@@ -63,8 +62,8 @@ gboolean setupDescription(GstRTSPMedia* media, GstSDPMessage* sdp, GstSDPInfo* i
     return TRUE;
 }
 
-/// The library waits for a first frame on the server's one thread, for up to 20 s. When the feed
-/// falls silent meanwhile, that ends; @p context is that of the media's own thread.
+/// The library waits for a first frame on the server's one thread, for up to 20 s. When none comes,
+/// that ends; @p context is that of the media's own thread.
 void limitWaiting(GstRTSPMedia* media, GMainContext* context)
 {
     gpointer const feed = g_object_get_data(G_OBJECT(media), kFeedKey);
@@ -78,12 +77,13 @@ void limitWaiting(GstRTSPMedia* media, GMainContext* context)
     auto waiting = std::make_shared<Waiting>();
     waiting->feed = SharedData<StreamFeed>::get(feed);
     waiting->element.reset(gst_rtsp_media_get_element(media));
-    GSource* timer = g_timeout_source_new(kWaitingInterval);
+    GSource* timer =
+        g_timeout_source_new(static_cast<guint>(waiting->feed->waitingInterval().count()));
     g_source_set_callback(
         timer,
         [](gpointer data) -> gboolean {
             const std::shared_ptr<Waiting> shared = SharedData<Waiting>::get(data);
-            shared->feed->giveUp(shared->element.get());
+            shared->feed->waitForPictures(shared->element.get());
             return G_SOURCE_CONTINUE;
         },
         SharedData<Waiting>::make(waiting), SharedData<Waiting>::release);

@@ -20,6 +20,7 @@ constexpr unsigned kEncoderBuffers = 6;
 // overtakes it.
 constexpr std::size_t kMostWaiting = 8192;
 constexpr auto kShortestSilence = std::chrono::seconds(2);
+constexpr int kMostWaits = 4;
 constexpr auto kStandstill = std::chrono::milliseconds(500);
 // A loss ends soon after somebody came, who may read, and needs his first pictures whole.
 constexpr auto kLongLoss = std::chrono::milliseconds(10000);
@@ -72,6 +73,7 @@ void StreamFeed::ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
         const std::lock_guard<std::mutex> lock(mutex);
         ++counts.framesIngested;
         lastFrame = std::chrono::steady_clock::now();
+        waits = 0;
         if (!wantsFrame()) {
             ++counts.framesUnwanted;
             return;
@@ -204,15 +206,20 @@ void StreamFeed::requestKeyFrame()
 bool StreamFeed::hasPictures() const
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    return playing || !isSilent();
+    return playing || (waits < kMostWaits && !isSilent());
 }
 
-void StreamFeed::giveUp(GstElement* pipeline)
+std::chrono::milliseconds StreamFeed::waitingInterval() const
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(longestSilence / (2 * kMostWaits));
+}
+
+void StreamFeed::waitForPictures(GstElement* pipeline)
 {
     GObjectPtr<GstElement> source;
     {
         const std::lock_guard<std::mutex> lock(mutex);
-        if (media.get() == pipeline && !playing && isSilent()) {
+        if (media.get() == pipeline && !playing && ++waits >= kMostWaits) {
             source = shareObject(GST_ELEMENT(video.get()));
         }
     }

@@ -59,8 +59,13 @@ public:
     /// two seconds, or three periods if that is more, is silence.
     bool hasPictures() const;
 
-    /// Ends the wait of a media for its first frame if there is silence.
-    void giveUp(GstElement* pipeline);
+    /// How often to call waitForPictures() while a media waits for its first frame.
+    std::chrono::milliseconds waitingInterval() const;
+
+    /// Ends that wait at the fourth call in a row without a frame, and until the next frame there
+    /// are no pictures for anybody. Calls are counted, not seconds: a machine that stood still is
+    /// no silent camera.
+    void waitForPictures(GstElement* pipeline);
 
     /// None of the viewers by TCP reads. For some seconds the sinks lose packets instead of waiting
     /// for them, so that the library looks for others that read; so it is, too, when the encoder
@@ -119,6 +124,7 @@ private:
     std::uint64_t nextCounter = 0;
     Timestamp lastDataTime = 0;
     std::chrono::steady_clock::time_point lastFrame;  // or the begin
+    int waits = 0;                                    // in a row for a first frame
     std::chrono::steady_clock::time_point lastTaken;  // by the encoder
     bool losing = false;                              // packets for viewers by TCP
     std::chrono::steady_clock::time_point lossEnd;

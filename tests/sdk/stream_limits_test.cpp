@@ -232,7 +232,7 @@ void StreamLimitsTest::answersWithoutPictures()
         const int status = client.describe().status;
         return milliseconds(begin) < limit ? status : 0;
     };
-    // Two seconds of patience: the first picture may be on its way.
+    // A second of patience: the first picture may be on its way.
     QCOMPARE(describe(4000), 503);
     // None for anybody from then on.
     QCOMPARE(describe(1000), 503);
