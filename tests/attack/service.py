@@ -24,7 +24,9 @@ CAMERAS = (30100001, 30100002)
 LOGIN = ("viewer", "correct horse")
 START_LIMIT = 60.0
 # What the allocator keeps back, for each thread and for later, would hide what the program keeps.
-ALLOCATOR = {"MALLOC_ARENA_MAX": "1", "MALLOC_MMAP_THRESHOLD_": "65536", "MALLOC_TRIM_THRESHOLD_": "65536"}
+# G_SLICE is what GLib does by itself since 2.76.
+ALLOCATOR = {"MALLOC_ARENA_MAX": "1", "MALLOC_MMAP_THRESHOLD_": "65536",
+             "MALLOC_TRIM_THRESHOLD_": "65536", "G_SLICE": "always-malloc"}
 
 
 class Ended(Exception):
