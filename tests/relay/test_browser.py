@@ -88,12 +88,12 @@ class Process:
 class Page:
     """The page in a browser of its own."""
 
-    def __init__(self, address):
+    def __init__(self, address, *arguments):
         options = webdriver.ChromeOptions()
         options.binary_location = "/usr/bin/chromium"
         # Chromium's own sandbox refuses root; the page is ours.
         for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage",
-                         "--window-size=1280,800", "--enable-unsafe-swiftshader"):
+                         "--window-size=1280,700", "--enable-unsafe-swiftshader", *arguments):
             options.add_argument(argument)
         self.browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
         self.browser.set_script_timeout(60)
@@ -237,7 +237,45 @@ def test_looks(pages):
     page.appearance("light")
 
 
-def test_program_restarts(program, pages):
+def test_without_webgl(pages):
+    """The pair, as the browser itself draws it."""
+    page = Page(pages[0].address + "#anaglyph", "--disable-3d-apis")
+    try:
+        wait_until(lambda: page.text("message") == "", "no pictures")
+        assert page.browser.execute_script("return document.querySelector('main video').videoWidth") == 1280
+        assert page.browser.execute_script("return document.getElementById('modes').disabled")
+    finally:
+        page.browser.quit()
+
+
+def test_two_streams(ports, program, pages):
+    """Here one by two names; the page has a list, and its address says which."""
+    own = free_ports(2)
+    several = Process("relay-of-two", SOURCE / "scripts/relay", f"rtsp://localhost:{ports[0]}/stereo",
+                      f"rtsp://127.0.0.1:{ports[0]}/stereo", "--port", str(own[0]), "--janus-port", str(own[1]),
+                      "--udp-ports", "21000-21999", ready="Open in a browser")
+    several.start()
+    page = Page(f"http://localhost:{own[0]}/")
+    try:
+        wait_until(lambda: page.text("message") == "", "no pictures")
+        assert page.text("streams").split("rtsp://")[1:] == [f"localhost:{ports[0]}/stereo",
+                                                            f"127.0.0.1:{ports[0]}/stereo"]
+        page.browser.execute_script(
+            "const list = document.getElementById('streams'); list.value = 2;"
+            "list.dispatchEvent(new Event('change'))")
+        wait_until(lambda: "Changing the stream" in page.text("message"), "nothing changes")
+        wait_until(lambda: page.text("message") == "", "no pictures of the other stream")
+        assert_moving(page)
+        assert "id=2" in page.browser.current_url
+        page.save("two-streams")
+    finally:
+        page.browser.quit()
+        several.end()
+
+
+# The packets' numbers begin at random with each start; a browser takes half of them for old ones.
+@pytest.mark.parametrize("start", range(3))
+def test_program_restarts(program, pages, start):
     program.end()
     for page in pages:
         wait_until(lambda: "No pictures from the camera" in page.text("message"), "nothing is said")
