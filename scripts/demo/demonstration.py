@@ -45,6 +45,7 @@ Exit status:
 NO_SANDBOX = """this machine allows no private mount namespace: ordinary users need unprivileged user \
 namespaces (sysctl user.max_user_namespaces and, where they exist, kernel.unprivileged_userns_clone \
 and kernel.apparmor_restrict_unprivileged_userns), containers the right to mount"""
+OVER = " is silent from now on"  # that each camera of a recording says
 ADDRESSES = """Open it in a player, for example
     ffplay -fflags nobuffer -flags low_delay {0}
     mpv --profile=low-latency {0}
@@ -81,8 +82,11 @@ def parse():
     add("--seconds", type=number(1, 10**9), metavar="N", help="end after N seconds")
     cameras.add_argument("--rig", type=path, metavar="FILE", help="the cameras described in FILE (see "
                          "docs/rig.md); the first two of the same family become the stereo camera")
-    cameras.add_argument("--recording", type=path, metavar="DIR", help="play a stereo and IMU "
-                         "recording in the ASL layout (DIR/mav0/cam0, cam1, imu0)")
+    cameras.add_argument("--recording", type=path, metavar="PATH", help="play a stereo and "
+                         "IMU recording: a folder in the ASL layout (PATH/mav0/cam0, cam1, imu0), or a "
+                         "file that vistrel-receive has recorded (PATH.ts)")
+    add("--once", action="store_true", help="play the recording once, and end with it, instead of in a "
+        "loop")
     add("--size", type=eye, metavar="WxH", help="size of one eye, default 960x600 for GS and 1920x1080 "
         "for UHD cameras, or the recording's")
     add("--fps", type=number(1, 1000), metavar="N", help="frames per second, default 30 or the "
@@ -92,7 +96,10 @@ def parse():
     add("--out", type=path, metavar="DIR", default=ROOT / "out", help="logs and pictures go there, "
         "default the folder out beside ./run")
     add("--no-setup", action="store_true", help="install nothing")
-    return parser.parse_args()
+    options = parser.parse_args()
+    if options.once and not options.recording:
+        parser.error("--once needs --recording")
+    return options
 
 
 def have_display():
@@ -117,6 +124,15 @@ def prepare(options):
     call(NO_SANDBOX, SANDBOX, "--check")
 
 
+def describe(recording, once):
+    """The rig that plays a recording, the size of an eye and the rate."""
+    if not recording.is_file():
+        return rigs.record(recording, once)
+    read = subprocess.run([BUILD / "tools/vistrel-receive", "--quiet", "--no-decode", "--json", "-",
+                           recording], stdout=subprocess.PIPE, check=False)
+    return rigs.play_file(recording, json.loads(read.stdout), once)
+
+
 def configure(options, work):
     """Writes the settings, and the rig of a recording; returns the rig's file, if there is one, and
     its stream object."""
@@ -126,7 +142,7 @@ def configure(options, work):
         rig = path(os.environ["KOR_RIG"])
     if options.recording:
         rig = work / "rig.json"
-        described, recorded_size, recorded_fps = rigs.record(options.recording)
+        described, recorded_size, recorded_fps = describe(options.recording, options.once)
         rig.write_text(json.dumps(described))
         fps = fps or recorded_fps
         # The window offers the family's sizes only; recordings are scaled.
@@ -234,7 +250,7 @@ class Demonstration:
              # The certificate is of the rig's making, and the way leads through this machine only.
              *(["--insecure"] if self.stream.get("certificate") else []),
              self.address(login + host)])
-        status = self.receiver.wait()
+        status = self.follow()
         print()
         if picture.exists() and picture.stat().st_size:
             print(f"A picture of the stereo frame: {picture}")
@@ -242,6 +258,16 @@ class Demonstration:
             self.fail_with_log("the program ended")
         if status:
             raise Failed(f"no frames were received; the program's log: {self.log}")
+
+    def follow(self):
+        """Waits for the receiver, and ends it when a recording that is played once is over."""
+        while self.options.once and self.receiver.poll() is None:
+            if self.log.read_text(errors="replace").count(OVER) == 2:
+                time.sleep(1)  # the last frames are on their way
+                self.receiver.terminate()
+                break
+            time.sleep(0.1)
+        return self.receiver.wait()
 
     def desktop(self):
         screen = os.environ.get("DISPLAY")

@@ -49,7 +49,24 @@ def frames(index):
     return [(int(row[0]), row[1]) for row in rows if len(row) > 1]
 
 
-def record(folder):
+def play(path, imu, once):
+    """The rig that plays the two cameras of a recording."""
+    return {"cameras": [
+        {"serial": 30000001 + index, "model": "KOR T Solo GS", "imu": {"type": kind},
+         "source": {"type": "recording", "path": str(path), "camera": f"cam{index}",
+                    "loop": not once}}
+        for index, kind in enumerate(("recorded" if imu else "none", "none"))]}
+
+
+def play_file(path, statistics, once=False):
+    """The rig that plays a recorded stream with these statistics, the size of an eye and the rate."""
+    demand(statistics.get("frameRecords", 0) > 1 and statistics.get("fps", 0) > 0.5,
+           f"{path} is no recording of a stream with its data")
+    size = statistics["eyeWidth"], statistics["eyeHeight"]
+    return play(path, statistics["imuPackets"] > 1, once), size, round(statistics["fps"])
+
+
+def record(folder, once=False):
     """The rig that plays a stereo recording in the ASL layout, the size of an eye and the rate."""
     demand(folder.is_dir(), f"{folder} is not a folder")
     mav = folder / "mav0" if (folder / "mav0").is_dir() else folder
@@ -72,8 +89,4 @@ def record(folder):
     fps = round((len(listed) - 1) * 1e9 / duration)
     demand(fps > 0, f"{mav}/cam0/data.csv lists less than one frame per second")
 
-    imu = "recorded" if (mav / "imu0/data.csv").is_file() else "none"
-    return {"cameras": [
-        {"serial": 30000001 + index, "model": "KOR T Solo GS", "imu": {"type": kind},
-         "source": {"type": "recording", "path": str(folder), "camera": f"cam{index}"}}
-        for index, kind in enumerate((imu, "none"))]}, size, fps
+    return play(folder, (mav / "imu0/data.csv").is_file(), once), size, fps

@@ -6,6 +6,7 @@
 #include <utility>
 #include <variant>
 
+#include "sdk/core/clock.h"
 #include "sdk/sources/recording.h"
 
 namespace tq {
@@ -18,7 +19,7 @@ constexpr int kLowRateDivisor = 4;
 
 ImuSource recordedImu(const rig::RecordingSettings& settings, std::size_t everyNth)
 {
-    Recording recording(settings);
+    Recording recording(settings, systemClock().now());
     std::vector<IMUPacket> packets;
     const std::vector<IMUPacket> all = recording.readImu();
     for (std::size_t i = 0; i < all.size(); i += everyNth) {
@@ -26,15 +27,7 @@ ImuSource recordedImu(const rig::RecordingSettings& settings, std::size_t everyN
     }
     return [recording = std::move(recording), packets = std::move(packets)](
                Timestamp from, Timestamp to, std::vector<IMUPacket>& into) {
-        const Timestamp round = recording.round();
-        for (Timestamp start = from - from % round; start <= to; start += round) {
-            for (IMUPacket packet : packets) {
-                packet.timestamp = recording.played(packet.timestamp, start);
-                if (packet.timestamp > from && packet.timestamp <= to) {
-                    into.push_back(packet);
-                }
-            }
-        }
+        recording.playImu(packets, from, to, into);
     };
 }
 

@@ -149,6 +149,18 @@ double Members::real(const std::string& name, double least, double most,
     return given;
 }
 
+bool Members::truth(const std::string& name, bool fallback)
+{
+    const json* member = value(name, true);
+    if (member == nullptr) {
+        return fallback;
+    }
+    if (!member->is_boolean()) {
+        throw Refusal(key(name), wrongType("a boolean", *member));
+    }
+    return member->get<bool>();
+}
+
 void Members::finish() const
 {
     for (const auto& member : object.items()) {

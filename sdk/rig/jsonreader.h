@@ -47,6 +47,7 @@ public:
     int integer(const std::string& name, int least, int most, std::optional<int> fallback = {});
     double real(const std::string& name, double least, double most,
                 std::optional<double> fallback = {});
+    bool truth(const std::string& name, bool fallback);
 
     /// What a word stands for.
     template <typename T>

@@ -84,6 +84,7 @@ RecordingSettings readRecording(Members& members, const std::filesystem::path& f
     if (!plain) {
         throw Refusal(members.key("camera"), "must be the name of a folder of the recording");
     }
+    settings.loop = members.truth("loop", settings.loop);
     return settings;
 }
 

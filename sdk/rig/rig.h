@@ -64,8 +64,9 @@ struct SimulatedSettings {
 
 /// Source `recording`.
 struct RecordingSettings {
-    std::string path;             ///< absolute; the folder that holds `mav0`, or `mav0` itself
-    std::string camera = "cam0";  ///< folder of this camera
+    std::string path;  ///< absolute; the folder that holds `mav0`, `mav0` itself, or a file
+    std::string camera = "cam0";  ///< folder of this camera; of a file cam0: left, cam1: right
+    bool loop = true;             ///< begins again at its end
 };
 
 /// Source `gstreamer`.

@@ -1,17 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reader of the lists of a recording.
+// Reader of the lists of a recording, and its loop.
 #include "sdk/sources/recording.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
+#include <limits>
+#include <map>
+#include <mutex>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
 #include "sdk/core/readfile.h"
+#include "sdk/sources/streamfile.h"
 
 namespace tq {
 
@@ -108,18 +112,66 @@ bool parsePacket(const Fields& fields, IMUPacket& packet)
     return good;
 }
 
+/// The begin of a recording that is played, the same for all that play it at a time.
+std::shared_ptr<const Timestamp> commonBegin(const std::string& path, Timestamp now)
+{
+    static std::mutex mutex;
+    static std::map<std::string, std::weak_ptr<const Timestamp>> begins;
+    const std::lock_guard<std::mutex> lock(mutex);
+    std::weak_ptr<const Timestamp>& known = begins[path];
+    std::shared_ptr<const Timestamp> begin = known.lock();
+    if (!begin) {
+        begin = std::make_shared<const Timestamp>(now + Recording::kLead);
+        known = begin;
+    }
+    return begin;
+}
+
 }  // namespace
 
-Recording::Recording(const rig::RecordingSettings& settings)
+Recording::Recording(const rig::RecordingSettings& settings, Timestamp now) : loop(settings.loop)
+{
+    std::error_code failure;
+    if (fs::is_regular_file(settings.path, failure)) {
+        openFile(settings);
+    } else {
+        openFolder(settings);
+    }
+    static const auto always = std::make_shared<const Timestamp>(0);
+    begin = stream || !loop ? commonBegin(settings.path, now) : always;
+}
+
+void Recording::openFile(const rig::RecordingSettings& settings)
+{
+    if (settings.camera != "cam0" && settings.camera != "cam1") {
+        refuse(settings.path, "has no " + settings.camera + ", only cam0 (left) and cam1 (right)");
+    }
+    streamEye = settings.camera == "cam0" ? StreamEye::LEFT : StreamEye::RIGHT;
+    stream = StreamFile::open(settings.path, kMostEntries);
+    for (const Timestamp time : stream->frameTimes()) {
+        cameraFrames.push_back({time, {}});
+    }
+    folder = settings.path;
+    findRate(settings.path);
+    first = cameraFrames.front().time;
+    duration = cameraFrames.back().time - first + 1000000000u / static_cast<Timestamp>(fps);
+}
+
+void Recording::openFolder(const rig::RecordingSettings& settings)
 {
     std::error_code failure;
     const fs::path inner = fs::path(settings.path) / "mav0";
     folder = fs::is_directory(inner, failure) ? inner.string() : settings.path;
     if (!fs::is_directory(folder, failure)) {
-        refuse(folder, "is not a folder");
+        refuse(folder, "is not a folder, nor a file");
     }
     cameraFrames = readFrames(settings.camera);
-    const std::string list = folder + "/" + settings.camera + "/data.csv";
+    findRate(folder + "/" + settings.camera + "/data.csv");
+    makeLoop();
+}
+
+void Recording::findRate(const std::string& list)
+{
     if (cameraFrames.size() < 2) {
         refuse(list, "has fewer than two frames");
     }
@@ -129,7 +181,6 @@ Recording::Recording(const rig::RecordingSettings& settings)
     if (fps < 1 || fps > kFastest) {
         refuse(list, "the frame rate is not from 1 to " + std::to_string(kFastest));
     }
-    makeLoop();
 }
 
 std::vector<RecordedFrame> Recording::readFrames(const std::string& camera) const
@@ -170,7 +221,7 @@ void Recording::makeLoop()
     duration = last - first + 1000000000u / static_cast<Timestamp>(fps);
 }
 
-std::vector<IMUPacket> Recording::readImu() const
+std::vector<IMUPacket> Recording::readImuList() const
 {
     const fs::path list = fs::path(folder) / "imu0" / "data.csv";
     std::vector<IMUPacket> packets;
@@ -182,6 +233,12 @@ std::vector<IMUPacket> Recording::readImu() const
         }
         packets.push_back(packet);
     });
+    return packets;
+}
+
+std::vector<IMUPacket> Recording::readImu() const
+{
+    std::vector<IMUPacket> packets = stream ? stream->imuPackets() : readImuList();
     // What lies outside the loop is not played; the last half period would collide with the
     // first packet of the next round.
     const Timestamp period =
@@ -194,9 +251,43 @@ std::vector<IMUPacket> Recording::readImu() const
     };
     packets.erase(std::remove_if(packets.begin(), packets.end(), isOutside), packets.end());
     if (packets.empty()) {
-        refuse(list, "has no packet between the first and the last frame");
+        refuse(stream ? folder : folder + "/imu0/data.csv",
+               "has no packet between the first and the last frame");
     }
     return packets;
+}
+
+Timestamp Recording::playedFrame(std::uint64_t number) const
+{
+    if (isOver(number)) {
+        return std::numeric_limits<Timestamp>::max() / 4;
+    }
+    const std::size_t count = cameraFrames.size();
+    return *begin + number / count * duration + (cameraFrames[number % count].time - first);
+}
+
+std::uint64_t Recording::firstAfter(Timestamp time) const
+{
+    std::uint64_t number = time < *begin ? 0 : (time - *begin) / duration * cameraFrames.size();
+    while (playedFrame(number) <= time) {
+        ++number;
+    }
+    return number;
+}
+
+void Recording::playImu(const std::vector<IMUPacket>& packets, Timestamp from, Timestamp to,
+                        std::vector<IMUPacket>& into) const
+{
+    const Timestamp since = std::max(from, *begin) - *begin;
+    for (Timestamp start = *begin + since - since % duration;
+         start <= to && (loop || start == *begin); start += duration) {
+        for (IMUPacket packet : packets) {
+            packet.timestamp = start + (packet.timestamp - first);
+            if (packet.timestamp > from && packet.timestamp <= to) {
+                into.push_back(packet);
+            }
+        }
+    }
 }
 
 }  // namespace tq

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// A stereo + IMU recording in the ASL folder layout, and where it stands on the real-time clock.
+// A stereo + IMU recording, a folder in the ASL layout or a file that was recorded from a stream,
+// and where it stands on the real-time clock.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,44 +12,70 @@
 
 namespace tq {
 
-/// One line of a camera's data.csv.
+class StreamFile;
+enum class StreamEye;
+
+/// One frame of one camera.
 struct RecordedFrame {
     Timestamp time = 0;  ///< of the recording, ns
-    std::string file;    ///< absolute path
+    std::string file;    ///< absolute path of its picture; empty when that is in a video
 };
 
-/// The lists of a recording, and the endless loop in which it is played. The loop follows from the
-/// recorded times and the real-time clock alone, so everyone who plays the recording is at the same
-/// place of it.
+/// What a recording lists, and when it is played. A folder that is played in a loop follows from
+/// the recorded times and the real-time clock alone, so everyone who plays it is at the same place
+/// of it. A file, and what is played once, begins a moment after the first of this process
+/// opened it, for all that play it then.
 class Recording {
 public:
-    /// Reads the frames of one camera and the loop over all cameras.
-    /// @throws std::runtime_error with one line when the recording cannot be used
-    explicit Recording(const rig::RecordingSettings& settings);
+    /// From the first opening to the begin, ns. A viewer who comes at once is still waited for.
+    static constexpr Timestamp kLead = 900000000;
 
-    /// Packets of `imu0` within the loop, oldest first. Times are those of the recording.
+    /// Reads the frames of one camera and the loop over all cameras.
+    /// @param now real time, ns
+    /// @throws std::runtime_error with one line when the recording cannot be used
+    Recording(const rig::RecordingSettings& settings, Timestamp now);
+
+    /// Packets within the loop, oldest first. Times are those of the recording.
     /// @throws std::runtime_error with one line when there are none
     std::vector<IMUPacket> readImu() const;
 
-    /// When a recorded instant is played in the round that begins at @p start.
-    Timestamp played(Timestamp recorded, Timestamp start) const
-    {
-        return start + (recorded - first);
-    }
+    /// When a frame is played; frames count on from round to round. kNever after the last one.
+    Timestamp playedFrame(std::uint64_t number) const;
+
+    /// The first frame that is played after an instant.
+    std::uint64_t firstAfter(Timestamp time) const;
+
+    /// Appends those of the packets, which readImu() gave, that are played with
+    /// from < timestamp <= to.
+    void playImu(const std::vector<IMUPacket>& packets, Timestamp from, Timestamp to,
+                 std::vector<IMUPacket>& into) const;
 
     const std::vector<RecordedFrame>& frames() const { return cameraFrames; }  ///< oldest first
     int framesPerSecond() const { return fps; }
     Timestamp round() const { return duration; }  ///< one round of the loop, ns
+    bool isOver(std::uint64_t number) const { return !loop && number >= cameraFrames.size(); }
+
+    /// The file that holds all pictures; null when each has a file of its own.
+    const std::shared_ptr<StreamFile>& video() const { return stream; }
+    StreamEye eye() const { return streamEye; }  ///< of the file
 
 private:
+    void openFolder(const rig::RecordingSettings& settings);
+    void openFile(const rig::RecordingSettings& settings);
     std::vector<RecordedFrame> readFrames(const std::string& camera) const;
+    void findRate(const std::string& list);
     void makeLoop();
+    std::vector<IMUPacket> readImuList() const;
 
+    const bool loop;
     std::string folder;
+    std::shared_ptr<StreamFile> stream;
+    StreamEye streamEye{};
     std::vector<RecordedFrame> cameraFrames;
     Timestamp first = 0;  // earliest recorded frame, ns
     Timestamp duration = 1;
     int fps = 0;
+    std::shared_ptr<const Timestamp> begin;  // of the first round, shared by all that play it
 };
 
 }  // namespace tq

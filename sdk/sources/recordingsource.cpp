@@ -2,7 +2,11 @@
 // Playing of a recording.
 #include "sdk/sources/recordingsource.h"
 
+#include <optional>
 #include <utility>
+
+#include "sdk/core/log.h"
+#include "sdk/sources/streamfile.h"
 
 namespace tq {
 
@@ -21,8 +25,10 @@ RecordingSource::RecordingSource(const rig::RecordingSettings& sourceSettings,
 
 FrameFormat RecordingSource::open(const FrameFormat& wanted)
 {
-    recording = std::make_unique<const Recording>(settings);
-    preload();
+    recording = std::make_unique<const Recording>(settings, clock.now());
+    if (!recording->video()) {
+        preload();
+    }
     scaler = std::make_unique<PictureScaler>(wanted.width, wanted.height);
     begin(recording->framesPerSecond(), clock.now());
     return {wanted.width, wanted.height, recording->framesPerSecond()};
@@ -47,18 +53,12 @@ void RecordingSource::preload()
 
 Timestamp RecordingSource::captureTime(std::uint64_t number) const
 {
-    const std::size_t count = recording->frames().size();
-    return recording->played(recording->frames()[number % count].time,
-                             number / count * recording->round());
+    return recording->playedFrame(number);
 }
 
 std::uint64_t RecordingSource::firstAfter(Timestamp time) const
 {
-    std::uint64_t number = time / recording->round() * recording->frames().size();
-    while (captureTime(number) <= time) {
-        ++number;
-    }
-    return number;
+    return recording->firstAfter(time);
 }
 
 std::string RecordingSource::name() const
@@ -68,7 +68,19 @@ std::string RecordingSource::name() const
 
 bool RecordingSource::draw(std::uint64_t number, Timestamp, const FrameBuffer& buffer)
 {
+    if (recording->isOver(number)) {
+        logLine(name() + " is over, its " + settings.camera + " is silent from now on");
+        return false;
+    }
     const std::size_t index = number % recording->frames().size();
+    if (recording->video()) {
+        const std::optional<Picture> picture =
+            recording->video()->picture(number, recording->eye());
+        if (picture) {
+            scaler->scale(*picture, buffer.pixels);
+        }
+        return picture.has_value();
+    }
     if (pictures.empty()) {
         scaler->scale(readPng(recording->frames()[index].file), buffer.pixels);
     } else {

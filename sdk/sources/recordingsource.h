@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Camera source `recording`: a recording played in an endless loop.
+// Camera source `recording`: a recording, played in an endless loop or once.
 #pragma once
 
 #include <memory>
@@ -12,7 +12,8 @@
 
 namespace tq {
 
-/// Plays one camera of a recording in real time, scaled to the wanted size.
+/// Plays one camera of a recording in real time, scaled to the wanted size. What is played once is
+/// silent afterwards.
 class RecordingSource : public GridSource {
 public:
     RecordingSource(const rig::RecordingSettings& settings, const Clock& clock);

@@ -31,7 +31,7 @@ void readPicture(const std::string& path)
 void readLists(const std::string& folder)
 {
     try {
-        const tq::Recording recording({folder, "cam0"});
+        const tq::Recording recording({folder, "cam0", true}, 0);
         fuzz::require(recording.framesPerSecond() > 0 && recording.round() > 0, "time passes");
         for (std::size_t i = 1; i < recording.frames().size(); ++i) {
             fuzz::require(recording.frames()[i].time > recording.frames()[i - 1].time,

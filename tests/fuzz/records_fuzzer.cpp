@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
+#include "sdk/stream/recordreader.h"
 #include "tests/fuzz/fuzz.h"
-#include "tools/receive/datarecords.h"
 #include "tools/receive/options.h"
 #include "tools/receive/statistics.h"
 
@@ -29,22 +29,22 @@ void checkText(std::string_view bytes)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
     checkText(fuzz::text(bytes, size));
-    receive::UnitCollector units;
+    tq::wire::UnitCollector units;
     receive::Statistics counts;
-    receive::RecordHandler handler;
+    tq::wire::RecordHandler handler;
     std::uint16_t sequence = 0;
     std::uint64_t now = 1700000000000000000u;
-    handler.frame = [&](const receive::FrameRecord& record) {
+    handler.frame = [&](const tq::wire::FrameRecord& record) {
         counts.frameRecord(record, sequence, kElapsed);
         counts.finishedFrame(sequence, now);
     };
-    handler.imu = [&](const receive::ImuRecord& record) { counts.imuRecord(record, kElapsed); };
+    handler.imu = [&](const tq::wire::ImuRecord& record) { counts.imuRecord(record, kElapsed); };
     while (size >= 2) {
         const std::uint8_t flags = bytes[0];
         const std::size_t length = std::min<std::size_t>(bytes[1], size - 2);
         sequence = static_cast<std::uint16_t>(sequence + 1 + (flags & 2));
         if (const auto* const unit = units.add(sequence, (flags & 1) != 0, bytes + 2, length)) {
-            receive::readRecords(unit->data(), unit->size(), handler);
+            tq::wire::readRecords(unit->data(), unit->size(), handler);
         }
         now += 33000000;
         bytes += 2 + length;

@@ -100,7 +100,9 @@ def desk(tmp_path):
     (2, 'argument --size: must read like 960x600, not "large"', ["--size", "large"]),
     (2, "not allowed with argument --rig", ["--rig", "a.json", "--recording", "b"]),
     (1, "{}/absent.json: cannot be read", ["--rig", "absent.json"]),
-    (1, "{}/absent is not a folder", ["--recording", "absent"])])
+    (2, "--once needs --recording", ["--once"]),
+    (1, "{}/absent is not a folder", ["--recording", "absent"]),
+    (1, "{}/output is no recording of a stream with its data", ["--recording", "output"])])
 def test_refused(desk, status, text, arguments):
     desk.ends(status, text.format(desk.folder), *arguments)
 
@@ -145,6 +147,26 @@ def test_two_at_once_and_interrupt(desk):
     assert "kor_vistrel" in desk.processes()
     assert first.poll() is None, desk.said("first")
     assert interrupt(first) == 0
+
+
+def test_recorded_stream_is_played_once(desk):
+    (desk.folder / "own.json").write_text(json.dumps({"cameras": [
+        {**camera(30200001, "left"), "imu": {"type": "simulated"}}, camera(30200002, "right")]}))
+    first = desk.start("--rig", "own.json", "--size", "480x300", "--port", "41239", "--out",
+                       "pictures", log="first")
+    wait_until(lambda: "fps" in desk.said("first") or first.poll() is not None, "no frames came")
+    session = desk.folder / "session.ts"
+    receive = pathlib.Path(os.environ["VISTREL_DEMO_BUILD"], "tools/vistrel-receive")
+    subprocess.run([receive, "--tcp", "-q", "-n", "60", "-r", session, "rtsp://127.0.0.1:41239/stereo"],
+                   check=True)
+    assert interrupt(first) == 0
+    # It ends by itself.
+    desk.ends(0, "rtsp://localhost:41239/stereo", "--recording", "session.ts", "--once", "--port",
+              "41239", "--out", "again")
+    statistics = json.loads((desk.folder / "again/statistics.json").read_text())
+    assert (statistics["eyeWidth"], statistics["eyeHeight"]) == (480, 300)
+    assert 0 < statistics["frames"] <= 75
+    assert statistics["imuPackets"] > 0
 
 
 def test_encrypted(desk):

@@ -94,8 +94,22 @@ def test_recording(recording):
     rig, size, fps = rigs.record(recording)
     assert (size, fps) == ((752, 480), 20)
     assert [camera["source"] for camera in rig["cameras"]] == [
-        {"type": "recording", "path": str(recording), "camera": name} for name in ("cam0", "cam1")]
+        {"type": "recording", "path": str(recording), "camera": name, "loop": True}
+        for name in ("cam0", "cam1")]
     assert [camera["imu"]["type"] for camera in rig["cameras"]] == ["none", "none"]
+
+
+def test_recording_is_played_once(recording):
+    rig, _, _ = rigs.record(recording, once=True)
+    assert [camera["source"]["loop"] for camera in rig["cameras"]] == [False, False]
+
+
+def test_recorded_stream():
+    statistics = {"frameRecords": 60, "fps": 29.97, "imuPackets": 400, "eyeWidth": 480, "eyeHeight": 300}
+    rig, size, fps = rigs.play_file("/x/session.ts", statistics)
+    assert (size, fps) == ((480, 300), 30)
+    assert [camera["source"]["camera"] for camera in rig["cameras"]] == ["cam0", "cam1"]
+    assert [camera["imu"]["type"] for camera in rig["cameras"]] == ["recorded", "none"]
 
 
 def test_inertial_data_belong_to_the_left_camera(recording):

@@ -137,6 +137,7 @@ class RecordingTest : public QObject {
 
 private slots:
     void framesArePlayedInALoop();
+    void isPlayedOnce();
     void bothFoldersAreAccepted();
     void camerasShareTheClock();
     void camerasThatBeginApartShareTheLoop();
@@ -175,6 +176,20 @@ void RecordingTest::framesArePlayedInALoop()
         last = player.time;
     }
     QCOMPARE(player.source.skippedFrames(), std::uint64_t(0));
+}
+
+void RecordingTest::isPlayedOnce()
+{
+    const SyntheticRecording recording(5);
+    tq::rig::RecordingSettings settings = recording.settings();
+    settings.loop = false;
+    Player player(settings, 16, 8);
+    for (int number = 0; number < 5; ++number) {
+        QVERIFY(player.next());
+        QCOMPARE(int(player.pixels[0]), 5 + 3 * number);
+    }
+    player.clock.beforeSleep = [](tq::Timestamp) { return tq::Wake::STOPPED; };
+    QVERIFY(!player.next());
 }
 
 void RecordingTest::bothFoldersAreAccepted()
@@ -471,7 +486,7 @@ void RecordingTest::realRecordingIsPlayedWhole()
     QVERIFY2(left.code == tq::ErrorCode::SUCCESS, left.reason.c_str());
     QVERIFY2(right.code == tq::ErrorCode::SUCCESS, right.reason.c_str());
     QCOMPARE(left.fps, 20);
-    const tq::Recording recording({path, "cam0"});
+    const tq::Recording recording({path, "cam0"}, 0);
     QCOMPARE(recording.frames().size(), std::size_t(40));
     QSet<std::size_t> seen;
     std::size_t last = 0;

@@ -212,6 +212,8 @@ void RigTest::refusals_data()
     row("revival without death", withSource(R"("type": "simulated", "reviveAfter": 1)"),
         "cameras[0].source.reviveAfter: needs deathAfter");
     row("no path", withSource(R"("type": "recording")"), "cameras[0].source.path: is missing");
+    row("loop", withSource(R"("type": "recording", "path": "x", "loop": 1)"),
+        "cameras[0].source.loop: must be a boolean, but is number");
     row("camera folder", withSource(R"("type": "recording", "path": "x", "camera": "../cam0")"),
         "cameras[0].source.camera: must be the name of a folder of the recording");
     row("empty pipeline", withSource(R"("type": "gstreamer", "pipeline": " ")"),

@@ -8,11 +8,14 @@
 #include <limits>
 #include <optional>
 
-#include "tools/receive/datarecords.h"
+#include "sdk/stream/recordreader.h"
 #include "tools/receive/options.h"
 #include "tools/receive/statistics.h"
 
 using namespace receive;
+using tq::wire::readRecords;
+using tq::wire::RecordHandler;
+using tq::wire::UnitCollector;
 
 namespace {
 

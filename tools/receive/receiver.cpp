@@ -361,7 +361,7 @@ void Receiver::onDataUnit(const DataUnit& unit)
     if (options.source.isFile()) {
         played.at(unit.time);
     }
-    RecordHandler handler;
+    tq::wire::RecordHandler handler;
     handler.frame = [&](const FrameRecord& record) {
         counts.frameRecord(record, unit.time, elapsed());
     };
@@ -369,7 +369,7 @@ void Receiver::onDataUnit(const DataUnit& unit)
         counts.imuRecord(record, elapsed());
         writeImu(record);
     };
-    if (!readRecords(unit.bytes, unit.size, handler)) {
+    if (!tq::wire::readRecords(unit.bytes, unit.size, handler)) {
         ++counts.malformedRecords;
     }
 }

@@ -14,7 +14,7 @@
 #include <string>
 
 #include "sdk/core/glibptr.h"
-#include "tools/receive/datarecords.h"
+#include "sdk/stream/recordreader.h"
 #include "tools/receive/statistics.h"
 
 // Its header and Qt's do not go together.
@@ -119,7 +119,7 @@ private:
     std::atomic<bool> data{false};
     std::optional<guint> videoStream;  // of the session that is wanted
     std::optional<guint> dataStream;
-    UnitCollector units;  // of the data's thread
+    tq::wire::UnitCollector units;  // of the data's thread
 
     mutable std::mutex mutex;                      // guards what follows
     Latest<GstClockTime, std::uint32_t> rtpTimes;  // of frames, by PTS

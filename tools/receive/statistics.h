@@ -11,9 +11,12 @@
 #include <utility>
 #include <vector>
 
-#include "tools/receive/datarecords.h"
+#include "sdk/stream/recordreader.h"
 
 namespace receive {
+
+using tq::wire::FrameRecord;
+using tq::wire::ImuRecord;
 
 /// The latest values by their keys, which come in runs of the same key.
 template <typename Key, typename Value>

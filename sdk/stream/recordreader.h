@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Reads the records of the data stream; docs/stream-format.md has the byte tables.
+// Reads the records of the data stream, for the receiver and for recorded streams that are played;
+// docs/stream-format.md has the byte tables. Knows nothing of how they are written.
 #pragma once
 
 #include <cstddef>
@@ -8,9 +9,9 @@
 #include <optional>
 #include <vector>
 
-namespace receive {
+namespace tq::wire {
 
-/// What the sender says about one frame, as far as this program uses it.
+/// What the sender says about one frame, as far as it is used.
 struct FrameRecord {
     std::uint32_t serial = 0;
     std::uint64_t counter = 0;
@@ -30,6 +31,8 @@ struct ImuRecord {
     /// Acceleration x, y, z (m/s²), angular rate x, y, z (rad/s), magnetic field x, y, z (µT),
     /// orientation x, y, z, w, temperature (°C), pressure (hPa)
     double values[15] = {};
+    /// Covariances of acceleration, angular rate and orientation, 3 × 3 each, row by row
+    double covariances[27] = {};
 };
 
 struct RecordHandler {
@@ -60,4 +63,4 @@ private:
     bool ended = true;                      // the unit is whole: the next packet begins another
 };
 
-}  // namespace receive
+}  // namespace tq::wire

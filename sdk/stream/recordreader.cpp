@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // Reads the records of the data stream: key, length and value, all big-endian.
-#include "tools/receive/datarecords.h"
+#include "sdk/stream/recordreader.h"
 
 #include <gst/base/gstbytereader.h>
 
 #include <cstring>
 #include <utility>
 
-namespace receive {
+namespace tq::wire {
 
 namespace {
 
@@ -77,10 +77,14 @@ ImuRecord readImu(GstByteReader& in)
     record.validFields = take<std::uint32_t>(in);
     record.timestamp = take<std::uint64_t>(in);
     record.sequence = take<std::uint64_t>(in);
-    for (double& value : record.values) {
-        const auto bits = take<std::uint64_t>(in);
-        std::memcpy(&value, &bits, sizeof value);
-    }
+    const auto takeDoubles = [&in](auto& values) {
+        for (double& value : values) {
+            const auto bits = take<std::uint64_t>(in);
+            std::memcpy(&value, &bits, sizeof value);
+        }
+    };
+    takeDoubles(record.values);
+    takeDoubles(record.covariances);
     return record;
 }
 
@@ -149,4 +153,4 @@ const std::vector<std::uint8_t>* UnitCollector::add(std::uint16_t sequence, bool
     return marker || skipping ? &unit : nullptr;
 }
 
-}  // namespace receive
+}  // namespace tq::wire
