@@ -4,6 +4,7 @@
 
 #include <QDebug>
 #include <QFile>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPointer>
 #include <QThread>
@@ -19,6 +20,7 @@ namespace {
 constexpr unsigned long kDaemonPauseS = 1;
 constexpr unsigned long kServicePauseMs = 500;
 constexpr int kAvailable = 0;
+constexpr int kWidestText = 640;  // of a message box, pixels
 
 QString configPath()
 {
@@ -29,6 +31,10 @@ void showInformation(QWidget* parent, const QString& text)
 {
     QMessageBox box(QMessageBox::Information, QStringLiteral("Information"), text, QMessageBox::Ok,
                     parent);
+    // A path is not broken: the toolkit wraps what is wider than this, also behind a slash.
+    QLabel* const label = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_label"));
+    box.ensurePolished();
+    label->setMinimumWidth(qMin(kWidestText, label->sizeHint().width()));
     box.exec();
 }
 

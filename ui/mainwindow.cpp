@@ -4,6 +4,7 @@
 
 #include <QDateTime>
 #include <QDebug>
+#include <QIcon>
 #include <QScreen>
 #include <QScrollBar>
 #include <QSignalBlocker>
@@ -99,6 +100,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(std::make_uniq
     ui->noCameraLabel->hide();
     style = std::make_unique<Style>();
     applyStyle();
+    setWindowIcon(QIcon(QStringLiteral(":/icons/window.png")));
     ui->toggleDaemonButton->setStyleSheet(style->checkBox);
     ui->toggleDaemonButton->setText(tr(kDaemonSwitchText));
     ui->toggleDaemonButton->setChecked(ServiceHandler::getDaemonServiceEnableStatus(kServiceUnit));

@@ -35,6 +35,7 @@ Names commonNames(const Style& style)
         {"black", clr::black},
         {"company_clr", clr::company_clr},
         {"company_clr_h", clr::company_clr_h},
+        {"concrete", clr::concrete},
         {"green", clr::green},
         {"green_h", clr::green_h},
         {"med_black", clr::med_black},
@@ -65,7 +66,7 @@ Names commonNames(const Style& style)
         {"focus", "border-color: $company_clr;"},
         {"chosen", "background-color: $company_clr; color: $tq_soil;"},
         {"selection", "selection-background-color: $company_clr; selection-color: $tq_soil;"},
-        {"unavailable", "background-color: $tq_steel; color: $med_black; border-color: $black;"}};
+        {"unavailable", "background-color: $tq_steel; color: $concrete; border-color: $black;"}};
 }
 
 constexpr char kButtonStates[] = R"(
@@ -75,24 +76,24 @@ $control:checked:hover { $checked border-color: $tq_pearl; }
 $control:focus { border-color: $focusBorder; }
 $control:pressed { $pressed }
 $control:disabled { $disabled }
-$control:checked:disabled { $disabled background-color: $soft_black; }
+$control:checked:disabled { $disabled background-color: $tq_black; }
 )";
 
 // Looks of a button: ground, text and border when normal, under the pointer, pressed, checked and
 // disabled, and the border that shows keyboard focus.
 constexpr char kOrdinary[] =
     "tq_charcoal tq_pearl soft_black  soft_black tq_white tq_ash  tq_soil company_clr company_clr  "
-    "company_clr tq_soil company_clr  tq_steel med_black black  company_clr";
+    "company_clr tq_soil company_clr  tq_steel concrete black  company_clr";
 // The sign of a remove button is small, so that its border is red, too.
 constexpr char kRemoval[] =
-    "tq_charcoal red red_h  red tq_soil red  red_h tq_soil red_h  "
-    "company_clr tq_soil company_clr  tq_steel med_black black  company_clr";
+    "tq_soil red red_h  red tq_soil red  red_h tq_white red_h  "
+    "company_clr tq_soil company_clr  tq_steel concrete black  company_clr";
 constexpr char kFilled[] =
     "accent tq_soil accent  accent_h tq_soil accent_h  tq_soil accent accent  "
-    "accent_h tq_soil accent_h  tq_steel med_black black  tq_pearl";
+    "accent_h tq_soil accent_h  tq_steel concrete black  tq_pearl";
 constexpr char kOutlined[] =
     "transparent accent accent  accent tq_soil accent  tq_soil accent accent  "
-    "accent tq_soil accent  transparent med_black soft_black  tq_pearl";
+    "accent tq_soil accent  transparent concrete soft_black  tq_pearl";
 
 QString look(const QStringList& colors, int at)
 {
@@ -119,9 +120,11 @@ QAbstractButton { $font $normal $frame border-width: $width; padding: $padding; 
 $states
 )";
 
-// Buttons of one sign are square and need all their width for it.
+// Buttons of one sign are square and need all their width for it. Both signs lie below the middle
+// of a line of text, the hyphen of a larger font more so.
 constexpr char kSquareSigns[] = R"(
-QAbstractButton[text="+"], QAbstractButton[text="-"] { padding: 0px; }
+QAbstractButton[text="+"] { padding: 0px 0px 2px 0px; }
+QAbstractButton[text="-"] { padding: 0px 0px 4px 0px; }
 )";
 
 constexpr char kLinkButton[] = R"(
@@ -130,7 +133,7 @@ QAbstractButton:hover { color: $company_clr_h; text-decoration: underline; }
 QAbstractButton:checked { color: $tq_pearl; }
 QAbstractButton:focus { $focus }
 QAbstractButton:pressed { color: $tq_pearl; }
-QAbstractButton:disabled { color: $med_black; text-decoration: none; }
+QAbstractButton:disabled { color: $concrete; text-decoration: none; }
 )";
 
 // A piece of a row of joined buttons. Neighbours share the line between them, so only the first
@@ -157,23 +160,23 @@ QToolButton:disabled { background-color: $tq_steel; $disabled }
 )";
 
 // Images of the icon buttons: normal, under the pointer, checked, both, disabled; a dash leaves the
-// state as the one before it. Those of a checked video button and all of the aspect button do not
-// exist: such buttons show none, deliberately.
+// state as the one before it; a name with a folder is none of the named set's. Those of a checked
+// video button and all of the aspect button do not exist: such buttons show none, deliberately.
 struct Icons {
     QString Style::*sheet;
     const char* images;
 };
 constexpr Icons kIcons[] = {
-    {&Style::iconPlayPause, "play play_h pause pause_h -"},
-    {&Style::iconStop, "stop stop_h - - -"},
-    {&Style::iconRefresh, "refresh refresh_h - - -"},
+    {&Style::iconPlayPause, "play play_h pause pause_h icons/play_u"},
+    {&Style::iconStop, "stop stop_h - - icons/stop_u"},
+    {&Style::iconRefresh, "refresh refresh_h - - icons/refresh_u"},
     {&Style::iconGear, "gear gear_h gear_h gear_h gear_off"},
     {&Style::iconPhoto, "photo photo_h - - photo_u"},
     {&Style::iconVideo, "video video_h video_on video_on_h video_u"},
     {&Style::iconRec, "rec rec_h rec_on rec_on_h rec_u"},
     {&Style::iconAspect, "aspect aspect_hover - - -"},
     {&Style::iconFolder, "folder folder_h - - folder_u"},
-    {&Style::iconStream, "stream stream_h stream_h stream_h -"},
+    {&Style::iconStream, "stream stream_h stream_h stream_h icons/stream_u"},
     {&Style::iconCreateStream,
      "QuillonCreateStream QuillonCreateStream_h QuillonCreateStreamStop "
      "QuillonCreateStreamStop_h QuillonCreateStream_u"},
@@ -183,7 +186,9 @@ Names icons(const char* images)
 {
     const QStringList names = words(images);
     const auto image = [&names](int at) {
-        return names.at(at) == "-" ? QString() : "image:url(:/images/" + names.at(at) + ".png);";
+        const QString& name = names.at(at);
+        const QString path = name.contains('/') ? name : "images/" + name;
+        return name == "-" ? QString() : "image:url(:/" + path + ".png);";
     };
     return {{"normal", image(0)},
             {"hover", image(1)},
@@ -207,7 +212,7 @@ $control { $textFont $noFrame color: $tq_iron; padding: $padding; spacing: 8px; 
 $control:hover { color: $tq_white; }
 $control:checked { color: $tq_pearl; }
 $control:focus { $focus }
-$control:disabled { color: $med_black; }
+$control:disabled { color: $concrete; }
 )";
 
 // A check box drawn as a switch.
@@ -257,7 +262,7 @@ QLineEdit:disabled { $unavailable }
 // open list are in line with the text of the closed one.
 constexpr char kComboBox[] = R"(
 QComboBox { $textFont $normal $frame padding: 2px 4px 2px 8px; combobox-popup: 0; }
-QComboBox[waiting="true"] { color: $tq_ash; }
+QComboBox[waiting="true"] { background-color: $tq_steel; color: $concrete; }
 QComboBox:hover { $hover }
 QComboBox:focus, QComboBox:on { $focus }
 QComboBox:disabled { $unavailable }
@@ -348,11 +353,11 @@ QScrollBar::add-page, QScrollBar::sub-page { background: none; }
 )";
 
 constexpr char kMenu[] = R"(
-QMenu { $textFont background-color: $tq_charcoal; color: $tq_pearl; border: 1px solid $soft_black;
+QMenu { $textFont background-color: $tq_steel; color: $tq_pearl; border: 1px solid $soft_black;
     padding: 4px 0px; }
 QMenu::item { background-color: $transparent; padding: 4px 24px 4px 28px; }
 QMenu::item:selected { $chosen }
-QMenu::item:disabled { background-color: $transparent; color: $med_black; }
+QMenu::item:disabled { background-color: $transparent; color: $concrete; }
 QMenu::separator { height: 1px; margin: 4px 8px; background-color: $soft_black; }
 QMenu::indicator { margin-left: 8px; }
 )";
@@ -366,7 +371,7 @@ QTabBar::tab { $buttonFont background-color: $transparent; color: $tq_iron; bord
 QTabBar::tab:hover { color: $tq_white; border-bottom-color: $tq_ash; }
 QTabBar::tab:selected { color: $tq_pearl; border-bottom-color: $company_clr; }
 QTabBar::tab:selected:focus { color: $company_clr; }
-QTabBar::tab:disabled { color: $med_black; }
+QTabBar::tab:disabled { color: $concrete; }
 )";
 
 constexpr char kListWidget[] = R"(
@@ -377,12 +382,12 @@ QListWidget:disabled { $unavailable }
 QListWidget::item { padding: 4px 8px; border-radius: 3px; color: $tq_iron; }
 QListWidget::item:hover { background-color: $tq_charcoal; color: $tq_white; }
 QListWidget::item:selected { $chosen }
-QListWidget::item:disabled { color: $med_black; }
+QListWidget::item:disabled { color: $concrete; }
 )";
 
 constexpr char kLabel[] = R"(
 QLabel { $font border: 0px solid; background-color: $transparent; color: $color; }
-QLabel:disabled { color: $med_black; }
+QLabel:disabled { color: $concrete; }
 )";
 
 // The selector's lower-case "l" is deliberate.
@@ -395,14 +400,15 @@ constexpr char kLabelImage[] =
 // hardly to be seen, so the remove button has the banner's.
 constexpr char kMainWindow[] = R"(
 QMainWindow, QDialog, .QWidget { background-color: $tq_soil; color: $tq_iron; }
-QWidget:disabled { color: $med_black; }
+QWidget:disabled { color: $concrete; }
 QWidget#camerasWidgetscrollAreaWidgetContents { background-color: $tq_black; }
 QScrollArea { background-color: $transparent; border: none; }
+QScrollArea#camerasWidgetsScrollArea { border: 1px solid $tq_black; }
+QScrollArea#camerasWidgetsScrollArea:focus { $focus }
 QAbstractScrollArea::corner { background-color: $tq_soil; }
 VirtualCamHandler { background-color: $tq_steel; border: 1px solid $black; border-radius: 6px; }
 $labels
 QLabel#cameraTitle { color: $tq_pearl; }
-QLabel#cameraTitle, QLabel#modelLabel, QLabel#resolutionLabel { padding-left: 8px; }
 QLabel#noCameraLabel { color: $tq_demo_red; border: 1px solid $red_h; border-radius: 4px; }
 QPushButton#RemoveButton { $bannerFont }
 $inputs
@@ -415,6 +421,7 @@ QMessageBox { background-color: $tq_steel; icon-size: 32px;
     messagebox-critical-icon: url(:/images/fail.png); }
 QMessageBox QDialogButtonBox { dialogbuttonbox-buttons-have-icons: 0; }
 QMessageBox QLabel { $textFont background-color: $transparent; color: $tq_pearl; }
+QMessageBox QLabel#qt_msgbox_label { min-height: 32px; }
 QMessageBox QPushButton { $buttonFont $normal $frame padding: 2px 12px; min-width: 64px;
     min-height: 20px; }
 QMessageBox QPushButton:default { $focus }
@@ -518,7 +525,7 @@ std::vector<StyleSheet> buildSheets(const Style& style)
                                    {{"control", "QRadioButton"}, {"padding", "1px 6px 1px 2px"}})},
         {&Style::tabWidget, fill(kTabWidget)},
         {&Style::listWidget, fill(QString(kListWidget) + kSmallMark, {{"control", "QListWidget"}})},
-        {&Style::labelMuted, fill(kLabel, {{"font", "$lightFont"}, {"color", "$tq_ash"}})},
+        {&Style::labelMuted, fill(kLabel, {{"font", "$lightFont"}, {"color", "$concrete"}})},
         {&Style::labelImage, kLabelImage}};
     for (const Icons& entry : kIcons) {
         sheets.push_back({entry.sheet, fill(kIconButton, icons(entry.images))});

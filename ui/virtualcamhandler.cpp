@@ -167,7 +167,7 @@ void VirtualCamHandler::offerAbsent(int side, std::uint64_t serial)
     const QSignalBlocker blocker(choice);
     const int index = choice->currentIndex();
     choice->addItem(text);
-    choice->setItemData(choice->count() - 1, QColor(Qt::gray), Qt::ForegroundRole);
+    choice->setItemData(choice->count() - 1, QColor(Qt::lightGray), Qt::ForegroundRole);
     choice->setCurrentIndex(index);  // the toolkit chooses the first entry of an empty list
 }
 

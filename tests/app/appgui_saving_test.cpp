@@ -95,8 +95,15 @@ void AppGuiSavingTest::saving()
     Desktop desktop;
     desktop.addRow(kVirtual, kLeft, kRight);
     QByteArray whileShown;
-    boxes.onBox([&] { whileShown = written(); });
+    int room = 0;
+    boxes.onBox([&] {
+        whileShown = written();
+        const auto* const label =
+            QApplication::activeModalWidget()->findChild<QLabel*>("qt_msgbox_label");
+        room = label->width() - label->fontMetrics().horizontalAdvance(label->text());
+    });
     desktop.part<QPushButton>("ApplyButton")->click();
+    QVERIFY(room >= 0);  // the path is not broken
     const QByteArray expected =
         "{\"101234567\":{\"FPS\":30,\"HDR\":0,\"Height\":1200,\"IMU\":true,\"Left\":30123456,"
         "\"Port\":34000,\"Right\":30123457,\"Width\":1920}}\n";

@@ -86,7 +86,8 @@ void MainWindowTest::formHasItsTexts_data()
     QTest::newRow("ResolutionComboBox") << QByteArray("QComboBox") << none << "Target Resolution";
     QTest::newRow("FPSComboBox") << QByteArray("QComboBox") << none << "Target framerate";
     QTest::newRow("ApplyResFPSButton") << QByteArray("QPushButton") << "Apply" << none;
-    QTest::newRow("addVCamButton") << QByteArray("QPushButton") << "+" << none;
+    QTest::newRow("addVCamButton") << QByteArray("QPushButton") << "+"
+                                   << "Add a virtual camera";
     QTest::newRow("loadVCamButton") << QByteArray("QToolButton") << "..." << none;
     QTest::newRow("ApplyButton") << QByteArray("QPushButton") << "SAVE" << none;
     QTest::newRow("toggleDaemonButton")

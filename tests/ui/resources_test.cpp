@@ -87,6 +87,8 @@ private slots:
     void storageIsAsNamed();
     void filesCarryTheirTimes();
     void variantsDiffer();
+    void colourOfOnIsForWhatIsOn();
+    void stopIsNoEmptyBox();
 };
 
 void ResourcesTest::initTestCase()
@@ -111,6 +113,16 @@ void ResourcesTest::treeHoldsExactlyTheNamedFiles()
     listed = QDir(":/images").entryList(QDir::Files);
     listed.sort();
     QCOMPARE(listed, images);
+
+    // Beside these: what they have no image for.
+    QStringList icons{"window.png"};
+    for (const char* const name : {"play_u", "stop_u", "refresh_u", "stream_u"}) {
+        icons << QString(name) + ".png" << QString(name) + "@2x.png";
+    }
+    icons.sort();
+    listed = QDir(":/icons").entryList(QDir::Files);
+    listed.sort();
+    QCOMPARE(listed, icons);
 }
 
 void ResourcesTest::fontIsUsable()
@@ -189,6 +201,28 @@ void ResourcesTest::variantsDiffer()
                          qPrintable(name + suffix));
             }
         }
+    }
+}
+
+// What is off does not light up below the pointer as if it were on.
+void ResourcesTest::colourOfOnIsForWhatIsOn()
+{
+    for (const char* const name : {"check_off_h", "box_off_hover", "radio_off_h"}) {
+        const QImage image(QString(":/images/%1.png").arg(name));
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                const QColor pixel = image.pixelColor(x, y);
+                QVERIFY2(pixel.alpha() < 128 || pixel.saturation() < 30, name);
+            }
+        }
+    }
+}
+
+void ResourcesTest::stopIsNoEmptyBox()
+{
+    for (const char* const name : {":/images/stop.png", ":/images/stop_h.png"}) {
+        const QImage image(name);
+        QCOMPARE(image.pixelColor(image.rect().center()).alpha(), 255);
     }
 }
 

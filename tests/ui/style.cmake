@@ -5,7 +5,7 @@ add_library(vistrel_style_testing OBJECT stylesheets_testing.cpp stylesheets_tes
 vistrel_target(vistrel_style_testing)
 target_link_libraries(vistrel_style_testing PUBLIC vistrel_style Qt5::Test)
 
-foreach(name IN ITEMS colors resources style stylesheets stylesheets_looks)
+foreach(name IN ITEMS colors resources style stylesheets stylesheets_contrast stylesheets_looks)
     vistrel_add_test(NAME ui_${name}
         SOURCES ${name}_test.cpp $<TARGET_OBJECTS:vistrel_style_testing>
         LIBRARIES vistrel_style ${CMAKE_DL_LIBS} LABELS ui)

@@ -166,16 +166,16 @@ void StyleSheetsTest::sheetNamesItsImages_data()
         QTest::newRow(name) << sheet << QString(images);
     };
     // Normal, under the pointer, checked, both, disabled.
-    add("iconPlayPause", style->iconPlayPause, "play play_h pause pause_h");
-    add("iconStop", style->iconStop, "stop stop_h");
-    add("iconRefresh", style->iconRefresh, "refresh refresh_h");
+    add("iconPlayPause", style->iconPlayPause, "play play_h pause pause_h icons/play_u");
+    add("iconStop", style->iconStop, "stop stop_h icons/stop_u");
+    add("iconRefresh", style->iconRefresh, "refresh refresh_h icons/refresh_u");
     add("iconGear", style->iconGear, "gear gear_h gear_h gear_h gear_off");
     add("iconPhoto", style->iconPhoto, "photo photo_h photo_u");
     add("iconVideo", style->iconVideo, "video video_h video_on video_on_h video_u");
     add("iconRec", style->iconRec, "rec rec_h rec_on rec_on_h rec_u");
     add("iconAspect", style->iconAspect, "aspect aspect_hover");
     add("iconFolder", style->iconFolder, "folder folder_h folder_u");
-    add("iconStream", style->iconStream, "stream stream_h stream_h stream_h");
+    add("iconStream", style->iconStream, "stream stream_h stream_h stream_h icons/stream_u");
     add("iconCreateStream", style->iconCreateStream,
         "QuillonCreateStream QuillonCreateStream_h QuillonCreateStreamStop "
         "QuillonCreateStreamStop_h QuillonCreateStream_u");
@@ -205,7 +205,7 @@ void StyleSheetsTest::sheetNamesItsImages()
     QFETCH(QString, images);
     QStringList paths;
     for (const QString& image : images.split(' ')) {
-        paths << ":/images/" + image + ".png";
+        paths << (image.contains('/') ? ":/" : ":/images/") + image + ".png";
     }
     QCOMPARE(imagePaths(sheet), paths);
 }

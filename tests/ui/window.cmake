@@ -9,13 +9,13 @@ vistrel_add_gui_run(NAME ui_virtualcamhandler_dense TARGET test_ui_virtualcamhan
 vistrel_add_gui_test(NAME ui_resolutionchooser LABELS ui
     SOURCES resolutionchooser_test.cpp LIBRARIES vistrel_ui TqKor::TqKor)
 foreach(unit IN ITEMS
-        mainwindow mainwindow_layout mainwindow_settings mainwindow_rows mainwindow_records
-        mainwindow_silence)
+        mainwindow mainwindow_keyboard mainwindow_layout mainwindow_settings mainwindow_rows
+        mainwindow_records mainwindow_silence)
     vistrel_add_gui_test(NAME ui_${unit} LABELS ui SCREEN 2000x1200x24
         SOURCES ${unit}_test.cpp mainwindow_testing.h
         LIBRARIES vistrel_ui vistrel_sandbox vistrel_qtcalls TqKor::TqKor)
 endforeach()
-foreach(unit IN ITEMS mainwindow mainwindow_rows)
+foreach(unit IN ITEMS mainwindow mainwindow_layout mainwindow_rows)
     vistrel_add_gui_run(NAME ui_${unit}_dense TARGET test_ui_${unit} LABELS ui
         SCREEN 4000x2400x24 ENVIRONMENT QT_SCALE_FACTOR=2)
 endforeach()
