@@ -70,12 +70,9 @@ int clearMemory(int& argc, char** argv)
 #ifdef VISTREL_DESKTOP
 int runDesktop(int& argc, char** argv)
 {
-    // Dense screens get multiples of the sizes in the forms, also one and a half, and the images
-    // drawn for them.
+    // Dense screens get whole multiples of the sizes in the forms, and the images drawn for them.
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
-    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(
-        Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
     const QApplication application(argc, argv);
     const AppGui controller;
     return QApplication::exec();

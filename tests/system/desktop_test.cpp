@@ -199,7 +199,6 @@ private slots:
     void operatorsSession();
     void missingCameraIsKept();
     void cameraOfAnotherProcessIsLeftOut();
-    void densityIsNotRounded();
 
 private:
     void startDesktop();
@@ -583,19 +582,6 @@ void DesktopTest::cameraOfAnotherProcessIsLeftOut()
     }
     service.kill();
     service.waitForFinished();
-}
-
-// A screen of 106 dots per inch gets a window of 106 / 96 times its usual size.
-void DesktopTest::densityIsNotRounded()
-{
-    options.environment.insert("QT_FONT_DPI", "106");
-    startDesktop();
-    const auto sizeOfTheWindow = [] {
-        return xdotool(
-                   {"search", "--onlyvisible", "--name", "^KORTSolo Vistrel$", "getwindowgeometry"})
-            .section("Geometry: ", 1);
-    };
-    QTRY_COMPARE_WITH_TIMEOUT(sizeOfTheWindow(), QStringLiteral("1528x860"), kLimitMs);
 }
 
 QTEST_MAIN(DesktopTest)

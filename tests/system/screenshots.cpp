@@ -253,8 +253,6 @@ int main(int argc, char** argv)
 {
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
-    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(
-        Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
     const QTemporaryDir folder;
     qputenv("KOR_RIG", folder.filePath("rig.json").toLocal8Bit());
     const QList<Scene> all = scenes();
