@@ -8,6 +8,7 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QThread>
+#include <cstdlib>
 #include <iostream>
 
 #include "app/commands/commandrunners.h"
@@ -100,6 +101,7 @@ void AppGui::connectWindow()
         triggerStream(serial, true);
     });
     window->onRowRemoved([this] { stopStreamersWithoutRow(); });
+    window->onLook([this] { return streamFault(); });
 
     settings.open("Vistrel");
     const auto& stored = settings.archConf;
@@ -461,6 +463,21 @@ void AppGui::stopStreamersWithoutRow()
             stopStreamer(serial);
         }
     }
+}
+
+// Its button says "Streaming..." all the same: it may yet have pairs.
+QString AppGui::streamFault() const
+{
+    for (auto streamer = streamers.begin(); streamer != streamers.end(); ++streamer) {
+        const std::int64_t apartUs = std::abs((*streamer)->apartUs());
+        if (apartUs > 0) {
+            return tr("%1 sends nothing: its cameras take their pictures %2 ms apart, at most 5 "
+                      "make a pair")
+                .arg(streamer.key())
+                .arg(static_cast<double>(apartUs) / 1000);
+        }
+    }
+    return {};
 }
 
 void AppGui::feedStreamer(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record)

@@ -81,6 +81,7 @@ private:
     int openStreamer(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record);
     void stopStreamer(int serial);
     void stopStreamersWithoutRow();
+    QString streamFault() const;
     void feedStreamer(VirtualCameraStreamer* streamer, const VirtualCameraInfos& record);
     bool canFeed(const VirtualCameraInfos& record) const;
     void feedStreamers();

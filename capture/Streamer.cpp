@@ -398,6 +398,7 @@ void VirtualCameraStreamer::report(std::chrono::steady_clock::time_point now)
 void VirtualCameraStreamer::beginReport(std::chrono::steady_clock::time_point now)
 {
     pairReport.start(now, {leftEye.end(), rightEye.end(), pairs});
+    apart = 0;
 }
 
 void VirtualCameraStreamer::reportPairs(std::chrono::steady_clock::time_point now)
@@ -412,6 +413,7 @@ void VirtualCameraStreamer::reportPairs(std::chrono::steady_clock::time_point no
         pairReport.retract();  // the next search finds a pair
         return;
     }
+    apart = news == PairReport::News::Apart ? *offset : 0;
     logPairs(news, offset.value_or(0));
 }
 

@@ -57,6 +57,10 @@ public:
     /// How many images of both sides have been queued since the streamer was made. Any thread.
     std::uint64_t receivedImages();
 
+    /// How much later the right camera takes its images than the left one, µs, once there has been
+    /// no pair for two seconds although both deliver; 0 otherwise. Any thread.
+    std::int64_t apartUs() const { return apart; }
+
     void run() override;
 
 signals:
@@ -155,4 +159,5 @@ private:
     std::chrono::steady_clock::time_point nextReport{};
     std::uint64_t pairs = 0;  // since the streamer was made
     PairReport pairReport;
+    std::atomic<std::int64_t> apart{0};  // µs, as logged
 };

@@ -675,11 +675,13 @@ void MainWindow::noteSilence()
             silent.append(panel.key());
         }
     }
-    if (silent != silentCameras) {
-        silentCameras = silent;
-        statusLine()->setLasting(
-            silent.isEmpty() ? QString()
-                             : tr("No pictures from camera %1").arg(silent.join(tr(" and "))));
+    QString now = streamFault ? streamFault() : QString();
+    if (!silent.isEmpty()) {
+        now = tr("No pictures from camera %1").arg(silent.join(tr(" and ")));
+    }
+    if (now != fault) {
+        fault = now;
+        statusLine()->setLasting(now);
     }
 }
 

@@ -85,6 +85,10 @@ public:
     /// What to call after a row was removed, when its record is gone.
     void onRowRemoved(std::function<void()> function) { rowRemoved = std::move(function); }
 
+    /// What to ask every second for what is amiss with the streams; an empty text when nothing is.
+    /// The foot says it unless cameras are silent.
+    void onLook(std::function<QString()> function) { streamFault = std::move(function); }
+
     /// Whether a row shows this virtual serial.
     bool showsVirtualSerial(int virtualSerial) const;
 
@@ -148,7 +152,8 @@ protected:
     /// The system's clock, milliseconds.
     virtual qint64 currentTimeMs() const;
 
-    /// A second has passed: says at the foot which cameras have delivered nothing for some.
+    /// A second has passed: says at the foot which cameras have delivered nothing for some, or what
+    /// else is amiss.
     void noteSilence();
 
 private:
@@ -174,7 +179,8 @@ private:
     QMap<QString, VirtualCameraInfos> loadedRecords;  // by identity, of rows from the configuration
     QMap<QString, qint64> lastDrawTimes;              // by physical serial, ms that it took
     QMap<QString, int> silentSeconds;                 // by physical serial, since the last frame
-    QStringList silentCameras;                        // as said at the foot
+    QString fault;                                    // as said at the foot
     std::function<void()> rowRemoved;
+    std::function<QString()> streamFault;
     QPointer<QObject> keptInView;  // child of the row that is scrolled to
 };

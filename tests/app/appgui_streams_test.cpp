@@ -28,7 +28,34 @@ private slots:
     void reloadKeepsFedStreams();
     void reloadShowsWhatStreams();
     void reloadAtAnotherSizeStopsStreams();
+    void camerasOutOfStepAreTold();
 };
+
+// Its frames come without end: both cameras deliver, but never at one time.
+void AppGuiStreamsTest::camerasOutOfStepAreTold()
+{
+    addTwoCameras();
+    Desktop desktop;
+    desktop.addRow(kVirtual, kLeft, kRight);
+    desktop.streamButton()->click();
+    tq::Timestamp time = 0;
+    QTimer frames;
+    frames.callOnTimeout([&time] {
+        time += 33'000'000;
+        sdkfake::pushFrame(kLeft, time, 1);
+        sdkfake::pushFrame(kRight, time + 16'500'000, 2);
+    });
+    frames.start(200);  // images wait for partners: not too many
+    const auto* const line = desktop.part<QLabel>("statusLine");
+    QTRY_COMPARE_WITH_TIMEOUT(
+        line->text(),
+        QStringLiteral("101234567 sends nothing: its cameras take their pictures 16.5 ms apart, at "
+                       "most 5 make a pair"),
+        30000);
+    QCOMPARE(desktop.streamButton()->text(), QStringLiteral("Streaming..."));
+    desktop.streamButton()->click();
+    QTRY_COMPARE_WITH_TIMEOUT(line->text(), QString(), 30000);
+}
 
 void AppGuiStreamsTest::streamingAPair()
 {

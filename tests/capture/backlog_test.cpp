@@ -297,6 +297,8 @@ private slots:
         pass(60'000);
         const QString prefix = QStringLiteral("[VirtualCameraStreamer] Virtual camera 101234567 ");
         QCOMPARE(lines(), QStringList(prefix + line));
+        const bool bothDeliver = left >= 0 && right >= 0;
+        QCOMPARE(streamer.apartUs(), std::int64_t(bothDeliver ? 1000 * (right - left) : 0));
 
         sendPair(streamer, 100'000 * kMillisecond);
         tq::Timestamp timestamp = 0;
@@ -306,6 +308,7 @@ private slots:
         QCOMPARE(lines().constLast(),
                  prefix + QStringLiteral("has pairs of images again, after %1 ms")
                               .arg(now.time_since_epoch() / milliseconds(1) + 250));
+        QCOMPARE(streamer.apartUs(), std::int64_t(0));
         streamer.reportPairs(now + milliseconds(2249));
         QCOMPARE(lines().size(), 2);
         streamer.reportPairs(now + milliseconds(2250));

@@ -75,6 +75,28 @@ private slots:
         QCOMPARE(line->text(), QString());
     }
 
+    void faultOfAStream()
+    {
+        Window window;
+        const StatusLine* const line = window.statusLine();
+        attach(window, camera(kLeftCamera));
+        QString fault = "a fault";
+        window.onLook([&fault] { return fault; });
+        pass(window, 1);
+        QCOMPARE(line->text(), fault);
+        fault = "another";
+        pass(window, 1);
+        QCOMPARE(line->text(), fault);
+        pass(window, 1);  // a camera that is silent comes first
+        QCOMPARE(line->text(), QStringLiteral("No pictures from camera 30123456"));
+        window.updateCameraFrame(kLeftCamera, frame());
+        pass(window, 1);
+        QCOMPARE(line->text(), fault);
+        fault.clear();
+        pass(window, 1);
+        QCOMPARE(line->text(), QString());
+    }
+
     void byItself()
     {
         Window window;
