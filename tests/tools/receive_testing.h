@@ -11,6 +11,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include "tests/support/contents.h"
 #include "tests/support/freeport.h"
 #include "tests/support/outcome.h"
 
@@ -67,12 +68,6 @@ private:
     const int port = freePort();
     QProcess process;
 };
-
-inline QByteArray contents(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 /// The statistics in a file that --json has written.
 inline QJsonObject statisticsIn(const QString& path)

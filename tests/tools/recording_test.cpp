@@ -33,6 +33,7 @@ private slots:
     void everythingIsInTheFile();
     void fileIsReadAsItWasReceived();
     void fileIsCopied();
+    void foldersOfPicturesAreWritten();
     void brokenOffFileIsRead();
     void endOfFileIsNoTimeOut();
     void refusesWhatIsNoRecording_data();
@@ -50,8 +51,8 @@ void RecordingTest::initTestCase()
     SampleSender sender({"--imu", "7", "--size", "160x120"});
     QVERIFY(sender.isReady());
     const Outcome outcome =
-        receive({"-q", "-t", "50", "-n", "90", "-r", file("both.ts"), "-s", file("live.png"), "-i",
-                 file("live.csv"), "-j", file("live.json"), sender.address()});
+        receive({"-q", "-t", "50", "-n", "90", "-r", file("both.ts"), "-s", file("live.png"), "-a",
+                 file("live"), "-i", file("live.csv"), "-j", file("live.json"), sender.address()});
     QVERIFY2(outcome.status == 0, outcome.err);
     live = statisticsIn(file("live.json"));
     QVERIFY(live["frames"].toInt() >= 90);
@@ -106,6 +107,31 @@ void RecordingTest::fileIsCopied()
     const Outcome video = receive({"-q", "-r", file("video.mkv"), file("both.ts")});
     QVERIFY2(video.status == 0, video.err);
     QVERIFY(contents(file("video.mkv")).startsWith("\x1A\x45\xDF\xA3"));
+}
+
+void RecordingTest::foldersOfPicturesAreWritten()
+{
+    // Of a stream, what was too much is said; a file is waited for.
+    QCOMPARE(live["pairsWritten"].toInt() + live["pairsLeftOut"].toInt(), live["frames"].toInt());
+    const QStringList arguments{"-q", "--asl",          file("asl"),
+                                "-j", file("asl.json"), file("both.ts")};
+    const Outcome outcome = receive(arguments);
+    QVERIFY2(outcome.status == 0 && outcome.err.isEmpty(), outcome.err);
+    const QJsonObject statistics = statisticsIn(file("asl.json"));
+    QCOMPARE(statistics["pairsWritten"].toInt(), live["framesReceived"].toInt());
+    QCOMPARE(statistics["pairsLeftOut"].toInt(-1), 0);
+    for (const char* camera : {"cam0", "cam1"}) {
+        const QString folderOf = file("asl/mav0/") + camera;
+        const QList<QByteArray> lines = contents(folderOf + "/data.csv").trimmed().split('\n');
+        QCOMPARE(lines.size() - 1, statistics["pairsWritten"].toInt());
+        for (int i = 1; i < lines.size(); ++i)
+            QVERIFY(QFile::exists(folderOf + "/data/" + lines[i].split(',')[1]));
+        // To the nanosecond.
+        QVERIFY(contents(file("asl.json")).contains("CaptureTime\": " + lines[1].split(',')[0]));
+    }
+    const Outcome twice = receive(arguments);
+    QCOMPARE(twice.status, 3);
+    QVERIFY2(twice.err.contains("asl/mav0: exists already"), twice.err);
 }
 
 void RecordingTest::brokenOffFileIsRead()

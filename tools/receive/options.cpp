@@ -28,6 +28,8 @@ Output:
   -r, --record FILE     record, the video not coded anew: FILE.ts is MPEG-TS
                         with the data (exact times, IMU) as KLV, any other
                         Matroska with the video only
+  -a, --asl DIR         write pictures and IMU data as a folder in the ASL layout,
+                        DIR/mav0 (cam0, cam1, imu0): grey PNG, exact times
   -i, --imu FILE        write every IMU packet as a line of CSV
   -j, --json FILE       write statistics as JSON when done; - is standard output
   -q, --quiet           show no status lines
@@ -50,7 +52,7 @@ Transport:
       --jitter MS       wait MS milliseconds for a missing packet (default 200)
       --no-decode       do not decode: no latency to the picture, no eyes
                         (the latency shown is that of the received frame); not
-                        with --snapshot
+                        with --snapshot and --asl
 
   -h, --help            show this help
       --version         show the version
@@ -70,6 +72,7 @@ Interrupt (Ctrl-C) and SIGTERM end it cleanly, files are completed.
 // Upper case: without a short form.
 const option kLongOptions[] = {{"snapshot", required_argument, nullptr, 's'},
                                {"record", required_argument, nullptr, 'r'},
+                               {"asl", required_argument, nullptr, 'a'},
                                {"imu", required_argument, nullptr, 'i'},
                                {"json", required_argument, nullptr, 'j'},
                                {"quiet", no_argument, nullptr, 'q'},
@@ -126,10 +129,11 @@ Options parseOptions(int argc, char** argv)
 {
     Options options;
     for (int code = 0;
-         (code = getopt_long(argc, argv, "s:r:i:j:qn:d:t:h", kLongOptions, nullptr)) != -1;) {
+         (code = getopt_long(argc, argv, "s:r:a:i:j:qn:d:t:h", kLongOptions, nullptr)) != -1;) {
         switch (code) {
             case 's': options.snapshot = optarg; break;
             case 'r': options.recording = optarg; break;
+            case 'a': options.aslFolder = optarg; break;
             case 'i': options.imuFile = optarg; break;
             case 'j': options.statistics = optarg; break;
             case 'q': options.quiet = true; break;
@@ -159,7 +163,8 @@ Options parseOptions(int argc, char** argv)
     demand(secure || !trusts, "--ca and --insecure need an address that begins with rtsps://");
     demand(!options.source.insecure || options.source.authorities.empty(),
            "--ca and --insecure exclude each other");
-    demand(options.snapshot.empty() || options.source.decode, "--snapshot needs decoding");
+    demand((options.snapshot.empty() && options.aslFolder.empty()) || options.source.decode,
+           "--snapshot and --asl need decoding");
     return options;
 }
 

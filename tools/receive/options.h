@@ -14,6 +14,7 @@ struct Options {
     Source source;             ///< the stream, or the file
     std::string snapshot;      ///< PNG file, empty: none
     std::string recording;     ///< MPEG-TS or Matroska file, empty: none
+    std::string aslFolder;     ///< empty: none
     std::string imuFile;       ///< CSV file, empty: none
     std::string statistics;    ///< JSON file, "-" for standard output, empty: none
     std::uint64_t frames = 0;  ///< end after so many frames, 0: no limit

@@ -108,6 +108,14 @@ Receiver::Receiver(const Options& receiveOptions)
             fileFailed(options.recording, reason);
         });
     }
+    if (!options.aslFolder.empty()) {
+        asl = std::make_unique<AslWriter>(options.aslFolder, options.source.isFile(),
+                                          [this](const std::string& problem) {
+                                              const Lock lock(mutex);
+                                              recordingFailed = true;
+                                              fileFailed(problem);
+                                          });
+    }
 }
 
 SessionEvents Receiver::events()
@@ -144,6 +152,7 @@ ExitStatus Receiver::run(const volatile std::sig_atomic_t& stop)
         }
     }
     finishRecording();
+    finishAsl();
     std::unique_lock<std::mutex> lock(mutex);  // nothing is counted and written meanwhile
     finishFiles();
     if (!fileError.empty()) {
@@ -183,6 +192,10 @@ bool Receiver::openFiles()
         if (fileError.empty() && !path.empty() && !writeFile(path, "", 0)) {
             fileFailed(path, std::strerror(errno));
         }
+    }
+    const std::string problem = asl && fileError.empty() ? asl->open() : "";
+    if (!problem.empty()) {
+        fileFailed(problem);
     }
     return fileError.empty();
 }
@@ -251,6 +264,23 @@ void Receiver::finishRecording()
     }
 }
 
+void Receiver::finishAsl()
+{
+    if (!asl) {
+        return;
+    }
+    asl->finish();
+    const Lock lock(mutex);
+    counts.pairsWritten = asl->pairsWritten();
+    counts.pairsLeftOut = asl->pairsLeftOut();
+    if (counts.pairsLeftOut > 0) {
+        tell(options.aslFolder + ": " + std::to_string(counts.pairsLeftOut) + " of " +
+             std::to_string(counts.pairsLeftOut + counts.pairsWritten) +
+             " pairs are left out: they came faster than they could be written, or without their "
+             "time");
+    }
+}
+
 /// The mutex is held.
 void Receiver::finishFiles()
 {
@@ -310,7 +340,12 @@ void Receiver::onPicture(const Frame& picture)
     if (!options.snapshot.empty() && !std::exchange(snapshotWritten, true)) {
         writeSnapshot(picture);
     }
-    const Lock lock(mutex);
+    std::unique_lock<std::mutex> lock(mutex);
+    if (asl && !hasAllFrames()) {
+        lock.unlock();
+        asl->picture(picture);
+        lock.lock();
+    }
     sampleEyes(picture);
     finishedFrame(picture.time, now);
 }
@@ -357,11 +392,16 @@ void Receiver::onDataUnit(const DataUnit& unit)
     if (recorder && !recorder->add(unit)) {
         return;
     }
+    tq::wire::RecordHandler handler;
+    if (asl) {
+        handler.frame = [&](const FrameRecord& record) { asl->record(record, unit.time); };
+        handler.imu = [&](const ImuRecord& record) { asl->imu(record); };
+        tq::wire::readRecords(unit.bytes, unit.size, handler);
+    }
     const Lock lock(mutex);
     if (options.source.isFile()) {
         played.at(unit.time);
     }
-    tq::wire::RecordHandler handler;
     handler.frame = [&](const FrameRecord& record) {
         counts.frameRecord(record, unit.time, elapsed());
     };
@@ -419,8 +459,13 @@ double Receiver::elapsed() const
 /// Keeps the first reason. The mutex is held where streaming threads run.
 void Receiver::fileFailed(const std::string& path, const std::string& reason)
 {
+    fileFailed(path + ": " + reason);
+}
+
+void Receiver::fileFailed(const std::string& problem)
+{
     if (fileError.empty()) {
-        fileError = path + ": " + reason;
+        fileError = problem;
     }
 }
 

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 
+#include "tools/receive/aslwriter.h"
 #include "tools/receive/options.h"
 #include "tools/receive/recorder.h"
 #include "tools/receive/session.h"
@@ -37,6 +38,7 @@ private:
     bool sessionEnded();
     void showStatus(double at);
     void finishRecording();
+    void finishAsl();
     void finishFiles();
     bool writeStatistics();
 
@@ -50,6 +52,7 @@ private:
     void writeSnapshot(const Frame& picture);
     void writeImu(const ImuRecord& record);
     void fileFailed(const std::string& path, const std::string& reason);
+    void fileFailed(const std::string& problem);
     double elapsed() const;
 
     const Options options;
@@ -70,6 +73,7 @@ private:
 
     // Last, so that their threads end first.
     std::unique_ptr<Recorder> recorder;
+    std::unique_ptr<AslWriter> asl;
     Session session;
 };
 

@@ -163,6 +163,8 @@ std::string Statistics::json(const std::string& url, double seconds) const
         {"frameRecords", frameRecords},
         {"framesWithoutRecord", framesWithoutRecord},
         {"malformedRecords", malformedRecords},
+        {"pairsWritten", pairsWritten},
+        {"pairsLeftOut", pairsLeftOut},
         {"fps", perSecond(allButFirst(totals.frames), seconds)},
         {"bitrate", perSecond(static_cast<double>(totals.videoBytes) * 8, seconds)},
         // NaN is written as null.

@@ -156,6 +156,8 @@ struct Statistics {
     std::uint64_t frameRecords = 0;
     std::uint64_t framesWithoutRecord = 0;
     std::uint64_t malformedRecords = 0;
+    std::uint64_t pairsWritten = 0;  ///< as pictures
+    std::uint64_t pairsLeftOut = 0;
     LossCounter imuPacketsLost{10000};
     std::optional<FrameRecord> lastRecord;
     std::uint64_t firstCaptureTime = 0;
