@@ -67,9 +67,10 @@ def cut(arena, between, service, seconds, frames):
         viewer.close(politely=False)
 
 
-@attack("network-outage", "the link is gone for ten seconds under viewers of both kinds", service=None)
+@attack("network-outage", "the link is gone for five seconds under viewers of both kinds", service=None)
 def outage(arena):
-    seconds, frames = 10, 150  # more than what waits in the link's queues
+    # Shorter than what ends a viewer: ten seconds without a sign of life, or in which he takes nothing.
+    seconds, frames = 5, 150  # frames: more than what waits in the link's queues
     with linked(arena) as (between, service):
         with between.carrying(WEATHERS[0]):
             service.start()
