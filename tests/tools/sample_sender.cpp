@@ -2,9 +2,9 @@
 // A small sender of moving test frames, for tests of receivers.
 //
 // sample_sender PORT [--size WxH] [--fps N] [--serial N] [--imu PACKETS_PER_FRAME]
-//               [--seconds N]
-// --size is the size of one eye.
-// Prints "ready" once the stream is served, and the processor time it used when it ends.
+//               [--imu-lead MS] [--seconds N]
+// --size is the size of one eye; --imu-lead makes inertial packets newer than the frame behind
+// them. Prints "ready" once the stream is served, and the processor time it used when it ends.
 #include <getopt.h>
 #include <sys/resource.h>
 #include <time.h>
@@ -29,22 +29,27 @@ struct Options {
     int fps = 30;
     int serial = 100000001;
     int imuPerFrame = 0;
+    int imuLead = 0;  // ms
     double seconds = 3600;
 };
 
 Options parse(int argc, char** argv)
 {
     Options options;
-    const option longOptions[] = {
-        {"size", required_argument, nullptr, 's'},    {"fps", required_argument, nullptr, 'f'},
-        {"serial", required_argument, nullptr, 'n'},  {"imu", required_argument, nullptr, 'i'},
-        {"seconds", required_argument, nullptr, 't'}, {nullptr, 0, nullptr, 0}};
+    const option longOptions[] = {{"size", required_argument, nullptr, 's'},
+                                  {"fps", required_argument, nullptr, 'f'},
+                                  {"serial", required_argument, nullptr, 'n'},
+                                  {"imu", required_argument, nullptr, 'i'},
+                                  {"seconds", required_argument, nullptr, 't'},
+                                  {"imu-lead", required_argument, nullptr, 'l'},
+                                  {nullptr, 0, nullptr, 0}};
     for (int c; (c = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
         switch (c) {
             case 's': std::sscanf(optarg, "%dx%d", &options.width, &options.height); break;
             case 'f': options.fps = std::atoi(optarg); break;
             case 'n': options.serial = std::atoi(optarg); break;
             case 'i': options.imuPerFrame = std::atoi(optarg); break;
+            case 'l': options.imuLead = std::atoi(optarg); break;
             case 't': options.seconds = std::atof(optarg); break;
             default: std::exit(2);
         }
@@ -112,6 +117,7 @@ void sendFrames(tq::UDPOutput& output, const Options& options)
 {
     Picture picture(options.width, options.height);
     const tq::Timestamp period = 1000000000u / static_cast<unsigned>(options.fps);
+    const tq::Timestamp lead = static_cast<unsigned>(options.imuLead) * tq::Timestamp{1000000};
     const tq::Timestamp begin = now();
     const auto end = begin + static_cast<tq::Timestamp>(options.seconds * 1e9);
     std::uint64_t sequence = 0;
@@ -123,7 +129,7 @@ void sendFrames(tq::UDPOutput& output, const Options& options)
         for (int i = options.imuPerFrame; i > 0; --i) {
             const auto age =
                 period * static_cast<unsigned>(i - 1) / static_cast<unsigned>(options.imuPerFrame);
-            const tq::IMUPacket packet = packetAt(time - age, sequence++);
+            const tq::IMUPacket packet = packetAt(time - age + lead, sequence++);
             output.ingestIMU(packet);
             tq::kvfrw::convertMetadataFromMCUData(metadata, packet);
         }

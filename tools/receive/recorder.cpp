@@ -112,10 +112,20 @@ void Recorder::begin(const Frame& first, bool withData)
     }
 }
 
+/// Records keep their order, and stand before the frame of the last frame record: an inertial one
+/// may be newer than the frame that waits for the encoder, and has its time in itself.
 void Recorder::push(const DataUnit& unit)
 {
+    bool isFrame = false;
+    tq::wire::RecordHandler handler;
+    handler.frame = [&](const tq::wire::FrameRecord&) { isFrame = true; };
+    handler.imu = [](const tq::wire::ImuRecord&) {};
+    tq::wire::readRecords(unit.bytes, unit.size, handler);
+    const GstClockTime time = fileTime(unit.time);
+    lastRecord = isFrame ? time : lastRecord;
+    lastData = std::min(time, lastRecord.value_or(time));
     GstBuffer* const buffer = gst_buffer_new_memdup(unit.bytes, unit.size);
-    GST_BUFFER_PTS(buffer) = lastData = std::max(lastData, fileTime(unit.time));
+    GST_BUFFER_PTS(buffer) = lastData;
     gst_app_src_push_buffer(GST_APP_SRC(data.get()), buffer);
 }
 

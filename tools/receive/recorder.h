@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -63,10 +64,11 @@ private:
         std::vector<std::uint8_t> bytes;
         std::uint32_t time;
     };
-    std::vector<EarlyUnit> early;  // before the first frame
-    std::uint32_t reference = 0;   // time of the first frame
-    std::int64_t newest = 0;       // of the times, from there
-    GstClockTime lastData = 0;     // in the file
+    std::vector<EarlyUnit> early;            // before the first frame
+    std::uint32_t reference = 0;             // time of the first frame
+    std::int64_t newest = 0;                 // of the times, from there
+    std::optional<GstClockTime> lastRecord;  // of a frame, in the file
+    GstClockTime lastData = 0;
     tq::GObjectPtr<GstElement> pipeline;
     tq::GObjectPtr<GstElement> video;
     tq::GObjectPtr<GstElement> data;  // null: not recorded
