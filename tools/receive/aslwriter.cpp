@@ -140,8 +140,9 @@ struct AslWriter::Pair {
     std::vector<std::uint8_t> eyes[2];  // luma, then PNG
 };
 
-AslWriter::AslWriter(std::string folder, bool waits, std::function<void(const std::string&)> report)
-    : mav(std::move(folder) + "/mav0"), patient(waits), onFailure(std::move(report))
+AslWriter::AslWriter(std::string folder, bool waits,
+                     std::function<void(const std::string&)> whenFailed)
+    : mav(std::move(folder) + "/mav0"), patient(waits), onFailure(std::move(whenFailed))
 {
 }
 

@@ -46,10 +46,10 @@ private:
 /// safe.
 class AslWriter {
 public:
-    /// @param folder  DIR
-    /// @param patient picture() waits while too many pairs wait; otherwise the pair is left out
-    /// @param failed  called at most once, with what cannot be written and why
-    AslWriter(std::string folder, bool patient, std::function<void(const std::string&)> failed);
+    /// @param folder     DIR
+    /// @param waits      picture() waits while too many pairs wait; otherwise the pair is left out
+    /// @param whenFailed called at most once, with what cannot be written and why
+    AslWriter(std::string folder, bool waits, std::function<void(const std::string&)> whenFailed);
     ~AslWriter();
     AslWriter(const AslWriter&) = delete;
     AslWriter& operator=(const AslWriter&) = delete;
