@@ -176,13 +176,13 @@ std::string AslWriter::open()
     return {};
 }
 
-void AslWriter::picture(const Frame& picture)
+bool AslWriter::picture(const Frame& picture)
 {
     GstVideoInfo info;
     GstVideoFrame frame;
     if (!gst_video_info_from_caps(&info, picture.caps) ||
         !gst_video_frame_map(&frame, &info, picture.buffer, GST_MAP_READ)) {
-        return;
+        return true;
     }
     auto pair = std::make_unique<Pair>();
     pair->mediaTime = picture.time;
@@ -197,14 +197,17 @@ void AslWriter::picture(const Frame& picture)
     Lock lock(mutex);
     if (const auto record = records.find(picture.time)) {
         pair->record = *record;
-        take(lock, std::move(pair));
-        return;
+        return take(lock, std::move(pair));
+    }
+    if (failed || ending) {
+        return false;
     }
     early.push_back(std::move(pair));
     if (early.size() > kMostEarly) {
         early.pop_front();
         ++leftOut;  // its record is lost
     }
+    return true;
 }
 
 void AslWriter::record(const FrameRecord& record, std::uint32_t time)
@@ -222,23 +225,28 @@ void AslWriter::record(const FrameRecord& record, std::uint32_t time)
     }
 }
 
-/// Gives a pair to the threads.
-void AslWriter::take(Lock& lock, std::unique_ptr<Pair> pair)
+/// Gives a pair to the threads, or leaves it out.
+/// @return false when it is too late for it
+bool AslWriter::take(Lock& lock, std::unique_ptr<Pair> pair)
 {
     const std::size_t most = 1 + kMostWaiting / (2 * pair->eyes[0].size() + 1);
     const auto isFull = [&] { return taken - stored >= most; };
     if (patient) {
         changed.wait(lock, [&] { return failed || ending || !isFull(); });
     }
+    if (failed || ending) {
+        return false;
+    }
     // Lists are in the order of time, also where a clock is set back.
-    if (failed || ending || isFull() || pair->record.captureTime <= lastTime) {
-        leftOut += failed || ending ? 0 : 1;
-        return;
+    if (isFull() || pair->record.captureTime <= lastTime) {
+        ++leftOut;
+        return true;
     }
     lastTime = pair->record.captureTime;
     pair->number = taken++;
     waiting.push_back(std::move(pair));
     changed.notify_all();
+    return true;
 }
 
 /// The work of each thread.

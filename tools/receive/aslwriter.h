@@ -58,7 +58,8 @@ public:
     /// @return what cannot be made and why, or empty
     std::string open();
 
-    void picture(const Frame& picture);
+    /// @return false when it is too late for it
+    bool picture(const Frame& picture);
     void record(const FrameRecord& record, std::uint32_t time);
     void imu(const ImuRecord& record);
 
@@ -76,7 +77,7 @@ private:
         ListFile list;
     };
 
-    void take(std::unique_lock<std::mutex>& lock, std::unique_ptr<Pair> pair);
+    bool take(std::unique_lock<std::mutex>& lock, std::unique_ptr<Pair> pair);
     void encode();
     void commit(std::unique_lock<std::mutex>& lock);
     bool store(const Pair& pair);

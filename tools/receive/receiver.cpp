@@ -341,11 +341,15 @@ void Receiver::onPicture(const Frame& picture)
         writeSnapshot(picture);
     }
     std::unique_lock<std::mutex> lock(mutex);
-    if (asl && !hasAllFrames()) {
-        lock.unlock();
-        asl->picture(picture);
-        lock.lock();
+    if (hasAllFrames()) {
+        return;
     }
+    lock.unlock();
+    // So that the folder holds, or counts as left out, what is counted.
+    if (asl && !asl->picture(picture)) {
+        return;
+    }
+    lock.lock();
     sampleEyes(picture);
     finishedFrame(picture.time, now);
 }
