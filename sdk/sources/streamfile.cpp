@@ -121,7 +121,18 @@ Picture eyeOf(GstSample* sample, StreamEye eye)
 
 /// Collects what a file holds, on the thread of its pipeline.
 struct StreamFile::Contents {
-    std::size_t most;
+    explicit Contents(std::size_t mostEntries) : most(mostEntries) {}
+
+    /// GLib orders the turns of its threads by locks that the thread sanitizer does not see.
+    struct Turn {
+        explicit Turn(Contents& mine) : of(mine) { threadsanitizer::acquire(&of); }
+        ~Turn() { threadsanitizer::release(&of); }
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        Contents& of;
+    };
+
+    const std::size_t most;
     std::string codec;
     std::vector<std::uint64_t> places;            // of coded frames
     std::map<std::uint64_t, Timestamp> captured;  // by the places of the records
@@ -129,6 +140,7 @@ struct StreamFile::Contents {
 
     void onPad(GstElement* pipeline, GstPad* pad)
     {
+        const Turn turn(*this);
         const CapsPtr caps(gst_pad_get_current_caps(pad));
         const std::string media =
             caps ? gst_structure_get_name(gst_caps_get_structure(caps.get(), 0)) : "";
@@ -148,6 +160,7 @@ struct StreamFile::Contents {
 
     static void onVideo(GstElement*, GstBuffer* buffer, GstPad*, Contents* self)
     {
+        const Turn turn(*self);
         if (GST_BUFFER_PTS_IS_VALID(buffer) && self->places.size() <= self->most) {
             self->places.push_back(GST_BUFFER_PTS(buffer));
         }
@@ -155,6 +168,7 @@ struct StreamFile::Contents {
 
     static void onData(GstElement*, GstBuffer* buffer, GstPad*, Contents* self)
     {
+        const Turn turn(*self);
         GstMapInfo map;
         if (!GST_BUFFER_PTS_IS_VALID(buffer) || !gst_buffer_map(buffer, &map, GST_MAP_READ)) {
             return;
@@ -233,7 +247,7 @@ StreamFile::StreamFile(const std::string& path, std::size_t mostEntries) : file(
     if (!problem.empty()) {
         throw std::runtime_error(problem);
     }
-    Contents contents{mostEntries, {}, {}, {}, {}};
+    Contents contents(mostEntries);
     {
         const PipelinePtr pipeline = describePipeline(path, "tsdemux name=parts");
         const GObjectPtr<GstElement> parts(gst_bin_get_by_name(GST_BIN(pipeline.get()), "parts"));
@@ -244,9 +258,11 @@ StreamFile::StreamFile(const std::string& path, std::size_t mostEntries) : file(
                 into->onPad(GST_ELEMENT(parent.get()), pad);
             }),
             &contents);
+        threadsanitizer::release(&contents);
         gst_element_set_state(pipeline.get(), GST_STATE_PLAYING);
         problem = endOf(pipeline.get());
     }
+    const Contents::Turn turn(contents);
     if (std::max({contents.places.size(), contents.captured.size(), contents.packets.size()}) >
         mostEntries) {
         throw std::runtime_error(path + ": has more than " + std::to_string(mostEntries) +
