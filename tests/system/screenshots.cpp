@@ -191,6 +191,17 @@ std::uint64_t shownTime(const CameraWidget* panel, const QPixmap& picture)
     return read ? read->timestamp : 0;
 }
 
+/// Whether a box or list lies over the corner of a panel's picture in which its time stands.
+bool isCovered(const CameraWidget* panel)
+{
+    const QWidget* popup = QApplication::activePopupWidget();
+    popup = popup != nullptr ? popup : QApplication::activeModalWidget();
+    QRect corner = pictureOf(panel, 1);
+    corner.setSize(corner.size() / 4);
+    corner.translate(panel->window()->mapToGlobal(QPoint(0, 0)));
+    return popup != nullptr && popup->frameGeometry().intersects(corner);
+}
+
 /// Saves what the screen shows where the window is, boxes in front of it included, once all
 /// previews show one time.
 /// @return false when they do not
@@ -202,7 +213,9 @@ bool take(const QString& path)
         0, area.x(), area.y(), area.width(), area.height());
     QSet<std::uint64_t> times;
     for (const CameraWidget* const panel : window->findChildren<CameraWidget*>()) {
-        times.insert(shownTime(panel, picture));
+        if (!isCovered(panel)) {
+            times.insert(shownTime(panel, picture));
+        }
     }
     return times.size() <= 1 && !times.contains(0) && picture.save(path);
 }

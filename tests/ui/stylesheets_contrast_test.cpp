@@ -52,7 +52,7 @@ Rules rulesOf(const QString& sheet)
 QString declared(const Rules& rules, QString selector, const QString& property)
 {
     while (true) {
-        const QString found = rules[selector].value(property);
+        QString found = rules[selector].value(property);
         if (!found.isEmpty()) {
             return found;
         }
