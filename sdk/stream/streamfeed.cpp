@@ -6,6 +6,7 @@
 #include <gst/video/video.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 
 #include "sdk/core/log.h"
@@ -44,6 +45,22 @@ std::chrono::nanoseconds silence(int fps)
 GstAppSrc* appSource(GstElement* pipeline, const char* name)
 {
     return GST_APP_SRC(gst_bin_get_by_name(GST_BIN(pipeline), name));
+}
+
+/// Calls a function for every sink of packets that viewers take by TCP.
+void forEachTcpSink(GstElement* media, const std::function<void(GstAppSink*)>& act)
+{
+    const GObjectPtr<GstObject> pipeline(gst_object_get_parent(GST_OBJECT(media)));
+    const std::unique_ptr<GstIterator, decltype(&gst_iterator_free)> sinks(
+        gst_bin_iterate_all_by_element_factory_name(GST_BIN(pipeline.get()), "appsink"),
+        gst_iterator_free);
+    gst_iterator_foreach(
+        sinks.get(),
+        [](const GValue* sink, gpointer function) {
+            (*static_cast<const std::function<void(GstAppSink*)>*>(function))(
+                GST_APP_SINK(g_value_get_object(sink)));
+        },
+        const_cast<std::function<void(GstAppSink*)>*>(&act));
 }
 
 // A media without its first frame would keep the server waiting; an error ends that.
@@ -253,22 +270,16 @@ void StreamFeed::setLosing(std::unique_lock<std::mutex> lock, bool lose)
     losing = lose;
     const auto now = std::chrono::steady_clock::now();
     lossEnd = now + (now - lastViewer < kFirstPictures ? kShortLoss : kLongLoss);
-    const GObjectPtr<GstObject> pipeline(gst_object_get_parent(GST_OBJECT(media.get())));
+    const GObjectPtr<GstElement> element = shareObject(media.get());
     lock.unlock();
-    const std::unique_ptr<GstIterator, decltype(&gst_iterator_free)> sinks(
-        gst_bin_iterate_all_by_element_factory_name(GST_BIN(pipeline.get()), "appsink"),
-        gst_iterator_free);
-    gst_iterator_foreach(
-        sinks.get(),
-        [](const GValue* sink, gpointer drop) {
-            gst_app_sink_set_drop(GST_APP_SINK(g_value_get_object(sink)), GPOINTER_TO_INT(drop));
-        },
-        GINT_TO_POINTER(lose ? TRUE : FALSE));
+    forEachTcpSink(element.get(),
+                   [lose](GstAppSink* sink) { gst_app_sink_set_drop(sink, lose ? TRUE : FALSE); });
 }
 
 void StreamFeed::shutdown()
 {
     GObjectPtr<GstElement> last;
+    GObjectPtr<GstElement> player;
     {
         const std::lock_guard<std::mutex> lock(mutex);
         ended = true;
@@ -276,6 +287,7 @@ void StreamFeed::shutdown()
         if (playing) {
             waiting.clear();
             waitingFrames = 0;
+            player = shareObject(media.get());
         } else {
             last = shareObject(GST_ELEMENT(video.get()));
             forget();
@@ -283,6 +295,14 @@ void StreamFeed::shutdown()
     }
     if (last) {
         endWaiting(last.get());
+    }
+    if (player) {
+        // A sink that dropped what the library was about to send keeps it waiting for the next,
+        // with a lock held that it needs to close.
+        forEachTcpSink(player.get(), [](GstAppSink* sink) {
+            gst_element_set_locked_state(GST_ELEMENT(sink), TRUE);
+            gst_element_set_state(GST_ELEMENT(sink), GST_STATE_NULL);
+        });
     }
 }
 

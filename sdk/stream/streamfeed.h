@@ -75,7 +75,8 @@ public:
     /// A client has begun to play: the encoder begins its next frame afresh. Any thread.
     void viewerCame();
 
-    /// Feeds nothing more, and ends the wait of a media for its first frame.
+    /// Feeds nothing more, and ends all waiting: of a media for its first frame, of its sinks for
+    /// the next one.
     void shutdown();
 
     SenderStatistics statistics() const;
