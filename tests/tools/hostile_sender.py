@@ -53,6 +53,7 @@ class Attack:
     """An honest sender without a single frame; attacks differ in some method."""
 
     session = SESSION.format(name="KOR stereo 1")
+    timeout = 1  # of the receiver, seconds
 
     def __init__(self):
         self.listener = socket.create_server(("127.0.0.1", 0))
@@ -349,12 +350,14 @@ class EndlessLine(Attack):
 
 class EndlessBody(Attack):
     length = 4000000000
+    timeout = 10  # its memory is full before
 
     def describe(self, connection, request):
         self.send(connection, answer(request, headers=[
             f"Content-Length: {self.length}", "Content-Type: application/sdp"]))
         while True:
             self.send(connection, b"a=x\r\n" * 13000)
+            time.sleep(0.0005)  # a gigabit per second: what a network brings, not what memory does
 
 
 class HugeDescription(Attack):

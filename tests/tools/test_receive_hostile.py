@@ -31,7 +31,7 @@ def attacked(case):
     name, by = case
     with ATTACKS[name]() as sender, tempfile.TemporaryDirectory(prefix="vistrel-test.") as folder:
         output = pathlib.Path(folder, "output")
-        command = [RECEIVE, "-t", "1", "--memory", str(ALLOWED_MB),
+        command = [RECEIVE, "-t", str(sender.timeout), "--memory", str(ALLOWED_MB),
                    *(["--tcp"] if by == "tcp" else []), f"rtsp://127.0.0.1:{sender.port}/stereo"]
         with output.open("wb") as out, \
                 subprocess.Popen(command, stdout=out, stderr=subprocess.STDOUT) as receiver:
