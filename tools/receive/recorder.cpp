@@ -172,6 +172,7 @@ void Recorder::stop()
     if (pipeline) {
         gst_element_set_state(pipeline.get(), GST_STATE_NULL);
     }
+    const Lock lock(mutex);  // what the streaming threads did comes before what follows
 }
 
 void Recorder::onNeedData(GstAppSrc*, guint, gpointer self)

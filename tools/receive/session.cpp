@@ -179,6 +179,12 @@ bool Session::accepts(unsigned flags) const
     return source.insecure;
 }
 
+void Session::stop()
+{
+    gst_element_set_state(pipeline.get(), GST_STATE_NULL);
+    const Lock lock(mutex);  // what the streaming threads did comes before what follows
+}
+
 std::optional<std::string> Session::ended(GstClockTime patience)
 {
     const GObjectPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));

@@ -83,7 +83,7 @@ public:
     std::optional<std::string> ended(GstClockTime patience);
 
     /// Ends it; a sender that goes on talking can hold this up for ever.
-    void stop() { gst_element_set_state(pipeline.get(), GST_STATE_NULL); }
+    void stop();
 
     /// "H.264" or "H.265", empty when there is no video yet. Any thread.
     std::string codec() const;
