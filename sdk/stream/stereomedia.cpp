@@ -106,6 +106,14 @@ gboolean prepare(GstRTSPMedia* media, GstRTSPThread* thread)
     return base->prepare(media, thread);
 }
 
+gboolean unprepare(GstRTSPMedia* media)
+{
+    auto* base = GST_RTSP_MEDIA_CLASS(g_type_class_peek(GST_TYPE_RTSP_MEDIA));
+    const GObjectPtr<GstElement> element(gst_rtsp_media_get_element(media));
+    StreamFeed::endSinks(element.get());
+    return base->unprepare(media);
+}
+
 void onPrepared(GstRTSPMedia* media, gpointer)
 {
     g_object_set_data(G_OBJECT(media), kWaitingKey, nullptr);
@@ -118,6 +126,7 @@ GType mediaType()
         deriveType(GST_TYPE_RTSP_MEDIA, "StereoMedia", [](gpointer media, gpointer) {
             GST_RTSP_MEDIA_CLASS(media)->setup_sdp = setupDescription;
             GST_RTSP_MEDIA_CLASS(media)->prepare = prepare;
+            GST_RTSP_MEDIA_CLASS(media)->unprepare = unprepare;
         });
     return type;
 }

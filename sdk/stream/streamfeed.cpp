@@ -297,13 +297,16 @@ void StreamFeed::shutdown()
         endWaiting(last.get());
     }
     if (player) {
-        // A sink that dropped what the library was about to send keeps it waiting for the next,
-        // with a lock held that it needs to close.
-        forEachTcpSink(player.get(), [](GstAppSink* sink) {
-            gst_element_set_locked_state(GST_ELEMENT(sink), TRUE);
-            gst_element_set_state(GST_ELEMENT(sink), GST_STATE_NULL);
-        });
+        endSinks(player.get());
     }
+}
+
+void StreamFeed::endSinks(GstElement* media)
+{
+    forEachTcpSink(media, [](GstAppSink* sink) {
+        gst_element_set_locked_state(GST_ELEMENT(sink), TRUE);
+        gst_element_set_state(GST_ELEMENT(sink), GST_STATE_NULL);
+    });
 }
 
 SenderStatistics StreamFeed::statistics() const

@@ -79,6 +79,11 @@ public:
     /// the next one.
     void shutdown();
 
+    /// Ends the sinks of a media that ends, for viewers by TCP. One that dropped what the library
+    /// was about to send keeps it waiting for the next, with a lock held that it needs to end. Any
+    /// thread.
+    static void endSinks(GstElement* media);
+
     SenderStatistics statistics() const;
 
     const GstVideoInfo& videoInfo() const { return converter.videoInfo(); }
