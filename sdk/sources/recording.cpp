@@ -28,6 +28,8 @@ constexpr int kFastest = 240;
 constexpr std::size_t kMostEntries = 500000;
 constexpr std::size_t kLargestList = 64u << 20;
 constexpr std::size_t kLongestLine = 1000;
+// Times can be added to it.
+constexpr Timestamp kNever = std::numeric_limits<Timestamp>::max() / 4;
 // Longer times are mistakes, and their sums would not fit.
 constexpr Timestamp kLongestRecording = 86400u * Timestamp{1000000000};
 
@@ -260,7 +262,7 @@ std::vector<IMUPacket> Recording::readImu() const
 Timestamp Recording::playedFrame(std::uint64_t number) const
 {
     if (isOver(number)) {
-        return std::numeric_limits<Timestamp>::max() / 4;
+        return kNever;
     }
     const std::size_t count = cameraFrames.size();
     return *begin + number / count * duration + (cameraFrames[number % count].time - first);

@@ -39,7 +39,8 @@ public:
     /// @throws std::runtime_error with one line when there are none
     std::vector<IMUPacket> readImu() const;
 
-    /// When a frame is played; frames count on from round to round. kNever after the last one.
+    /// When a frame is played, ns; frames count on from round to round. What is played once has
+    /// its further frames in the next century.
     Timestamp playedFrame(std::uint64_t number) const;
 
     /// The first frame that is played after an instant.

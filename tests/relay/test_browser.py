@@ -47,7 +47,7 @@ requestAnimationFrame(look);
 def wait_until(condition, what, seconds=60):
     end = time.monotonic() + seconds
     while not condition():
-        assert time.monotonic() < end, what
+        assert time.monotonic() < end, what() if callable(what) else what
         time.sleep(0.1)
 
 
@@ -99,6 +99,14 @@ class Page:
         self.browser.set_script_timeout(60)
         self.address = address
         self.browser.get(address)
+
+    def comes_to_say(self, words):
+        wait_until(lambda: words in self.text("message"),
+                   lambda: f"the page says \"{self.text('message')}\" instead of \"{words}\"")
+
+    def comes_to_play(self):
+        wait_until(lambda: self.text("message") == "",
+                   lambda: f"the page goes on saying \"{self.text('message')}\"")
 
     def text(self, element):
         return self.browser.execute_script("return document.getElementById(arguments[0]).textContent",
@@ -179,7 +187,8 @@ def pages(ports, relay):
 
 
 def assert_moving(page):
-    """Both eyes are decoded, differ, belong together, and go on."""
+    """Both eyes are decoded, differ, belong together, and go on; nothing else is said."""
+    page.comes_to_play()
     (left, right), _, _ = page.pair()
     assert (left[0], right[0]) == SERIALS
     assert left[1:] == right[1:]
@@ -189,6 +198,17 @@ def assert_moving(page):
 
     wait_until(later, "the picture stands still")
     assert page.text("message") == ""
+
+
+def assert_outage_is_survived(process, pages, said, picture):
+    """The pages say that something has ended, and show pictures once it runs again."""
+    process.end()
+    for page in pages:
+        page.comes_to_say(said)
+    pages[0].save(picture)
+    process.start()
+    for page in pages:
+        assert_moving(page)
 
 
 def test_two_pages(pages):
@@ -241,7 +261,7 @@ def test_without_webgl(pages):
     """The pair, as the browser itself draws it."""
     page = Page(pages[0].address + "#anaglyph", "--disable-3d-apis")
     try:
-        wait_until(lambda: page.text("message") == "", "no pictures")
+        page.comes_to_play()
         assert page.browser.execute_script("return document.querySelector('main video').videoWidth") == 1280
         assert page.browser.execute_script("return document.getElementById('modes').disabled")
     finally:
@@ -257,14 +277,13 @@ def test_two_streams(ports, program, pages):
     several.start()
     page = Page(f"http://localhost:{own[0]}/")
     try:
-        wait_until(lambda: page.text("message") == "", "no pictures")
+        page.comes_to_play()
         assert page.text("streams").split("rtsp://")[1:] == [f"localhost:{ports[0]}/stereo",
                                                             f"127.0.0.1:{ports[0]}/stereo"]
         page.browser.execute_script(
             "const list = document.getElementById('streams'); list.value = 2;"
             "list.dispatchEvent(new Event('change'))")
-        wait_until(lambda: "Changing the stream" in page.text("message"), "nothing changes")
-        wait_until(lambda: page.text("message") == "", "no pictures of the other stream")
+        page.comes_to_say("Changing the stream")
         assert_moving(page)
         assert "id=2" in page.browser.current_url
         page.save("two-streams")
@@ -276,33 +295,18 @@ def test_two_streams(ports, program, pages):
 # The packets' numbers begin at random with each start; a browser takes half of them for old ones.
 @pytest.mark.parametrize("start", range(3))
 def test_program_restarts(program, pages, start):
-    program.end()
-    for page in pages:
-        wait_until(lambda: "No pictures from the camera" in page.text("message"), "nothing is said")
-    pages[0].save("camera-gone")
-    program.start()
-    for page in pages:
-        wait_until(lambda: page.text("message") == "", "the page stays as it was")
-        assert_moving(page)
+    assert_outage_is_survived(program, pages, "No pictures from the camera", "camera-gone")
 
 
 def test_relay_restarts(relay, pages):
-    relay.end()
-    for page in pages:
-        wait_until(lambda: "The relay does not answer" in page.text("message"), "nothing is said")
-    pages[0].save("relay-gone")
-    relay.start()
-    for page in pages:
-        wait_until(lambda: page.text("message") == "", "the page stays as it was")
-        assert_moving(page)
+    assert_outage_is_survived(relay, pages, "The relay does not answer", "relay-gone")
 
 
 def test_a_page_that_comes_while_the_camera_is_away(program, relay, pages):
     page = pages[0]
     program.end()
-    wait_until(lambda: "No pictures from the camera" in page.text("message"), "nothing is said")
+    page.comes_to_say("No pictures from the camera")
     page.browser.get(page.address + "?again")
     wait_until(lambda: page.text("address"), "the page does not know the stream")
     program.start()
-    wait_until(lambda: page.text("message") == "", "the page stays as it was")
     assert_moving(page)

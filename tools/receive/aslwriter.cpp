@@ -5,16 +5,16 @@
 #include <fcntl.h>
 #include <gst/video/video.h>
 #include <png.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
 #include <utility>
+
+#include "tools/receive/writefile.h"
 
 namespace receive {
 
@@ -48,49 +48,20 @@ bool writeAll(int file, const void* bytes, std::size_t size)
     return true;
 }
 
-bool writeWhole(const std::string& path, const void* bytes, std::size_t size)
-{
-    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (file < 0) {
-        return false;
-    }
-    const bool written = writeAll(file, bytes, size);
-    const int reason = errno;
-    const bool closed = ::close(file) == 0;
-    errno = written ? errno : reason;
-    return written && closed;
-}
-
-/// A grey picture as PNG; empty when it cannot be coded.
+/// A grey picture as PNG, coded by libpng's fastest way; empty when it cannot be coded.
 std::vector<std::uint8_t> encodePng(const std::vector<std::uint8_t>& luma, int width, int height)
 {
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png ? png_create_info_struct(png) : nullptr;
-    std::vector<std::uint8_t> file;
-    file.reserve(luma.size() / 2);
-    if (!info || setjmp(png_jmpbuf(png)) != 0) {
-        png_destroy_write_struct(&png, &info);
-        return {};
-    }
-    png_set_write_fn(
-        png, &file,
-        [](png_structp to, png_bytep bytes, png_size_t size) {
-            auto* const into = static_cast<std::vector<std::uint8_t>*>(png_get_io_ptr(to));
-            into->insert(into->end(), bytes, bytes + size);
-        },
-        nullptr);
-    png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
-                 PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
-    // The fastest that compresses.
-    png_set_compression_level(png, 1);
-    png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB);
-    png_write_info(png, info);
-    for (int row = 0; row < height; ++row) {
-        png_write_row(png, luma.data() + static_cast<std::ptrdiff_t>(row) * width);
-    }
-    png_write_end(png, info);
-    png_destroy_write_struct(&png, &info);
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(width);
+    image.height = static_cast<png_uint_32>(height);
+    image.format = PNG_FORMAT_GRAY;
+    image.flags = PNG_IMAGE_FLAG_FAST;
+    png_alloc_size_t bytes = PNG_IMAGE_PNG_SIZE_MAX(image);
+    std::vector<std::uint8_t> file(bytes);
+    const bool coded =
+        png_image_write_to_memory(&image, file.data(), &bytes, 0, luma.data(), width, nullptr) != 0;
+    file.resize(coded ? bytes : 0);
     return file;
 }
 
@@ -160,14 +131,16 @@ std::string AslWriter::open()
     }
     for (int eye = 0; eye < 2; ++eye) {
         cameras[eye].folder = mav + "/cam" + std::to_string(eye);
+        const std::string list = cameras[eye].folder + "/data.csv";
         std::filesystem::create_directories(cameras[eye].folder + "/data", reason);
-        if (reason || !cameras[eye].list.open(cameras[eye].folder + "/data.csv", kImageHeading)) {
-            return cameras[eye].folder + ": " + std::strerror(errno);
+        if (!cameras[eye].list.open(list, kImageHeading)) {
+            return list + ": " + std::strerror(errno);
         }
     }
     std::filesystem::create_directory(mav + "/imu0", reason);
-    if (reason || !imuList.open(mav + "/imu0/data.csv", kImuHeading)) {
-        return mav + "/imu0: " + std::strerror(errno);
+    const std::string list = mav + "/imu0/data.csv";
+    if (!imuList.open(list, kImuHeading)) {
+        return list + ": " + std::strerror(errno);
     }
     const unsigned most = std::max(1u, std::thread::hardware_concurrency());
     for (unsigned i = 0; i < most; ++i) {
@@ -301,7 +274,7 @@ bool AslWriter::store(const Pair& pair)
     for (int eye = 0; eye < 2 && problem.empty(); ++eye) {
         errno = ENOMEM;
         if (pair.eyes[eye].empty() ||
-            !writeWhole(file(eye), pair.eyes[eye].data(), pair.eyes[eye].size())) {
+            !writeFile(file(eye), pair.eyes[eye].data(), pair.eyes[eye].size())) {
             problem = file(eye);
         }
     }
@@ -348,7 +321,7 @@ void AslWriter::describe(const Pair& pair)
              << "# Not known: T_BS, camera_model, intrinsics, distortion_model, "
                 "distortion_coefficients\n";
         const std::string path = cameras[eye].folder + "/sensor.yaml";
-        if (!writeWhole(path, text.str().data(), text.str().size())) {
+        if (!writeFile(path, text.str().data(), text.str().size())) {
             fail(path + ": " + std::strerror(errno));
         }
     }
@@ -399,7 +372,7 @@ void AslWriter::finish()
          << "\n# Not known: T_BS, gyroscope_noise_density, gyroscope_random_walk,\n"
             "# accelerometer_noise_density, accelerometer_random_walk\n";
     const std::string path = mav + "/imu0/sensor.yaml";
-    if (!writeWhole(path, text.str().data(), text.str().size())) {
+    if (!writeFile(path, text.str().data(), text.str().size())) {
         fail(path + ": " + std::strerror(errno));
     }
 }

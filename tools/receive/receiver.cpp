@@ -3,7 +3,6 @@
 #include "tools/receive/receiver.h"
 
 #include <gst/video/video.h>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,11 +10,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <future>
 #include <iostream>
 #include <sstream>
 #include <thread>
 #include <utility>
+
+#include "tools/receive/writefile.h"
 
 namespace receive {
 
@@ -67,15 +69,6 @@ bool doneWithin(std::chrono::seconds patience, Task task)
     const std::future<void> done = packaged.get_future();
     std::thread(std::move(packaged)).detach();
     return done.wait_for(patience) == std::future_status::ready;
-}
-
-/// Writes a whole file; errno says why it cannot.
-bool writeFile(const std::string& path, const void* data, std::size_t bytes)
-{
-    std::ofstream file(path, std::ios::binary);
-    file.write(static_cast<const char*>(data), static_cast<std::streamsize>(bytes));
-    file.close();
-    return file.good();
 }
 
 /// Luma of one eye on a coarse grid.
