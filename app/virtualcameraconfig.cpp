@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 
 namespace {
@@ -34,6 +35,18 @@ const nlohmann::json& field(const nlohmann::json& object, const char* key)
     static const nlohmann::json absent;
     const auto found = object.find(key);
     return found != object.end() ? *found : absent;
+}
+
+// The library's conversion cuts floating-point numbers towards zero, whatever becomes of those that
+// are too large.
+std::int32_t integer(const nlohmann::json& object, const char* key)
+{
+    const nlohmann::json& value = field(object, key);
+    const double number = value.is_number_float() ? value.get<double>() : 0;
+    if (number <= -2147483649.0 || number >= 2147483648.0) {
+        throw std::out_of_range(std::string("the number of ") + key + " does not fit 32 bits");
+    }
+    return value.get<std::int32_t>();
 }
 
 /// Why an open file is no configuration; empty when it may be one.
@@ -91,15 +104,15 @@ VirtualCameraInfos parseConfig(const nlohmann::json::const_iterator& member)
     // Names that are no number give 0.
     record.virtualSerialNumber =
         widen(static_cast<std::int32_t>(std::strtol(member.key().c_str(), nullptr, 10)));
-    record.leftSerialNumber = widen(field(value, "Left").get<std::int32_t>());
-    record.rightSerialNumber = widen(field(value, "Right").get<std::int32_t>());
-    record.port = static_cast<std::uint32_t>(field(value, "Port").get<std::int32_t>());
-    record.fps = field(value, "FPS").get<std::int32_t>();
-    record.width = field(value, "Width").get<std::int32_t>();
-    record.height = field(value, "Height").get<std::int32_t>();
+    record.leftSerialNumber = widen(integer(value, "Left"));
+    record.rightSerialNumber = widen(integer(value, "Right"));
+    record.port = static_cast<std::uint32_t>(integer(value, "Port"));
+    record.fps = integer(value, "FPS");
+    record.width = integer(value, "Width");
+    record.height = integer(value, "Height");
     record.imu = field(value, "IMU").get<bool>();
     if (value.contains("HDR")) {
-        record.hdr = value.at("HDR").get<std::int32_t>();
+        record.hdr = integer(value, "HDR");
     }
     return record;
 }

@@ -15,11 +15,12 @@ constexpr char kVirtualCameraConfigPath[] = "/usr/local/kor/settings/virtual_tso
 /// @param member iterator into the document's top-level value
 /// @throws nlohmann::json::exception when the top level is no object, a key is missing or a value
 ///         has the wrong type
+/// @throws std::out_of_range for a floating-point number that does not fit 32 bits
 VirtualCameraInfos parseConfig(const nlohmann::json::const_iterator& member);
 
 /// Reads the whole configuration file, members in ascending key order. One that cannot be read, is
 /// no regular file or has more than 16 MB gets a line in the log and is taken as empty.
-/// @throws nlohmann::json::exception as parseConfig() does, and when the file is not JSON
+/// @throws what parseConfig() throws, and nlohmann::json::exception when the file is not JSON
 QList<VirtualCameraInfos> readVirtualCameraConfig(const QString& path);
 
 /// Turns records into the document that is stored: one line, keys in ascending byte order, no

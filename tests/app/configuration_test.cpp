@@ -71,6 +71,8 @@ class ConfigurationTest : public QObject {
         } catch (const nlohmann::json::exception& error) {
             const QByteArray message = error.what();
             return message.mid(message.indexOf("] ") + 2);
+        } catch (const std::out_of_range& error) {
+            return error.what();
         }
         return {};
     }
@@ -174,6 +176,8 @@ private slots:
         QTest::newRow("float is cut") << QByteArray("29.97") << 29;
         QTest::newRow("negative float is cut towards zero") << QByteArray("-2.9") << -2;
         QTest::newRow("exponent") << QByteArray("1.2e3") << 1200;
+        QTest::newRow("largest float") << QByteArray("2147483647.9") << 2147483647;
+        QTest::newRow("smallest float") << QByteArray("-2147483648.9") << -2147483647 - 1;
         QTest::newRow("true") << QByteArray("true") << 1;
         QTest::newRow("false") << QByteArray("false") << 0;
         QTest::newRow("largest") << QByteArray("2147483647") << 2147483647;
@@ -197,7 +201,7 @@ private slots:
         QCOMPARE(readOne(file("5", object({{"HDR", value}}))).hdr, number);
     }
 
-    void wrongTypes_data()
+    void wrongValues_data()
     {
         QTest::addColumn<QByteArray>("key");
         QTest::addColumn<QByteArray>("value");
@@ -215,7 +219,14 @@ private slots:
             QTest::newRow(key + " absent")
                 << key << QByteArray() << QByteArray("type must be number, but is null");
         }
+        for (const QByteArray key : {"Left", "Right", "Width", "Height", "FPS", "Port", "HDR"}) {
+            for (const QByteArray value : {"2147483648.0", "-2147483649.0", "1e300"}) {
+                QTest::newRow(key + ' ' + value)
+                    << key << value << "the number of " + key + " does not fit 32 bits";
+            }
+        }
         for (const auto& [value, type] : {std::pair<QByteArray, QByteArray>{"1", "number"},
+                                          {"1e300", "number"},
                                           {"0.5", "number"},
                                           {"\"true\"", "string"},
                                           {"null", "null"},
@@ -226,7 +237,7 @@ private slots:
                 << QByteArray("IMU") << value << "type must be boolean, but is " + type;
         }
     }
-    void wrongTypes()
+    void wrongValues()
     {
         QFETCH(QByteArray, key);
         QFETCH(QByteArray, value);
