@@ -15,8 +15,6 @@ struct Picture {
     std::vector<std::uint8_t> luma;
     std::vector<std::uint8_t> u;  ///< half as wide, rounded up
     std::vector<std::uint8_t> v;
-
-    std::size_t bytes() const { return luma.size() + u.size() + v.size(); }
 };
 
 /// Reads a PNG file: grey as it is, everything else converted with the BT.601 matrix.

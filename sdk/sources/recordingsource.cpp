@@ -2,6 +2,7 @@
 // Playing of a recording.
 #include "sdk/sources/recordingsource.h"
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -12,8 +13,10 @@ namespace tq {
 
 namespace {
 
-// Recordings up to this size are decoded once; longer ones ahead of every frame.
-constexpr std::size_t kDecodedBytes = 64u << 20;
+// Frames of recordings up to this size are made once, while a camera opens; of longer ones as they
+// are played.
+constexpr std::size_t kReadyBytes = 64u << 20;
+constexpr std::size_t kReadyFrames = 100;
 
 }  // namespace
 
@@ -26,28 +29,22 @@ RecordingSource::RecordingSource(const rig::RecordingSettings& sourceSettings,
 FrameFormat RecordingSource::open(const FrameFormat& wanted)
 {
     recording = std::make_unique<const Recording>(settings, clock.now());
-    if (!recording->video()) {
-        preload();
-    }
     scaler = std::make_unique<PictureScaler>(wanted.width, wanted.height);
+    if (!recording->video()) {
+        preload(wanted.bytes());
+    }
     begin(recording->framesPerSecond(), clock.now());
     return {wanted.width, wanted.height, recording->framesPerSecond()};
 }
 
-void RecordingSource::preload()
+void RecordingSource::preload(std::size_t frameBytes)
 {
     const std::vector<RecordedFrame>& frames = recording->frames();
-    std::size_t bytes = 0;
+    if (frames.size() > std::min(kReadyFrames, kReadyBytes / frameBytes)) {
+        return;
+    }
     for (const RecordedFrame& frame : frames) {
-        Picture picture = readPng(frame.file);
-        bytes += picture.bytes();
-        // The first picture foretells the sum, if they are all alike.
-        const std::size_t expected = pictures.empty() ? picture.bytes() * frames.size() : bytes;
-        if (expected > kDecodedBytes) {
-            pictures = {};
-            return;
-        }
-        pictures.push_back(std::move(picture));
+        scaler->scale(readPng(frame.file), pictures.emplace_back(frameBytes).data());
     }
 }
 
@@ -84,7 +81,7 @@ bool RecordingSource::draw(std::uint64_t number, Timestamp, const FrameBuffer& b
     if (pictures.empty()) {
         scaler->scale(readPng(recording->frames()[index].file), buffer.pixels);
     } else {
-        scaler->scale(pictures[index], buffer.pixels);
+        std::copy(pictures[index].begin(), pictures[index].end(), buffer.pixels);
     }
     return true;
 }

@@ -25,12 +25,12 @@ private:
     Timestamp captureTime(std::uint64_t number) const override;
     std::uint64_t firstAfter(Timestamp time) const override;
     bool draw(std::uint64_t number, Timestamp time, const FrameBuffer& buffer) override;
-    void preload();
+    void preload(std::size_t frameBytes);
 
     const rig::RecordingSettings settings;
     std::unique_ptr<const Recording> recording;
     std::unique_ptr<PictureScaler> scaler;
-    std::vector<Picture> pictures;  // all of them, or empty when they are read as they are played
+    std::vector<std::vector<std::uint8_t>> pictures;  // YUYV; none when made as they are played
 };
 
 }  // namespace tq
