@@ -99,8 +99,8 @@ GStreamerSettings readGStreamer(Members& members)
     return settings;
 }
 
-SourceSettings readSource(const json& value, const std::string& path,
-                          const std::filesystem::path& folder)
+void readSource(const json& value, const std::string& path, const std::filesystem::path& folder,
+                CameraSettings& camera)
 {
     Members members(value, path);
     using Reader = std::function<SourceSettings()>;
@@ -108,9 +108,10 @@ SourceSettings readSource(const json& value, const std::string& path,
         members.word<Reader>("type", {{"simulated", [&] { return readSimulated(members); }},
                                       {"recording", [&] { return readRecording(members, folder); }},
                                       {"gstreamer", [&] { return readGStreamer(members); }}});
-    SourceSettings source = read();
+    camera.source = read();
+    camera.timestamps = members.word<Timestamps>(
+        "timestamps", {{"capture", Timestamps::CAPTURE}, {"grid", Timestamps::GRID}}, "capture");
     members.finish();
-    return source;
 }
 
 ImuSettings readImu(const json& value, const std::string& path, const SourceSettings& source)
@@ -172,7 +173,7 @@ CameraSettings readCamera(const json& value, std::size_t index, const std::files
     checkSerial(camera.serial, camera.model, members.key("serial"));
     camera.bus = readShortText(members, "bus", "gmsl-" + std::to_string(index), 15);
     camera.name = readShortText(members, "name", toString(camera.model).c_str(), 111);
-    camera.source = readSource(members.require("source"), members.key("source"), folder);
+    readSource(members.require("source"), members.key("source"), folder, camera);
     if (const json* imu = members.find("imu")) {
         camera.imu = readImu(*imu, members.key("imu"), camera.source);
     }

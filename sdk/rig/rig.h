@@ -77,6 +77,12 @@ struct GStreamerSettings {
 
 using SourceSettings = std::variant<SimulatedSettings, RecordingSettings, GStreamerSettings>;
 
+/// What the frames of a source are stamped with.
+enum class Timestamps {
+    CAPTURE,  ///< when they were captured
+    GRID,     ///< the nearest instant of the common frame grid
+};
+
 /// Where a camera's inertial data come from.
 enum class ImuKind { NONE, SIMULATED, RECORDED };
 
@@ -94,6 +100,7 @@ struct CameraSettings {
     std::string bus;   ///< at most 15 bytes
     std::string name;  ///< at most 111 bytes
     SourceSettings source;
+    Timestamps timestamps = Timestamps::CAPTURE;  ///< key of the source, whatever its type
     ImuSettings imu;
 };
 

@@ -21,6 +21,13 @@ public:
         return instant(k + 1) <= time ? k + 1 : k;
     }
 
+    /// The frame whose instant is nearest.
+    std::uint64_t nearest(Timestamp time) const
+    {
+        const std::uint64_t k = frameAt(time);
+        return instant(k + 1) - time < time - instant(k) ? k + 1 : k;
+    }
+
 private:
     static constexpr Timestamp kSecond = 1000000000;
     std::uint64_t fps;

@@ -77,7 +77,7 @@ std::vector<std::uint8_t> encodeFrameRecord(const FrameRecord& record)
     out.put(record.imuRate);
     out.put(record.deviceVersion);
     out.put(record.modelCode);
-    out.put(std::uint32_t{0});
+    out.put(static_cast<std::uint32_t>(record.eyeOffset));
     out.put(std::uint64_t{record.metadata.imuTimestamp});
     out.put(record.metadata.imuSequence);
     out.put(record.metadata.acceleration);

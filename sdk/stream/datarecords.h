@@ -28,6 +28,7 @@ struct FrameRecord {
     std::uint32_t imuRate = 0;    ///< announced IMU packets per second
     std::uint32_t deviceVersion = 0;
     std::uint32_t modelCode = 0;
+    std::int32_t eyeOffset = 0;  ///< capture of the right eye after that of the left one, ns
     kvfrw::kvfSampleMetadata metadata{};
 };
 

@@ -67,6 +67,8 @@ FrameRecord readFrame(GstByteReader& in)
     record.eyeWidth = take<std::uint32_t>(in);
     record.eyeHeight = take<std::uint32_t>(in);
     record.fps = take<std::uint32_t>(in);
+    gst_byte_reader_skip_unchecked(&in, 12);
+    record.eyeOffset = static_cast<std::int32_t>(take<std::uint32_t>(in));
     return record;
 }
 

@@ -20,6 +20,7 @@ struct FrameRecord {
     std::uint32_t eyeWidth = 0;       ///< pixels
     std::uint32_t eyeHeight = 0;      ///< pixels
     std::uint32_t fps = 0;
+    std::int32_t eyeOffset = 0;  ///< capture of the right eye after that of the left one, ns
 };
 
 /// One measurement of the inertial unit.

@@ -86,6 +86,7 @@ void StreamFeed::ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
 {
     const std::lock_guard<std::mutex> oneFrame(ingestMutex);
     relieveSinks();
+    const std::int32_t offset = eyeOffset.of(identity, yuyv, timestamp);
     {
         const std::lock_guard<std::mutex> lock(mutex);
         ++counts.framesIngested;
@@ -112,6 +113,7 @@ void StreamFeed::ingestFrame(const std::uint8_t* yuyv, Timestamp timestamp,
     WaitingFrame frame{std::move(picture), identity};
     frame.record.counter = nextCounter++;
     frame.record.captureTime = timestamp;
+    frame.record.eyeOffset = offset;
     frame.record.metadata = metadata;
     if (!frame.picture) {
         ++counts.framesDropped;

@@ -12,6 +12,7 @@
 #include <variant>
 
 #include "sdk/stream/datarecords.h"
+#include "sdk/stream/eyeoffset.h"
 #include "sdk/stream/frameconverter.h"
 
 namespace tq::stream {
@@ -116,6 +117,7 @@ private:
 
     std::mutex ingestMutex;  // one frame is converted at a time; taken before mutex
     FrameConverter converter;
+    EyeOffset eyeOffset;
 
     mutable std::mutex mutex;
     GObjectPtr<GstElement> media;

@@ -91,7 +91,8 @@ void RigTest::everyKeyIsRead()
                         "deathAfter": 9, "reviveAfter": 4, "seed": 42},
              "imu": {"type": "simulated", "rate": 1000}},
             {"serial": 2147483647, "model": "KOR T",
-             "source": {"type": "gstreamer", "pipeline": "videotestsrc", "timeout": 2}}],
+             "source": {"type": "gstreamer", "pipeline": "videotestsrc", "timeout": 2,
+                        "timestamps": "grid"}}],
         "stream": {"bindAddress": "127.0.0.1", "user": "u", "password": "p", "maxClients": 3,
                    "sessionTimeout": 10, "codec": "h265", "encoder": "x265enc", "bitrate": 9000,
                    "keyFrameInterval": 15, "mtu": 1200, "latency": 50}})",
@@ -115,6 +116,8 @@ void RigTest::everyKeyIsRead()
     QCOMPARE(source.seed, std::uint64_t(42));
     QCOMPARE(result.rig->cameras.at(1).id, 1);
     QCOMPARE(std::get<tq::rig::GStreamerSettings>(result.rig->cameras.at(1).source).timeout, 2.0);
+    QCOMPARE(camera->timestamps, tq::rig::Timestamps::CAPTURE);
+    QCOMPARE(result.rig->cameras.at(1).timestamps, tq::rig::Timestamps::GRID);
     const tq::rig::StreamSettings& stream = result.rig->stream;
     QCOMPARE(stream.bindAddress, std::string("127.0.0.1"));
     QCOMPARE(stream.user + stream.password, std::string("up"));
@@ -216,6 +219,9 @@ void RigTest::refusals_data()
         "cameras[0].source.loop: must be a boolean, but is number");
     row("camera folder", withSource(R"("type": "recording", "path": "x", "camera": "../cam0")"),
         "cameras[0].source.camera: must be the name of a folder of the recording");
+    row("timestamps", withSource(R"("type": "simulated", "timestamps": "frame")"),
+        "cameras[0].source.timestamps: unknown value \"frame\", must be one of \"capture\", "
+        "\"grid\"");
     row("empty pipeline", withSource(R"("type": "gstreamer", "pipeline": " ")"),
         "cameras[0].source.pipeline: is empty");
     row("imu", withCamera(camera + "," + plain + R"(, "imu": {"type": "recorded"})"),

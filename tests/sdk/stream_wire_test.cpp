@@ -119,6 +119,11 @@ void StreamWireTest::documentsTheRecord()
                              static_cast<int>(bytes.size()));
     QCOMPARE(hexDumpOfPage(), encoded);
     QCOMPARE(rtpTime(record.captureTime), 380025703u);
+    // 60 bytes into the value, which begins at the 19th.
+    record.eyeOffset = -2;
+    const auto late = tq::stream::encodeFrameRecord(record);
+    QCOMPARE(std::vector<std::uint8_t>(late.begin() + 79, late.begin() + 83),
+             (std::vector<std::uint8_t>{0xFF, 0xFF, 0xFF, 0xFE}));
 }
 
 void StreamWireTest::usesTheSerialAsSource()
@@ -253,6 +258,7 @@ void StreamWireTest::pairsRecordsWithFrames()
         QCOMPARE(record.number(48, 4), 2000u);
         QCOMPARE(record.number(52, 4), 1523u);
         QCOMPARE(record.number(56, 4), 11u);
+        QCOMPARE(record.number(60, 4), 0u);
     }
     int unmatched = 0;
     for (const std::uint32_t time : videoTimes)

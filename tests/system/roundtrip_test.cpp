@@ -42,6 +42,7 @@ class RoundTripTest : public QObject {
 private slots:
     void initTestCase();
     void everythingComesBack();
+    void freeCamerasComeWithTheirTime();
 
 private:
     Outcome record(const QByteArray& rig, const QStringList& options, const QString& file);
@@ -117,6 +118,46 @@ void RoundTripTest::everythingComesBack()
         QCOMPARE(packet.timestamp - later, expected->timestamp);
         QVERIFY(measureTheSame(packet, *expected));
         ++expected;
+    }
+}
+
+void RoundTripTest::freeCamerasComeWithTheirTime()
+{
+    const auto freely = [](double phase) {
+        QJsonObject source = simulated("left");
+        source["phase"] = phase;
+        source["timestamps"] = "grid";
+        return source;
+    };
+    // Three of them, so that the right pair is to be found.
+    const QByteArray rig = document({{"cameras", QJsonArray{camera(30100001, freely(-6000), ""),
+                                                            camera(30100002, freely(6500), ""),
+                                                            camera(30100003, freely(15000), "")}}});
+    Service service(rig);
+    VirtualCamera virtualCamera;
+    VirtualCamera other;
+    other.serial = 101234568;
+    other.right = 30100003;
+    virtualCamera.port = static_cast<quint16>(freePort());
+    other.port = static_cast<quint16>(freePort());
+    service.configure({virtualCamera, other});
+    service.start();
+    QByteArray log;
+    for (const auto& [pair, apart] : {std::pair{virtualCamera, 12.5}, {other, 21.0}}) {
+        QVERIFY(service.serves(pair.port));
+        QProcess receiver;
+        receiver.start(VISTREL_RECEIVE,
+                       {"--tcp", "--no-decode", "-t", "30", "-n", "45", "-j", "-", pair.url()});
+        const Outcome received = finish(receiver);
+        QVERIFY2(received.status == 0, received.err);
+        const int json = received.out.indexOf('{');
+        const QJsonObject statistics = QJsonDocument::fromJson(received.out.mid(json)).object();
+        QCOMPARE(statistics["mostMsBetweenEyes"].toDouble(), apart);
+        const QByteArray text = QByteArray::number(apart, 'f', 1) + " ms apart";
+        QVERIFY2(received.out.contains("  eyes " + text + "  left"), received.out);
+        const QByteArray line =
+            "stream " + QByteArray::number(pair.serial) + ": the eyes are " + text;
+        QTRY_VERIFY((log += service.process.readAllStandardError(), log.contains(line)));
     }
 }
 

@@ -39,7 +39,9 @@ QByteArray frameUnit(std::uint64_t counter, std::uint64_t time, int extraBytes =
 {
     QByteArray value = bigEndian(100000001, 4) + bigEndian(0, 4) + bigEndian(counter, 8) +
                        bigEndian(time, 8) + bigEndian(7, 8) + bigEndian(1, 2) + bigEndian(2, 2) +
-                       bigEndian(1920, 4) + bigEndian(1200, 4) + bigEndian(30, 4);
+                       bigEndian(1920, 4) + bigEndian(1200, 4) + bigEndian(30, 4) +
+                       bigEndian(2000, 4) + bigEndian(1523, 4) + bigEndian(11, 4) +
+                       bigEndian(static_cast<std::uint64_t>(-12345678), 4);
     value.append(QByteArray(200 - value.size() + extraBytes, '\0'));
     return label(1, version) + '\x82' + bigEndian(static_cast<std::uint64_t>(value.size()), 2) +
            value;
@@ -112,6 +114,7 @@ private slots:
     void countsLostPackets();
     void prefersTheRecordedTime();
     void tellsTheStateOfEyes();
+    void tellsTheTimeBetweenEyes();
     void hidesCredentials();
     void showsNoControlCharacters();
 };
@@ -129,6 +132,7 @@ void ReceivePartsTest::readsFrames()
     QCOMPARE(frame.eyeWidth, 1920u);
     QCOMPARE(frame.eyeHeight, 1200u);
     QCOMPARE(frame.fps, 30u);
+    QCOMPARE(frame.eyeOffset, -12345678);
 }
 
 void ReceivePartsTest::readsSeveralRecords()
@@ -385,6 +389,23 @@ void ReceivePartsTest::tellsTheStateOfEyes()
     }
     const QString second = QString::fromStdString(statistics.statusLine(1));
     QVERIFY2(second.contains(" still  right ") && second.endsWith(" moving"), qPrintable(second));
+}
+
+void ReceivePartsTest::tellsTheTimeBetweenEyes()
+{
+    Statistics statistics;
+    const auto line = [&] { return QString::fromStdString(statistics.statusLine(1)); };
+    statistics.frameRecord(record(0), 0, 0);
+    QVERIFY(!line().contains("apart"));
+    for (const int offset : {3000000, -12345678, 5000000}) {
+        FrameRecord late = record(1);
+        late.eyeOffset = offset;
+        statistics.frameRecord(late, 0, 0);
+    }
+    // The most of a line's second, and of all.
+    QVERIFY(line().contains("  IMU 0/s  eyes 12.3 ms apart  left "));
+    QVERIFY(!line().contains("apart"));
+    QCOMPARE(json(statistics)["mostMsBetweenEyes"].toDouble(), 12.345678);
 }
 
 void ReceivePartsTest::hidesCredentials()

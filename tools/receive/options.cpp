@@ -20,8 +20,9 @@ constexpr const char* kHelp =
 
 Receives a virtual stereo camera and shows a status line per second: serial
 number, size, frames per second, bit rate of the video, latency from capture to
-decoded picture, frames lost, IMU packets per second, and each eye. Or reads what
-was recorded to FILE.ts, as fast as it can, with a status line per second of it.
+decoded picture, frames lost, IMU packets per second, the most time between the
+eyes of cameras that run freely, and each eye. Or reads what was recorded to
+FILE.ts, as fast as it can, with a status line per second of it.
 
 Output:
   -s, --snapshot FILE   write the first stereo picture as PNG

@@ -91,6 +91,8 @@ void Statistics::frameRecord(const FrameRecord& record, std::uint32_t rtpTime, d
     if (frameRecords++ == 0) {
         firstCaptureTime = record.captureTime;
     }
+    eyesApart = std::max(eyesApart, std::abs(record.eyeOffset * 1e-6));
+    mostEyesApart = std::max(mostEyesApart, eyesApart);
     lastRecord = record;
     captureTimes.add(rtpTime, record.captureTime);
 }
@@ -123,6 +125,9 @@ std::string Statistics::statusLine(double seconds)
     }
     line << "  lost " << framesLost.lost << "  IMU " << std::setprecision(0) << imuPackets / seconds
          << "/s";
+    if (const double apart = std::exchange(eyesApart, 0); apart > 0) {
+        line << "  eyes " << std::setprecision(1) << apart << " ms apart";
+    }
     const auto addEye = [&](const char* name, Eye& eye) {
         eye.shown = std::exchange(eye.interval, EyeState::NONE);
         line << "  " << name << ' ';
@@ -184,6 +189,7 @@ std::string Statistics::json(const std::string& url, double seconds) const
         document["eyeWidth"] = lastRecord->eyeWidth;
         document["eyeHeight"] = lastRecord->eyeHeight;
         document["nominalFps"] = lastRecord->fps;
+        document["mostMsBetweenEyes"] = mostEyesApart;
         document["framesDroppedBySender"] = lastRecord->framesDropped;
         document["firstCaptureTime"] = firstCaptureTime;
         document["lastCaptureTime"] = lastRecord->captureTime;

@@ -150,6 +150,8 @@ struct Statistics {
         std::uint64_t timedFrames = 0;  ///< of them, those with a latency
         double latency = 0;             ///< of these together, ms
     } totals, shown;
+    double eyesApart = 0;              ///< most since the last status line, ms
+    double mostEyesApart = 0;          ///< ms
     std::uint64_t framesReceived = 0;  ///< whole coded frames
     std::uint64_t keyFrames = 0;
     LossCounter framesLost{1000};
