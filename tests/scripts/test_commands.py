@@ -35,7 +35,7 @@ ONCE = "vistrel-receive --quiet --frames 30 --timeout 10 --json - "
 NOT_RUN = {
     "./run --seconds 20": "scripts_demonstration runs it with fewer seconds",
     "./run --recording": "needs a recording; sdk_recording and scripts_rigs read some",
-    "./run --rig sdk/rigs/two-webcams.json": "needs two USB cameras; sdk_rig reads it",
+    "./run --rig sdk/rigs/two-webcams.json": "needs two USB cameras; scripts_first_hour puts others in their place",
     "./test": "this test is a part of it",
     "scripts/setup": "installs packages on the machine",
     "scripts/relay": "needs Janus and a browser: tests/relay, stage relay of .ci/run",
