@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Tests of played recordings: a synthetic one, malformed ones, and a real one where it is at hand.
-#include <png.h>
+// Tests of played recordings: synthetic ones, malformed ones, and a real one where it is at hand.
 #include <sys/stat.h>
 
 #include <QtTest>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <thread>
@@ -12,72 +10,15 @@
 #include "sdk/imu/imusource.h"
 #include "sdk/sources/recordingsource.h"
 #include "tests/sdk/sdktesting.h"
+#include "tests/support/syntheticrecording.h"
 
 namespace {
 
-const QString kRealData = QStringLiteral(VISTREL_SOURCE_DIR "/../shared/data/stereo-imu");
-constexpr std::uint64_t kFirst = 1400000000000000000;
-constexpr std::uint64_t kPeriod = 50000000;
-
-bool writePng(const QString& path, int width, int height, const std::vector<unsigned char>& pixels,
-              unsigned format)
+tq::rig::RecordingSettings settingsOf(const SyntheticRecording& recording,
+                                      const std::string& camera = "cam0")
 {
-    png_image image;
-    std::memset(&image, 0, sizeof image);
-    image.version = PNG_IMAGE_VERSION;
-    image.width = static_cast<unsigned>(width);
-    image.height = static_cast<unsigned>(height);
-    image.format = format;
-    return png_image_write_to_file(&image, qPrintable(path), 0, pixels.data(), 0, nullptr) != 0;
+    return {recording.root().toStdString(), camera};
 }
-
-void writeText(const QString& path, const QByteArray& text)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size()) {
-        qFatal("cannot write %s", qPrintable(path));
-    }
-}
-
-/// A recording of two cameras with grey pictures that show their number.
-class SyntheticRecording {
-public:
-    explicit SyntheticRecording(int frames = 5, int width = 16, int height = 8)
-    {
-        QDir dir(root());
-        for (const char* camera : {"cam0", "cam1"}) {
-            dir.mkpath(QString("mav0/%1/data").arg(camera));
-            QByteArray list = "#timestamp [ns],filename\n";
-            for (int i = 0; i < frames; ++i) {
-                const QByteArray name = QByteArray::number(i) + ".png";
-                list += QByteArray::number(qulonglong(kFirst + kPeriod * unsigned(i))) + "," +
-                        name + "\r\n";
-                writePng(file(QString("%1/data/%2").arg(camera, QString(name))), width, height,
-                         std::vector<unsigned char>(std::size_t(width * height),
-                                                    static_cast<unsigned char>(3 * i + 5)),
-                         PNG_FORMAT_GRAY);
-            }
-            writeText(file(QString("%1/data.csv").arg(camera)), list);
-        }
-        dir.mkpath("mav0/imu0");
-        QByteArray imu = "#timestamp,wx,wy,wz,ax,ay,az\n";
-        for (int i = 0; i <= frames * 10; ++i) {
-            imu += QByteArray::number(qulonglong(kFirst + kPeriod / 10 * unsigned(i))) +
-                   ",0.1,0.2,0.3,1,2," + QByteArray::number(i) + "\n";
-        }
-        writeText(file("imu0/data.csv"), imu);
-    }
-
-    QString root() const { return folder.path(); }
-    QString file(const QString& inner) const { return folder.filePath("mav0/" + inner); }
-    tq::rig::RecordingSettings settings(const std::string& camera = "cam0") const
-    {
-        return {root().toStdString(), camera};
-    }
-
-private:
-    QTemporaryDir folder;
-};
 
 /// Puts something else where a recording has a file: a thing of that name, or a text.
 void putInTheWay(const QString& path, const QString& content)
@@ -151,14 +92,19 @@ private slots:
     void malformedRecordings_data();
     void malformedRecordings();
     void malformedImuIsReported();
-    void realRecordingIsPlayedWhole();
-    void realRecordingInRealTime();
+    void recordingIsPlayedWhole_data() { addRecordings(own); }
+    void recordingIsPlayedWhole();
+    void recordingInRealTime_data() { addRecordings(own); }
+    void recordingInRealTime();
+
+private:
+    const SyntheticRecording own{40, 752, 480, true};
 };
 
 void RecordingTest::framesArePlayedInALoop()
 {
     const SyntheticRecording recording(5);
-    Player player(recording.settings(), 16, 8);
+    Player player(settingsOf(recording), 16, 8);
     QVERIFY2(player.code == tq::ErrorCode::SUCCESS, player.reason.c_str());
     QCOMPARE(player.fps, 20);
     tq::Timestamp last = 0;
@@ -181,7 +127,7 @@ void RecordingTest::framesArePlayedInALoop()
 void RecordingTest::isPlayedOnce()
 {
     const SyntheticRecording recording(5);
-    tq::rig::RecordingSettings settings = recording.settings();
+    tq::rig::RecordingSettings settings = settingsOf(recording);
     settings.loop = false;
     Player player(settings, 16, 8);
     for (int number = 0; number < 5; ++number) {
@@ -197,14 +143,14 @@ void RecordingTest::bothFoldersAreAccepted()
     const SyntheticRecording recording;
     tq::rig::RecordingSettings inner{recording.file("").toStdString(), "cam1"};
     QVERIFY(Player(inner, 16, 8).next());
-    QVERIFY(Player(recording.settings("cam1"), 16, 8).next());
+    QVERIFY(Player(settingsOf(recording, "cam1"), 16, 8).next());
 }
 
 void RecordingTest::camerasShareTheClock()
 {
     const SyntheticRecording recording;
-    Player left(recording.settings("cam0"), 16, 8);
-    Player right(recording.settings("cam1"), 16, 8);
+    Player left(settingsOf(recording, "cam0"), 16, 8);
+    Player right(settingsOf(recording, "cam1"), 16, 8);
     for (int i = 0; i < 12; ++i) {
         QVERIFY(left.next() && right.next());
         QCOMPARE(left.time, right.time);
@@ -223,8 +169,8 @@ void RecordingTest::camerasThatBeginApartShareTheLoop()
     }
     writeText(recording.file("cam1/data.csv"), list);
     std::map<tq::Timestamp, int> lefts;
-    Player left(recording.settings("cam0"), 16, 8);
-    Player right(recording.settings("cam1"), 16, 8);
+    Player left(settingsOf(recording, "cam0"), 16, 8);
+    Player right(settingsOf(recording, "cam1"), 16, 8);
     for (int i = 0; i < 20; ++i) {
         QVERIFY(left.next());
         lefts[left.time] = left.pixels[0];
@@ -239,7 +185,7 @@ void RecordingTest::greyIsKeptAndScaled()
 {
     const SyntheticRecording recording(2, 16, 8);
     for (const auto& [width, height] : {std::pair{16, 8}, {64, 30}, {12, 6}, {8, 4}}) {
-        Player player(recording.settings(), width, height);
+        Player player(settingsOf(recording), width, height);
         QVERIFY(player.next());
         const unsigned char grey = player.pixels[0];
         QVERIFY(grey == 5 || grey == 8);
@@ -262,7 +208,7 @@ void RecordingTest::coloursAreConverted()
                          PNG_FORMAT_RGB));
     }
     for (const int width : {16, 32}) {
-        Player player(recording.settings(), width, width / 2);
+        Player player(settingsOf(recording), width, width / 2);
         QVERIFY(player.next());
         // Full range: Y = 0.299 R + 0.587 G + 0.114 B, U and V accordingly.
         QVERIFY(std::abs(player.pixels[0] - 84) <= 2);
@@ -275,7 +221,7 @@ void RecordingTest::oddPicturesAreScaled()
 {
     const SyntheticRecording recording(2, 15, 7);
     for (const auto& [width, height] : {std::pair{16, 8}, {14, 7}, {2, 1}}) {
-        Player player(recording.settings(), width, height);
+        Player player(settingsOf(recording), width, height);
         QVERIFY(player.next());
         QCOMPARE(int(player.pixels.back()), 128);
     }
@@ -284,7 +230,7 @@ void RecordingTest::oddPicturesAreScaled()
 void RecordingTest::longDelaysSkip()
 {
     const SyntheticRecording recording(5);
-    Player player(recording.settings(), 16, 8);
+    Player player(settingsOf(recording), 16, 8);
     QVERIFY(player.next());
     const tq::Timestamp before = player.time;
     player.clock.time = before + 13 * kPeriod + 1000;
@@ -296,7 +242,7 @@ void RecordingTest::longDelaysSkip()
 void RecordingTest::imuIsPlayedWithThePictures()
 {
     const SyntheticRecording recording(5);
-    const tq::ImuSource imu = tq::recordedImu(recording.settings(), 1);
+    const tq::ImuSource imu = tq::recordedImu(settingsOf(recording), 1);
     const tq::Timestamp duration = 5 * kPeriod;
     const tq::Timestamp start = 1700000000000000000 / duration * duration;
     std::vector<tq::IMUPacket> packets;
@@ -311,7 +257,7 @@ void RecordingTest::imuIsPlayedWithThePictures()
                  std::uint32_t(tq::IMU_ACCELERATION | tq::IMU_ANGULAR_RATE));
     }
     packets.clear();
-    tq::recordedImu(recording.settings(), 4)(start - 1, start + duration - 1, packets);
+    tq::recordedImu(settingsOf(recording), 4)(start - 1, start + duration - 1, packets);
     QCOMPARE(packets.size(), std::size_t(13));
 }
 
@@ -319,7 +265,7 @@ void RecordingTest::longRecordingsAreDecodedAsTheyArePlayed()
 {
     // 70 frames of two megabytes are more than is kept.
     const SyntheticRecording recording(70, 1024, 1024);
-    Player player(recording.settings(), 1024, 1024);
+    Player player(settingsOf(recording), 1024, 1024);
     QVERIFY2(player.code == tq::ErrorCode::SUCCESS, player.reason.c_str());
     QVERIFY(player.next());
     int number = (player.pixels[0] - 5) / 3;
@@ -347,7 +293,7 @@ void RecordingTest::shortRecordingsAreReadOnce()
 {
     for (const int frames : {100, 101}) {
         const SyntheticRecording recording(frames, 16, 8);
-        Player player(recording.settings(), 16, 8);
+        Player player(settingsOf(recording), 16, 8);
         QVERIFY2(player.code == tq::ErrorCode::SUCCESS, player.reason.c_str());
         QVERIFY(QDir(recording.file("cam0/data")).removeRecursively());
         tq::Timestamp time = 0;
@@ -451,7 +397,7 @@ void RecordingTest::malformedRecordings()
     } else {
         putInTheWay(path, content);
     }
-    const Player player(recording.settings(), 16, 8);
+    const Player player(settingsOf(recording), 16, 8);
     QCOMPARE(static_cast<int>(player.code), code);
     QVERIFY2(QString::fromStdString(player.reason).contains(reason), player.reason.c_str());
     QVERIFY(player.reason.find('\n') == std::string::npos);
@@ -466,7 +412,7 @@ void RecordingTest::malformedImuIsReported()
         writeText(recording.file("imu0/data.csv"), text);
         reason.clear();
         try {
-            tq::recordedImu(recording.settings(), 1);
+            tq::recordedImu(settingsOf(recording), 1);
         } catch (const std::runtime_error& error) {
             reason = error.what();
         }
@@ -480,12 +426,10 @@ void RecordingTest::malformedImuIsReported()
     QCOMPARE(log.lines().size(), 1);
 }
 
-void RecordingTest::realRecordingIsPlayedWhole()
+void RecordingTest::recordingIsPlayedWhole()
 {
-    if (!QDir(kRealData).exists()) {
-        QSKIP("the recording ../shared/data/stereo-imu is not on this machine");
-    }
-    const std::string path = kRealData.toStdString();
+    QFETCH(QString, folder);
+    const std::string path = folder.toStdString();
     Player left({path, "cam0"}, 752, 480);
     Player right({path, "cam1"}, 752, 480);
     QVERIFY2(left.code == tq::ErrorCode::SUCCESS, left.reason.c_str());
@@ -520,14 +464,12 @@ void RecordingTest::realRecordingIsPlayedWhole()
     QCOMPARE(seen.size(), 40);
 }
 
-void RecordingTest::realRecordingInRealTime()
+void RecordingTest::recordingInRealTime()
 {
-    if (!QDir(kRealData).exists()) {
-        QSKIP("the recording ../shared/data/stereo-imu is not on this machine");
-    }
+    QFETCH(QString, folder);
     TemporaryRig rig;
     for (const char* camera : {"cam0", "cam1"}) {
-        rig.add({{"type", "recording"}, {"path", kRealData}, {"camera", camera}},
+        rig.add({{"type", "recording"}, {"path", folder}, {"camera", camera}},
                 {{"type", "recorded"}});
     }
     tq::LiveCameraGrabber left(tq::INPUT_TYPE::GMSL_RAW);
@@ -540,7 +482,6 @@ void RecordingTest::realRecordingInRealTime()
     std::vector<tq::Timestamp> packets;
     tq::Timestamp batchEnd = 0;
     // A machine that halts for some periods costs frames. What counts is a stretch without that.
-    constexpr tq::Timestamp kPeriod = 50000000;
     tq::Timestamp lastLook = tq::systemClock().now();
     tq::Timestamp countedFrom = 0;
     const auto isNew = [&](tq::LiveCameraGrabber& camera) {

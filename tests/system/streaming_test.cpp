@@ -11,9 +11,11 @@
 #include <QTemporaryDir>
 #include <QtTest>
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "tests/sdk/patterndecoder.h"
+#include "tests/support/syntheticrecording.h"
 #include "tests/system/headlessservice.h"
 #include "tests/system/streamclient.h"
 
@@ -47,13 +49,6 @@ std::set<std::uint64_t> captureTimes(const std::vector<FrameRecord>& records)
         times.insert(record.captureTime);
     }
     return times;
-}
-
-/// The recording that some tests play; empty where it is absent.
-QString recordingFolder()
-{
-    const QString folder = QStringLiteral(VISTREL_SOURCE_DIR "/../shared/data/stereo-imu/mav0");
-    return QDir(folder).exists() ? folder : QString();
 }
 
 /// Timestamps of an ASL index file, in file order.
@@ -110,14 +105,18 @@ std::vector<std::uint64_t> playedImuTimes(const QString& folder,
     return played;
 }
 
-/// Pictures of one eye of the recording, in file order, scaled to a size.
+/// Pictures of one eye of the recording, in the order of their names' numbers, scaled to a size.
 std::vector<QImage> recordedPictures(const QString& eye, int width, int height)
 {
     std::vector<QImage> pictures;
     const QDir folder(eye + "/data");
-    for (const QString& name : folder.entryList({"*.png"}, QDir::Files, QDir::Name)) {
+    std::map<qulonglong, QString> names;
+    for (const QFileInfo& file : folder.entryInfoList({"*.png"}, QDir::Files)) {
+        names[file.baseName().toULongLong()] = file.filePath();
+    }
+    for (const auto& [number, name] : names) {
         pictures.push_back(
-            QImage(folder.filePath(name))
+            QImage(name)
                 .scaled(width, height, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
                 .convertToFormat(QImage::Format_Grayscale8));
     }
@@ -175,10 +174,14 @@ private slots:
     void imuPacketsArriveOnceEach();
     void withoutImuNoneIsSent();
     void twoVirtualCamerasShareACamera();
+    void everyPairOfARecordingArrives_data() { addRecordings(own); }
     void everyPairOfARecordingArrives();
     void endsOnWhatCannotBeOpened_data();
     void endsOnWhatCannotBeOpened();
     void busyCameraEndsTheProcess();
+
+private:
+    const SyntheticRecording own{40, 752, 480, true};
 };
 
 void StreamingTest::initTestCase()
@@ -371,10 +374,7 @@ void StreamingTest::twoVirtualCamerasShareACamera()
 
 void StreamingTest::everyPairOfARecordingArrives()
 {
-    const QString folder = recordingFolder();
-    if (folder.isEmpty()) {
-        QSKIP("the recording ../shared/data/stereo-imu is absent");
-    }
+    QFETCH(QString, folder);
     const auto source = [&folder](const char* eye) {
         return QJsonObject{{"type", "recording"}, {"path", folder}, {"camera", eye}};
     };
