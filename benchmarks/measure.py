@@ -20,13 +20,13 @@ def free_port():
         return probe.getsockname()[1]
 
 
-def camera(index, serial, recording=None):
-    """One camera of a rig, even indices see the left eye."""
+def camera(index, serial, recording=None, more=None):
+    """One camera of a rig, even indices see the left eye. `more` are further keys of a simulated one."""
     if recording:
         source = {"type": "recording", "path": str(pathlib.Path(recording).resolve()),
                   "camera": f"cam{index % 2}"}
     else:
-        source = {"type": "simulated", "eye": ("left", "right")[index % 2]}
+        source = {"type": "simulated", "eye": ("left", "right")[index % 2], **(more or {})}
     has_imu = recording is None or (pathlib.Path(recording) / "mav0/imu0").exists()
     imu = {"type": "recorded" if recording else "simulated"} if has_imu else {"type": "none"}
     return {"serial": serial, "model": "KOR T Solo GS", "source": source, "imu": imu}
@@ -36,13 +36,13 @@ class Service:
     """kor_vistrel --cli in a private view of the settings folder, with pairs of cameras that all
     see the same."""
 
-    def __init__(self, build, size, fps, recording=None, pairs=1):
+    def __init__(self, build, size, fps, recording=None, pairs=1, more=None):
         self.ports = [free_port() for _ in range(pairs)]
         self.folder = tempfile.TemporaryDirectory()
         folder = pathlib.Path(self.folder.name)
         self.log_file = folder / "log"
         serials = [30100001 + n for n in range(2 * pairs)]
-        rig = {"cameras": [camera(n, serial, recording) for n, serial in enumerate(serials)]}
+        rig = {"cameras": [camera(n, serial, recording, more) for n, serial in enumerate(serials)]}
         width, height = size
         configuration = {str(101234567 + n): {"Left": serials[2 * n], "Right": serials[2 * n + 1],
                                               "IMU": True, "Width": width, "Height": height,

@@ -121,7 +121,7 @@ SessionEvents Receiver::events()
     told.codedFrame = [this](const Frame& frame) { onCodedFrame(frame); };
     told.picture = [this](const Frame& picture) { onPicture(picture); };
     told.dataUnit = [this](const DataUnit& unit) { onDataUnit(unit); };
-    told.remark = tell;
+    told.remark = [](const std::string& text) { tell(text + " (see --ca and --insecure)"); };
     return told;
 }
 

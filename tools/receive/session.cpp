@@ -173,8 +173,7 @@ bool Session::accepts(unsigned flags) const
 {
     if (!source.insecure) {
         events.remark("the sender's certificate is refused: " +
-                      objections(static_cast<GTlsCertificateFlags>(flags)) +
-                      " (see --ca and --insecure)");
+                      objections(static_cast<GTlsCertificateFlags>(flags)));
     }
     return source.insecure;
 }
@@ -205,6 +204,14 @@ std::optional<std::string> Session::ended(GstClockTime patience)
     return strange        ? source.url + ": is no recording in MPEG-TS"
            : failed.get() ? source.url + ": " + failed.text("")
                           : "";
+}
+
+int Session::descriptor() const
+{
+    const GObjectPtr<GstBus> bus(gst_element_get_bus(pipeline.get()));
+    GPollFD poll = {};
+    gst_bus_get_pollfd(bus.get(), &poll);
+    return poll.fd;
 }
 
 std::string Session::codec() const

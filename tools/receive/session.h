@@ -59,7 +59,7 @@ struct SessionEvents {
     std::function<void(const Frame&)> codedFrame;
     std::function<void(const Frame&)> picture;
     std::function<void(const DataUnit&)> dataUnit;
-    std::function<void(const std::string&)> remark;  ///< one line for the user
+    std::function<void(const std::string&)> remark;  ///< why a certificate is refused
 };
 
 /// Receives one stream or reads one file.
@@ -81,6 +81,9 @@ public:
     /// Waits for the end for a while.
     /// @return nothing when it goes on; empty at the end of a file; else why it ended
     std::optional<std::string> ended(GstClockTime patience);
+
+    /// Readable when ended() has something to say. After start(), until stop().
+    int descriptor() const;
 
     /// Ends it; a sender that goes on talking can hold this up for ever.
     void stop();
