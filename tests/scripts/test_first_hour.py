@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """docs/first-hour.md: its commands, from the page and in its order, in one folder. GStreamer's own pictures
-stand in for the cameras, and what takes a time of its own is shorter.
+stand in for the cameras, and what takes a time of its own takes VISTREL_DEMO_SECONDS.
 
 In tests/sandbox/run-in-sandbox --private-network; VISTREL_DEMO_BUILD is the folder with the programs."""
 import json
+import os
 import pathlib
 import re
 import shutil
@@ -13,6 +14,7 @@ from conftest import SOURCE
 from test_commands import Reader, end, program
 
 PAGE = SOURCE / "docs/first-hour.md"
+SECONDS = os.environ.get("VISTREL_DEMO_SECONDS", "5")
 RECEIVE = "build/release/tools/vistrel-receive "
 LINE = r"101234567  1280x480  [0-9.]+ fps .*left 640x480 moving  right 640x480 moving"
 APART = r"IMU 0/s  (eyes [0-9.]+ ms apart  )?left"  # cameras may be in step by chance
@@ -58,7 +60,7 @@ def test_first_hour():
         reader = Reader(pathlib.Path(folder))
         running = None
         for command, (_, expected, ends) in zip(commands(), STEPS):
-            command = re.sub(r"--(seconds|duration) \d+", r"--\1 4", command)
+            command = re.sub(r"--(seconds|duration) \d+", rf"--\1 {SECONDS}", command)
             installed = "/" in program(command) or shutil.which(program(command))
             if ends.startswith("not run") or not installed:
                 continue
