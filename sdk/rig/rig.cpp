@@ -45,6 +45,8 @@ SimulatedSettings readSimulated(Members& members)
 {
     SimulatedSettings settings;
     settings.eye = members.word<Eye>("eye", {{"left", Eye::LEFT}, {"right", Eye::RIGHT}}, "left");
+    settings.scene = members.word<SceneKind>(
+        "scene", {{"discs", SceneKind::DISCS}, {"chessboard", SceneKind::CHESSBOARD}}, "discs");
     settings.phase = members.real("phase", -1e6, 1e6, settings.phase);
     settings.jitter = members.real("jitter", 0, 1e6, settings.jitter);
     settings.drift = members.real("drift", -1000, 1000, settings.drift);

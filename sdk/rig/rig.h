@@ -43,6 +43,9 @@ struct StreamSettings {
 /// Which eye of the simulated scene a camera sees.
 enum class Eye { LEFT, RIGHT };
 
+/// What a simulated camera sees.
+enum class SceneKind { DISCS, CHESSBOARD };
+
 /// A pause in the delivery of a simulated camera.
 struct Stall {
     double at = 0;        ///< seconds after the opening
@@ -52,6 +55,7 @@ struct Stall {
 /// Source `simulated`.
 struct SimulatedSettings {
     Eye eye = Eye::LEFT;
+    SceneKind scene = SceneKind::DISCS;
     double phase = 0;                   ///< offset from the common frame grid, µs
     double jitter = 0;                  ///< largest deviation of a frame from its instant, µs
     double drift = 0;                   ///< growth of the offset, ppm of the time since the opening

@@ -69,7 +69,8 @@ std::string readableTime(Timestamp time)
 
 }  // namespace
 
-Scene::Scene(int pictureWidth, int pictureHeight, rig::Eye eye, int serialNumber)
+Scene::Scene(int pictureWidth, int pictureHeight, rig::Eye eye, int serialNumber,
+             rig::SceneKind kind)
     : width(pictureWidth),
       height(pictureHeight),
       direction(eye == rig::Eye::LEFT ? 1 : -1),
@@ -80,6 +81,10 @@ Scene::Scene(int pictureWidth, int pictureHeight, rig::Eye eye, int serialNumber
       background(static_cast<std::size_t>(pictureWidth) * static_cast<std::size_t>(pictureHeight) *
                  2)
 {
+    if (kind == rig::SceneKind::CHESSBOARD) {
+        board.emplace(width, height, eye);
+        return;
+    }
     drawBackground();
     makeObjects();
 }
@@ -286,6 +291,11 @@ void Scene::drawText(std::uint8_t* pixels, const std::string& text, int line) co
 
 void Scene::render(const FrameBuffer& buffer, std::uint32_t counter, Timestamp timestamp)
 {
+    if (board) {
+        board->draw(buffer.pixels, timestamp);
+        drawPattern(buffer.pixels, counter, timestamp);
+        return;
+    }
     const auto index = static_cast<std::size_t>(buffer.index);
     std::vector<Rectangle>& drawn = dirty[index];
     if (!filled[index]) {

@@ -4,10 +4,12 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "sdk/rig/rig.h"
+#include "sdk/sources/chessboard.h"
 #include "sdk/sources/framesource.h"
 
 namespace tq {
@@ -19,7 +21,9 @@ public:
     /// @param width  pixels, even
     /// @param eye    where the camera stands; decides the sign of every disparity
     /// @param serial burned in
-    Scene(int width, int height, rig::Eye eye, int serial);
+    /// @param kind   what there is to see
+    Scene(int width, int height, rig::Eye eye, int serial,
+          rig::SceneKind kind = rig::SceneKind::DISCS);
 
     /// Draws one frame.
     /// @param counter   frame number to burn in
@@ -65,6 +69,7 @@ private:
     const int cell;
     const int glyphScale;
     const std::string eyeName;
+    std::optional<Chessboard> board;  // instead of everything but the pattern
     std::vector<std::uint8_t> background;
     std::vector<Object> objects;
     std::array<std::vector<Rectangle>, kFrameBuffers> dirty;

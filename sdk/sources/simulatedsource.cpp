@@ -44,7 +44,8 @@ SimulatedSource::SimulatedSource(const rig::SimulatedSettings& sourceSettings, i
 FrameFormat SimulatedSource::open(const FrameFormat& wanted)
 {
     grid = FrameGrid(wanted.fps);
-    scene = std::make_unique<Scene>(wanted.width, wanted.height, settings.eye, serial);
+    scene =
+        std::make_unique<Scene>(wanted.width, wanted.height, settings.eye, serial, settings.scene);
     opened = clock.now();
     firstFrame = firstAfter(opened);
     begin(wanted.fps, opened);

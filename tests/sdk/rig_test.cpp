@@ -86,7 +86,8 @@ void RigTest::everyKeyIsRead()
     const RigResult result = parseRig(R"({
         "cameras": [
             {"id": 7, "serial": 31000009, "model": "KOR T Solo UHD", "bus": "b", "name": "n",
-             "source": {"type": "simulated", "eye": "right", "phase": -12.5, "jitter": 3,
+             "source": {"type": "simulated", "eye": "right", "scene": "chessboard",
+                        "phase": -12.5, "jitter": 3,
                         "drift": 20, "drop": 0.25, "stall": {"at": 1, "for": 2.5},
                         "deathAfter": 9, "reviveAfter": 4, "seed": 42},
              "imu": {"type": "simulated", "rate": 1000}},
@@ -105,6 +106,7 @@ void RigTest::everyKeyIsRead()
     QCOMPARE(camera->imu.rate, 1000);
     const auto& source = std::get<tq::rig::SimulatedSettings>(camera->source);
     QCOMPARE(source.eye, tq::rig::Eye::RIGHT);
+    QCOMPARE(source.scene, tq::rig::SceneKind::CHESSBOARD);
     QCOMPARE(source.phase, -12.5);
     QCOMPARE(source.jitter, 3.0);
     QCOMPARE(source.drift, 20.0);
@@ -206,6 +208,9 @@ void RigTest::refusals_data()
         "\"recording\", \"gstreamer\"");
     row("eye", withSource(R"("type": "simulated", "eye": "middle")"),
         "cameras[0].source.eye: unknown value \"middle\", must be one of \"left\", \"right\"");
+    row("scene", withSource(R"("type": "simulated", "scene": "beach")"),
+        "cameras[0].source.scene: unknown value \"beach\", must be one of \"discs\", "
+        "\"chessboard\"");
     row("drop", withSource(R"("type": "simulated", "drop": 1.5)"),
         "cameras[0].source.drop: must be from 0 to 1");
     row("drop type", withSource(R"("type": "simulated", "drop": true)"),
