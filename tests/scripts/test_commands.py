@@ -22,9 +22,9 @@ PAGES = [SOURCE / "README.md", *(page for page in sorted((SOURCE / "docs").rglob
                                  if page.name != "first-hour.md")]
 BUILD = pathlib.Path(os.environ.get("VISTREL_DEMO_BUILD", SOURCE / "build/release"))
 STREAM = "rtsp://localhost:30000/stereo"
-COMMAND = re.compile(r"(\./|(scripts|tests|benchmarks|build)/|(sudo|apt|apt-get|systemctl|"
+COMMAND = re.compile(r"(\./|(scripts|tests|benchmarks|build|examples)/|(sudo|apt|apt-get|systemctl|"
                      r"journalctl|cmake|ctest|c\+\+|vistrel-receive|kor_vistrel|ffplay|ffprobe|ffmpeg|mpv|"
-                     r"gst-launch-1.0|openssl|echo|nft)( |$))")
+                     r"gst-launch-1.0|openssl|echo|nft|pip)( |$))")
 # Commands that receive, and what they say when they do. They are then ended as Ctrl-C does.
 RECEIVE = {
     "ffplay": "Video: h264", "mpv": r"VO: \[null\]", "gst-launch-1.0": "Setting pipeline to PLAYING",
@@ -50,6 +50,8 @@ NOT_RUN = {
     "benchmarks/": "needs the benchmarks and a quiet machine",
     "tests/attack/": "an hour: stages attack and attack-quick of .ci/run",
     "tests/endurance/": "hours: stage endurance of .ci/run",
+    "examples/": "python_examples",
+    "pip install": "python_install, without a network",
     "sudo apt install": "needs root: tests/system/container installs the package",
     "sudo adduser NAME kor": "needs root: tests/system/container",
     "sudo systemctl": "needs root and a booted system: tests/system/container",
