@@ -112,6 +112,8 @@ private slots:
     void countsWhatCanBeLost_data();
     void countsWhatCanBeLost();
     void countsLostPackets();
+    void tellsWhatItSpans();
+    void tellsFramesApart();
     void prefersTheRecordedTime();
     void tellsTheStateOfEyes();
     void tellsTheTimeBetweenEyes();
@@ -351,6 +353,55 @@ void ReceivePartsTest::countsLostPackets()
     QCOMPARE(json(statistics)["imuPackets"].toInt(), 3);
     QCOMPARE(json(statistics)["imuPacketsLost"].toInt(), 3);
     QCOMPARE(json(statistics)["imuRate"].toDouble(), 80.0);
+}
+
+// From a second after the first frame with a record to the last one; a sender that is opened anew
+// begins anew.
+void ReceivePartsTest::tellsWhatItSpans()
+{
+    Statistics statistics;
+    QVERIFY(!json(statistics).contains("span"));
+    const auto finish = [&](std::uint32_t counter, bool recorded = true) {
+        FrameRecord place = record(counter, 1000 + counter * std::uint64_t{200000000});
+        place.framesDropped = counter / 4;
+        if (recorded)
+            statistics.frameRecord(place, counter, 0);
+        statistics.finishedFrame(counter, 2000);
+    };
+    const auto span = [&] { return json(statistics)["span"].toObject(); };
+    finish(0);
+    finish(4);
+    QVERIFY(!json(statistics).contains("span"));
+    finish(4, false);
+    finish(5);
+    finish(6, false);
+    finish(9);
+    finish(10, false);
+    QCOMPARE(span()["firstCounter"].toInt(), 5);
+    QCOMPARE(span()["lastCounter"].toInt(), 9);
+    QCOMPARE(span()["firstCaptureTime"].toDouble(), 1000001000.0);
+    QCOMPARE(span()["lastCaptureTime"].toDouble(), 1800001000.0);
+    QCOMPARE(span()["framesDroppedBySender"].toInt(), 1);
+    QCOMPARE(span()["frames"].toInt(), 3);
+    finish(3);
+    QVERIFY(!json(statistics).contains("span"));
+    finish(8);
+    finish(9);
+    QCOMPARE(span()["firstCounter"].toInt(), 8);
+    QCOMPARE(span()["frames"].toInt(), 2);
+}
+
+// Three frames whose packets came at once, and one whose packets took their time.
+void ReceivePartsTest::tellsFramesApart()
+{
+    DistinctTimes times;
+    QCOMPARE(times.of(100, 5000), std::uint64_t{5000});
+    QCOMPARE(times.of(100, 5000), std::uint64_t{5000});
+    QCOMPARE(times.of(200, 5000), std::uint64_t{5001});
+    QCOMPARE(times.of(200, 5001), std::uint64_t{5001});
+    QCOMPARE(times.of(50, 4000), std::uint64_t{5002});
+    QCOMPARE(times.of(60, 9000), std::uint64_t{9000});
+    QCOMPARE(times.of(60, 9500), std::uint64_t{9000});
 }
 
 void ReceivePartsTest::prefersTheRecordedTime()

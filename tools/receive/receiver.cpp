@@ -118,6 +118,10 @@ SessionEvents Receiver::events()
         const Lock lock(mutex);
         counts.totals.videoBytes += bytes;
     };
+    told.videoPacketsLost = [this](unsigned packets) {
+        const Lock lock(mutex);
+        counts.videoPacketsLost += packets;
+    };
     told.codedFrame = [this](const Frame& frame) { onCodedFrame(frame); };
     told.picture = [this](const Frame& picture) { onPicture(picture); };
     told.dataUnit = [this](const DataUnit& unit) { onDataUnit(unit); };

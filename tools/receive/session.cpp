@@ -282,6 +282,7 @@ void Session::connect(GstPad* pad, const std::string& description)
         return;
     }
     gst_bin_add(GST_BIN(pipeline.get()), bin);
+    tellFramesApart(bin);
     watch<&Session::onVideoPacket>(bin, "packets");
     watch<&Session::onCodedFrame>(bin, "frames");
     watch<&Session::onPicture>(bin, "pictures");
@@ -290,6 +291,36 @@ void Session::connect(GstPad* pad, const std::string& description)
     const GObjectPtr<GstPad> sink(gst_element_get_static_pad(bin, "sink"));
     gst_element_sync_state_with_parent(bin);
     gst_pad_link(pad, sink.get());
+}
+
+/// Their times lead from a picture back to its packets, through parser and decoder.
+void Session::tellFramesApart(GstElement* bin)
+{
+    const GObjectPtr<GstElement> element(gst_bin_get_by_name(GST_BIN(bin), "packets"));
+    const GObjectPtr<GstPad> pad(element ? gst_element_get_static_pad(element.get(), "sink")
+                                         : nullptr);
+    const auto change = [](GstPad*, GstPadProbeInfo* info, gpointer self) {
+        info->data = static_cast<Session*>(self)->withDistinctTime(GST_PAD_PROBE_INFO_BUFFER(info));
+        return GST_PAD_PROBE_OK;
+    };
+    if (pad) {
+        gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, change, this, nullptr);
+    }
+}
+
+GstBuffer* Session::withDistinctTime(GstBuffer* packet)
+{
+    GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
+    if (!GST_BUFFER_PTS_IS_VALID(packet) || !gst_rtp_buffer_map(packet, GST_MAP_READ, &rtp)) {
+        return packet;
+    }
+    const GstClockTime time =
+        frameTimes.of(gst_rtp_buffer_get_timestamp(&rtp), GST_BUFFER_PTS(packet));
+    gst_rtp_buffer_unmap(&rtp);
+    packet = gst_buffer_make_writable(packet);
+    GST_BUFFER_PTS(packet) = time;
+    GST_BUFFER_DTS(packet) = time;
+    return packet;
 }
 
 /// Has a function called for every buffer that passes the element of this name, if there is one.
@@ -317,7 +348,13 @@ void Session::onVideoPacket(GstElement*, GstBuffer* packet)
         rtpTimes.add(GST_BUFFER_PTS(packet), gst_rtp_buffer_get_timestamp(&rtp));
     }
     const std::size_t bytes = gst_rtp_buffer_get_payload_len(&rtp);
+    const std::uint16_t number = gst_rtp_buffer_get_seq(&rtp);
     gst_rtp_buffer_unmap(&rtp);
+    const std::uint16_t expected = lastVideoPacket ? *lastVideoPacket + 1 : number;
+    lastVideoPacket = number;
+    if (number != expected) {
+        events.videoPacketsLost(static_cast<std::uint16_t>(number - expected));
+    }
     events.videoBytes(bytes);
 }
 

@@ -56,6 +56,7 @@ struct DataUnit {
 /// Who is told what arrives; called by threads of the session, for frames and data at once.
 struct SessionEvents {
     std::function<void(std::size_t bytes)> videoBytes;
+    std::function<void(unsigned packets)> videoPacketsLost;  ///< that never came, or too late
     std::function<void(const Frame&)> codedFrame;
     std::function<void(const Frame&)> picture;
     std::function<void(const DataUnit&)> dataUnit;
@@ -103,6 +104,8 @@ private:
     void connect(GstPad* pad, const std::string& description);
     template <void (Session::*handle)(GstElement*, GstBuffer*)>
     void watch(GstElement* bin, const char* name);
+    void tellFramesApart(GstElement* bin);
+    GstBuffer* withDistinctTime(GstBuffer* packet);
 
     // Each takes a buffer that passes the element at that place.
     void onVideoPacket(GstElement*, GstBuffer* packet);
@@ -122,7 +125,9 @@ private:
     std::atomic<bool> data{false};
     std::optional<guint> videoStream;  // of the session that is wanted
     std::optional<guint> dataStream;
-    tq::wire::UnitCollector units;  // of the data's thread
+    tq::wire::UnitCollector units;                 // of the data's thread
+    DistinctTimes frameTimes;                      // of the video's thread
+    std::optional<std::uint16_t> lastVideoPacket;  // of the video's thread
 
     mutable std::mutex mutex;                      // guards what follows
     Latest<GstClockTime, std::uint32_t> rtpTimes;  // of frames, by PTS

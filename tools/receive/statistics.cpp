@@ -11,7 +11,8 @@ namespace receive {
 
 namespace {
 
-constexpr double kDarkLuma = 4;  // mean below which an eye counts as black
+constexpr std::uint64_t kSettlingTime = 1000000000;  // ns
+constexpr double kDarkLuma = 4;                      // mean below which an eye counts as black
 
 const char* toString(EyeState state)
 {
@@ -66,20 +67,40 @@ void Eye::update(std::vector<std::uint8_t> sample)
 
 void Statistics::finishedFrame(std::uint32_t rtpTime, std::uint64_t now)
 {
-    const std::optional<std::uint64_t> recorded = captureTimes.find(rtpTime);
+    const std::optional<Place> recorded = places.find(rtpTime);
+    ++totals.frames;
     if (!recorded) {
         ++framesWithoutRecord;
+    } else {
+        extendSpan(*recorded);
     }
-    ++totals.frames;
     if (now == 0) {
         return;
     }
-    const std::uint64_t captured = recorded ? *recorded : captureTimeFromRtp(rtpTime, now);
+    const std::uint64_t captured =
+        recorded ? recorded->captureTime : captureTimeFromRtp(rtpTime, now);
     const double milliseconds =
         static_cast<double>(static_cast<std::int64_t>(now - captured)) / 1e6;
     latency.add(milliseconds);
     totals.latency += milliseconds;
     ++totals.timedFrames;
+}
+
+void Statistics::extendSpan(const Place& place)
+{
+    if (!firstPlace || place.counter < lastPlace.counter) {
+        firstPlace = place;
+        span.reset();
+    }
+    lastPlace = place;
+    if (!span && place.captureTime >= firstPlace->captureTime + kSettlingTime) {
+        span = Span{place, place, 0};
+        framesBeforeSpan = totals.frames - 1;
+    }
+    if (span) {
+        span->last = place;
+        span->frames = totals.frames - framesBeforeSpan;
+    }
 }
 
 void Statistics::frameRecord(const FrameRecord& record, std::uint32_t rtpTime, double elapsed)
@@ -94,7 +115,7 @@ void Statistics::frameRecord(const FrameRecord& record, std::uint32_t rtpTime, d
     eyesApart = std::max(eyesApart, std::abs(record.eyeOffset * 1e-6));
     mostEyesApart = std::max(mostEyesApart, eyesApart);
     lastRecord = record;
-    captureTimes.add(rtpTime, record.captureTime);
+    places.add(rtpTime, {record.counter, record.captureTime, record.framesDropped});
 }
 
 void Statistics::imuRecord(const ImuRecord& record, double elapsed)
@@ -163,6 +184,7 @@ std::string Statistics::json(const std::string& url, double seconds) const
         {"seconds", seconds},
         {"frames", totals.frames},
         {"framesReceived", framesReceived},
+        {"videoPacketsLost", videoPacketsLost},
         {"keyFrames", keyFrames},
         {"framesLost", framesLost.lost},
         {"frameRecords", frameRecords},
@@ -193,6 +215,16 @@ std::string Statistics::json(const std::string& url, double seconds) const
         document["framesDroppedBySender"] = lastRecord->framesDropped;
         document["firstCaptureTime"] = firstCaptureTime;
         document["lastCaptureTime"] = lastRecord->captureTime;
+    }
+    if (span) {
+        document["span"] = {
+            {"firstCounter", span->first.counter},
+            {"lastCounter", span->last.counter},
+            {"firstCaptureTime", span->first.captureTime},
+            {"lastCaptureTime", span->last.captureTime},
+            {"framesDroppedBySender", span->last.framesDropped - span->first.framesDropped},
+            {"frames", span->frames},
+        };
     }
     return document.dump(2);
 }

@@ -45,6 +45,25 @@ private:
     std::deque<std::pair<Key, Value>> entries;
 };
 
+/// Gives every frame a time of its own: packets of several frames that come at once, after the
+/// sender stood still, may all have the same.
+class DistinctTimes {
+public:
+    /// @param rtpTime RTP timestamp of a packet
+    /// @param time    when it was received, ns
+    /// @return ns, the same for all packets of a frame, later than those of all frames before
+    std::uint64_t of(std::uint32_t rtpTime, std::uint64_t time)
+    {
+        if (!last || last->first != rtpTime) {
+            last = {rtpTime, last ? std::max(time, last->second + 1) : time};
+        }
+        return last->second;
+    }
+
+private:
+    std::optional<std::pair<std::uint32_t, std::uint64_t>> last;
+};
+
 /// A distribution of latencies in constant memory. What is not known yet is NaN.
 class LatencyHistogram {
 public:
@@ -153,6 +172,7 @@ struct Statistics {
     double eyesApart = 0;              ///< most since the last status line, ms
     double mostEyesApart = 0;          ///< ms
     std::uint64_t framesReceived = 0;  ///< whole coded frames
+    std::uint64_t videoPacketsLost = 0;
     std::uint64_t keyFrames = 0;
     LossCounter framesLost{1000};
     std::uint64_t frameRecords = 0;
@@ -165,7 +185,25 @@ struct Statistics {
     std::uint64_t firstCaptureTime = 0;
     std::optional<ImuRecord> lastImu;
     std::uint64_t firstImuTime = 0;
-    Latest<std::uint32_t, std::uint64_t> captureTimes;  ///< by RTP timestamp
+    /// What a frame's record says of its place among the others.
+    struct Place {
+        std::uint64_t counter = 0;
+        std::uint64_t captureTime = 0;
+        std::uint64_t framesDropped = 0;
+    };
+    Latest<std::uint32_t, Place> places;  ///< by RTP timestamp
+    /// From one finished frame with a record to the last one, since the sender began to count. The
+    /// first pictures are made before the sender may go on, so a second passes first.
+    struct Span {
+        Place first;
+        Place last;
+        std::uint64_t frames = 0;  ///< finished from there to here, with those that have no record
+    };
+    std::optional<Span> span;
+    std::optional<Place> firstPlace;  ///< since the sender began to count
+    Place lastPlace;
+    std::uint64_t framesBeforeSpan = 0;
+    void extendSpan(const Place& place);
     LatencyHistogram latency;
 };
 
