@@ -168,8 +168,7 @@ void StreamFeed::setPlaying(GstElement* pipeline, bool on)
     playing = on;
     lastTaken = std::chrono::steady_clock::now();
     if (!on) {
-        waiting.clear();
-        waitingFrames = 0;
+        leaveWaiting();
     }
 }
 
@@ -287,8 +286,7 @@ void StreamFeed::shutdown()
         ended = true;
         // One that plays waits for nothing; it is known until it is gone.
         if (playing) {
-            waiting.clear();
-            waitingFrames = 0;
+            leaveWaiting();
             player = shareObject(media.get());
         } else {
             last = shareObject(GST_ELEMENT(video.get()));
@@ -399,10 +397,17 @@ void StreamFeed::reportDrops()
     lastReport = now;
 }
 
-void StreamFeed::forget()
+// Nobody is there to take it any more.
+void StreamFeed::leaveWaiting()
 {
+    counts.framesUnwanted += waitingFrames;
     waiting.clear();
     waitingFrames = 0;
+}
+
+void StreamFeed::forget()
+{
+    leaveWaiting();
     playing = false;
     ready = false;
     lastDataTime = 0;

@@ -109,6 +109,7 @@ private:
     void sendRecord(const std::vector<std::uint8_t>& record, Timestamp time);
     void dropOldestFrame();
     void reportDrops();
+    void leaveWaiting();
     void forget();
 
     const FrameRecord identity;

@@ -91,6 +91,22 @@ private slots:
         QVERIFY(feed.hasPictures());
     }
 
+    // What waits when the last viewer goes is counted, too.
+    void countsWhatIsLeftWaiting()
+    {
+        StreamFeed feed(format(30), GST_VIDEO_FORMAT_I420, {});
+        const Media media;
+        for (const bool detached : {false, true}) {
+            feed.attach(media.pipeline());
+            feed.setPlaying(media.pipeline(), true);
+            for (int frames = 0; frames < 3; ++frames)
+                ingestFrame(feed);
+            detached ? feed.detach(media.pipeline()) : feed.setPlaying(media.pipeline(), false);
+        }
+        QCOMPARE(feed.statistics().framesIngested, std::uint64_t{6});
+        QCOMPARE(feed.statistics().framesUnwanted, std::uint64_t{6});
+    }
+
     // Four of them are more than a period.
     void waitsLongerForSlowStreams()
     {
