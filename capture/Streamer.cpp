@@ -10,6 +10,7 @@
 #include <limits>
 #include <utility>
 
+#include "capture/lostimages.h"
 #include "capture/sidebyside.h"
 
 namespace {
@@ -488,8 +489,7 @@ void VirtualCameraStreamer::Eye::append(const tq::Mat& image)
     bytes += bytesOf(*copy);
     images.push_back(std::move(copy));
     while (bytes > kMaxQueueBytes && images.size() > 1) {
-        popOldest();
-        ++dropped;
+        dropOldest();
     }
 }
 
@@ -497,8 +497,10 @@ void VirtualCameraStreamer::Eye::append(const tq::Mat& image)
 void VirtualCameraStreamer::Eye::consume(std::uint64_t number)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    while (!images.empty() && first <= number) {
-        dropped += first < number ? 1 : 0;
+    while (!images.empty() && first < number) {
+        dropOldest();
+    }
+    if (!images.empty() && first == number) {
         popOldest();
     }
 }
@@ -509,6 +511,14 @@ void VirtualCameraStreamer::Eye::clear()
     while (!images.empty()) {
         popOldest();
     }
+}
+
+void VirtualCameraStreamer::Eye::dropOldest()
+{
+    qCDebug(lostImages) << "[VirtualCameraStreamer] Camera" << camera << "image of"
+                        << sdk::captureTime(*images.front()) << "dropped for newer ones";
+    ++dropped;
+    popOldest();
 }
 
 void VirtualCameraStreamer::Eye::popOldest()

@@ -111,7 +111,8 @@ private:
         void append(const tq::Mat& image);
         void consume(std::uint64_t number);
         void clear();
-        void popOldest();  // with the mutex held
+        void dropOldest();  // with the mutex held
+        void popOldest();   // with the mutex held
     };
     /// Numbers of images.
     struct Pair {

@@ -25,6 +25,7 @@ public:
     struct Slot {
         std::vector<unsigned char> pixels;
         Timestamp timestamp = 0;
+        std::uint64_t due = 0;  ///< frames that were due so far, with this one
         IMUPacket imu{};
     };
 

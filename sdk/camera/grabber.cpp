@@ -11,6 +11,7 @@
 
 #include "sdk/camera/cameralock.h"
 #include "sdk/camera/frameslots.h"
+#include "sdk/camera/skippedframes.h"
 #include "sdk/core/log.h"
 #include "sdk/imu/imuhistory.h"
 #include "sdk/rig/currentrig.h"
@@ -64,6 +65,8 @@ struct LiveCameraGrabber::Private {
     CameraLock lock;
     std::unique_ptr<FrameSource> source;
     std::unique_ptr<FrameSlots> slots;
+    std::unique_ptr<SkippedFrames> skipped;
+    std::uint64_t produced = 0;
     std::shared_ptr<ImuHistory> history;
     std::unique_ptr<KORmcu> mcu;
     std::thread producer;
@@ -122,6 +125,9 @@ void LiveCameraGrabber::Private::open(const rig::CameraSettings& camera, const F
         mcu.reset(new KORmcu(std::make_unique<KORmcu::Private>(KORmcu::Private{history})));
     }
     slots = std::make_unique<FrameSlots>(format.bytes());
+    skipped = std::make_unique<SkippedFrames>("camera S/N " + std::to_string(camera.serial),
+                                              std::chrono::steady_clock::now());
+    produced = 0;
     width = format.width;
     height = format.height;
     fps = format.fps;
@@ -135,6 +141,7 @@ bool LiveCameraGrabber::Private::produceInto(FrameSlots::Slot& slot)
     if (!source->next({slot.pixels.data(), slots->fillingIndex()}, slot.timestamp)) {
         return false;
     }
+    slot.due = ++produced + source->skippedFrames();
     if (history != nullptr) {
         history->advance(slot.timestamp);
         slot.imu = history->latest(slot.timestamp);
@@ -155,6 +162,7 @@ void LiveCameraGrabber::Private::reset()
     history.reset();
     source.reset();
     slots.reset();
+    skipped.reset();
     lock.release();
     hasFrame = false;
     delivered = 0;
@@ -253,6 +261,8 @@ int LiveCameraGrabber::getFrameStatus()
             d->hasFrame = true;
         }
         ++d->delivered;
+        const FrameSlots::Slot& frame = d->slots->reading();
+        d->skipped->delivered(frame.timestamp, frame.due, std::chrono::steady_clock::now());
         return kNewFrame;
     }
     return kNoNewFrame;

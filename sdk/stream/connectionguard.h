@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "sdk/stream/tokenbucket.h"
+#include "sdk/core/tokenbucket.h"
 
 namespace tq::stream {
 

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "sdk/stream/tokenbucket.h"
+#include "sdk/core/tokenbucket.h"
 
 namespace tq::stream {
 

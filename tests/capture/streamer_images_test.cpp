@@ -331,6 +331,30 @@ private slots:
         QCOMPARE(streamer.droppedImages().right, static_cast<std::uint64_t>(right));
     }
 
+    void eachDroppedImageIsLoggedWhenAskedFor()
+    {
+        for (const bool asked : {false, true}) {
+            QLoggingCategory::setFilterRules(asked ? "vistrel.images.debug=true" : "");
+            const MessageLog log;
+            const auto memory = std::make_unique<QuietStreamer>();
+            QuietStreamer& streamer = *memory;
+            QCOMPARE(streamer.open(images::infos(2, 1)), 0);
+            streamer.left(images::filled(2, 1, kMillisecond, 1));
+            streamer.right(images::filled(2, 1, 20 * kMillisecond, 1));
+            sendPair(streamer, 50 * kMillisecond);
+            tq::Mat out = images::joined(2, 1);
+            tq::Timestamp timestamp = 0;
+            QCOMPARE(streamer.createSBS(out, timestamp), 0);
+            const QString line =
+                "[VirtualCameraStreamer] Camera %1 image of %2 dropped for newer ones";
+            QCOMPARE(log.debugMessages("[VirtualCameraStreamer] Camera"),
+                     asked ? QStringList({line.arg(30123456).arg(kMillisecond),
+                                          line.arg(30123457).arg(20 * kMillisecond)})
+                           : QStringList());
+        }
+        QLoggingCategory::setFilterRules("");
+    }
+
     void dropsAreLoggedEveryTenSecondsAtMost()
     {
         using std::chrono::milliseconds;

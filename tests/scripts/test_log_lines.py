@@ -8,7 +8,7 @@ from conftest import SOURCE
 STRING = r'"(?:[^"\\]|\\.)*"'
 # The texts of the SDK's results are logged by those who report one.
 STATEMENT = re.compile(
-    r"(?:\bq(?:Debug|Info|Warning|Critical|Fatal)\(|\b(?:cout|cerr|clog|log) ?<<|\blog(?:Line)?\("
+    r"(?:\bq(?:C?Debug|Info|Warning|Critical|Fatal)\(|\b(?:cout|cerr|clog|log) ?<<|\blog(?:Line)?\("
     rf"|\bfprintf\(stderr,|\bcase ErrorCode::\w+:)(?:{STRING}|[^;\"])*;")
 # Not logged: the camera list, for callers of the SDK that ask for it, and the result without error.
 EXCEPTIONS = {", available", "opened", "success"}

@@ -242,6 +242,7 @@ void GrabberTest::lateReaderSeesTheNewestFrame()
     constexpr std::uint64_t kPeriod = 10000000;  // ns
     TemporaryRig rig;
     rig.add(simulated());
+    const ErrorLog log;
     Grabber grabber;
     QCOMPARE(openCamera(grabber, 0, 320, 200, 100), 0);
     QCOMPARE(waitForFrame(grabber), 1);
@@ -263,6 +264,12 @@ void GrabberTest::lateReaderSeesTheNewestFrame()
              qPrintable(QString::number(seen.timestamp - newest.timestamp)));
     const int between = static_cast<int>(newest.counter - first.counter) - 1;
     QVERIFY2(between > 20, qPrintable(QString::number(between)));
+    const QString line = QString("camera S/N %1 skipped %2 frames between those of %3 and %4")
+                             .arg(first.serial)
+                             .arg(between)
+                             .arg(first.timestamp)
+                             .arg(newest.timestamp);
+    QVERIFY2(log.lines().contains(line), log.text().constData());
     const int skipped = skippedWhenClosed(grabber);
     QVERIFY2(skipped >= between, qPrintable(QString("%1 of %2").arg(skipped).arg(between)));
 }

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <chrono>
 
-namespace tq::stream {
+namespace tq {
 
 /// Holds so many tokens at most and gains so many per second; it begins full. One thread at a time.
 class TokenBucket {
@@ -37,4 +37,4 @@ private:
     Time filled;
 };
 
-}  // namespace tq::stream
+}  // namespace tq
