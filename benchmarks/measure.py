@@ -36,13 +36,15 @@ class Service:
     """kor_vistrel --cli in a private view of the settings folder, with pairs of cameras that all
     see the same."""
 
-    def __init__(self, build, size, fps, recording=None, pairs=1, more=None):
+    def __init__(self, build, size, fps, recording=None, pairs=1, more=None, environment=(),
+                 stream=None, wait=True):
         self.ports = [free_port() for _ in range(pairs)]
         self.folder = tempfile.TemporaryDirectory()
         folder = pathlib.Path(self.folder.name)
         self.log_file = folder / "log"
-        serials = [30100001 + n for n in range(2 * pairs)]
-        rig = {"cameras": [camera(n, serial, recording, more) for n, serial in enumerate(serials)]}
+        self.serials = serials = [30100001 + n for n in range(2 * pairs)]
+        rig = {"cameras": [camera(n, serial, recording, more) for n, serial in enumerate(serials)],
+               "stream": stream or {}}
         width, height = size
         configuration = {str(101234567 + n): {"Left": serials[2 * n], "Right": serials[2 * n + 1],
                                               "IMU": True, "Width": width, "Height": height,
@@ -55,8 +57,9 @@ class Service:
             self.process = subprocess.Popen(
                 [ROOT / "tests/sandbox/run-in-sandbox", "--settings", folder / "settings", "--",
                  build / "app/kor_vistrel", "--cli"],
-                env={**os.environ, "KOR_RIG": str(folder / "rig.json")}, stdout=log, stderr=log)
-        self.pid = self.wait_for_stream()
+                env={**os.environ, **dict(environment), "KOR_RIG": str(folder / "rig.json")},
+                stdout=log, stderr=log)
+        self.pid = self.wait_for_stream() if wait else None
 
     def __enter__(self):
         return self
@@ -104,6 +107,12 @@ def program_below(pid):
         if pathlib.Path(f"/proc/{candidate}/comm").read_text().strip() == "kor_vistrel":
             return candidate
     return None
+
+
+def started(pid):
+    """Seconds since the machine was started, to 10 ms."""
+    fields = pathlib.Path(f"/proc/{pid}/stat").read_text().rsplit(")", 1)[1].split()
+    return int(fields[19]) / TICKS
 
 
 def cpu_seconds(pid):
