@@ -56,7 +56,8 @@ struct DataUnit {
 /// Who is told what arrives; called by threads of the session, for frames and data at once.
 struct SessionEvents {
     std::function<void(std::size_t bytes)> videoBytes;
-    std::function<void(unsigned packets)> videoPacketsLost;  ///< that never came, or too late
+    /// Packets that never came, or too late.
+    std::function<void(unsigned packets)> videoPacketsLost = [](unsigned) {};
     std::function<void(const Frame&)> codedFrame;
     std::function<void(const Frame&)> picture;
     std::function<void(const DataUnit&)> dataUnit;
