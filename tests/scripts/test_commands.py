@@ -125,7 +125,7 @@ class Reader:
             pytest.exit("skipped: no sandbox in the sandbox", 77)
         self.folder = folder / "checkout"
         self.folder.mkdir()
-        for name in "run", "cmake", "scripts", "sdk", "tests":
+        for name in "run", "cmake", "examples", "scripts", "sdk", "tests":
             copy = shutil.copytree if (SOURCE / name).is_dir() else shutil.copy
             copy(SOURCE / name, self.folder / name)
         (self.folder / "build").mkdir()
