@@ -92,25 +92,24 @@ py::array grey(const StereoFrame& frame, int eye)
     return std::move(view);
 }
 
-/// One eye in colour, converted from 4:2:0.
-py::array colour(const StereoFrame& frame, int eye)
+/// Both eyes side by side in colour, converted from 4:2:0. In one piece: memory of this size the
+/// allocator keeps for the next frame, that of two pieces it gives back and clears every time.
+py::array colour(const StereoFrame& frame)
 {
     const GstVideoFrame& video = frame.picture->pixels();
     if (GST_VIDEO_FRAME_FORMAT(&video) != GST_VIDEO_FORMAT_I420) {
         throw std::runtime_error("the decoder gives no 4:2:0 in three planes");
     }
-    py::array_t<std::uint8_t> image({frame.height, frame.width, 3});
+    const int width = 2 * frame.width;
+    py::array_t<std::uint8_t> image({frame.height, width, 3});
     std::uint8_t* const to = image.mutable_data();
-    const auto plane = [&](int index) {
-        const int column = index == 0 ? eye * frame.width : eye * frame.width / 2;
-        return static_cast<const std::uint8_t*>(
-                   GST_VIDEO_FRAME_PLANE_DATA(&video, static_cast<guint>(index))) +
-               column;
+    const auto plane = [&video](guint index) {
+        return static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&video, index));
     };
     const py::gil_scoped_release released;
     libyuv::J420ToRGB24(plane(0), GST_VIDEO_FRAME_PLANE_STRIDE(&video, 0), plane(1),
                         GST_VIDEO_FRAME_PLANE_STRIDE(&video, 1), plane(2),
-                        GST_VIDEO_FRAME_PLANE_STRIDE(&video, 2), to, frame.width * 3, frame.width,
+                        GST_VIDEO_FRAME_PLANE_STRIDE(&video, 2), to, width * 3, width,
                         frame.height);
     return std::move(image);
 }

@@ -50,7 +50,7 @@ class Frame:
 
     def __init__(self, native: _vistrel.Frame, color: bool) -> None:
         self._native = native
-        self._convert = native.colour if color else native.grey
+        self._color = color
         #: Capture time of the left eye, ns since 1970. When `counter` is None it is exact to 12 µs only.
         self.time_ns: int = native.time_ns
         #: Number of the frame, from 0 when the sender was opened; a gap is a frame that was lost, or that
@@ -62,13 +62,22 @@ class Frame:
     @cached_property
     def left(self) -> np.ndarray:
         """The left eye, uint8: grey (height, width), read-only, where the decoder has put it; with
-        `color=True` (height, width, 3) in the order blue, green, red, converted at the first use."""
-        return self._convert(0)
+        `color=True` (height, width, 3) in the order blue, green, red, converted at the first use of either
+        eye. Rows need not lie one after the other."""
+        return self._pair[:, :self._width] if self._color else self._native.grey(0)
 
     @cached_property
     def right(self) -> np.ndarray:
         """The right eye, like the left."""
-        return self._convert(1)
+        return self._pair[:, self._width:] if self._color else self._native.grey(1)
+
+    @cached_property
+    def _pair(self) -> np.ndarray:
+        return self._native.colour()
+
+    @property
+    def _width(self) -> int:
+        return self._pair.shape[1] // 2
 
     @cached_property
     def imu(self) -> np.ndarray:

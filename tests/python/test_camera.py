@@ -118,7 +118,7 @@ def test_grey_is_not_copied(program):
 def test_color(program):
     with vistrel.open(program.url(), color=True, timeout=60) as camera:
         frame = camera.read()
-    assert frame.left.shape == (*EYE, 3) and frame.left.flags.c_contiguous
+    assert frame.left.shape == frame.right.shape == (*EYE, 3)
     grey = frame._native.grey(0)
     # The panel of the pattern is without colour, and full range.
     panel = frame.left[8:40, 8:80]
