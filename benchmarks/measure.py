@@ -130,6 +130,13 @@ def cpu_by_thread(pid):
     return sums
 
 
+def wakeups(pid):
+    """How often threads of a process have waited for something and were woken."""
+    return sum(int(line.split()[1]) for task in pathlib.Path(f"/proc/{pid}/task").iterdir()
+               for line in (task / "status").read_text().splitlines()
+               if line.startswith("voluntary_ctxt_switches"))
+
+
 def resident_mb(pid):
     for line in pathlib.Path(f"/proc/{pid}/status").read_text().splitlines():
         if line.startswith("VmRSS"):

@@ -105,3 +105,54 @@ def lines(title, subtitle, minutes, panels, mark=None, bands=()):
         parts.append(text(across(minute), height - 22, minute, 11, SOFT, "middle"))
     parts.append(text(right, height - 6, "minutes", 11, SOFT, "end"))
     return document(right + 30, height, parts)
+
+
+COLOURS = ("#9aa5b1", "#66727f", AFTER)
+
+
+def bars(title, subtitle, groups):
+    """Groups of bars. groups: (name, [(kind, value, marked value)]), the same kinds in each."""
+    left, right, top, tall = 60, 60 + 190 * max(1, len(groups)), 100, 200
+    most = round_up(max(value for _, bar in groups for _, value, _ in bar) * 1.02)
+    parts = [text(20, 30, title, 17, weight="bold"), text(20, 50, subtitle, 12, SOFT)]
+    for share in (0, 0.5, 1):
+        parts += [line(left, top + tall * (1 - share), right, top + tall * (1 - share)),
+                  text(left - 8, top + tall * (1 - share) + 4, f"{share * most:g}", 11, SOFT, "end")]
+    for number, (kind, _, _) in enumerate(groups[0][1]):
+        parts += [f'<rect x="{left + 110 * number}" y="66" width="12" height="12" fill="{COLOURS[number]}"/>',
+                  text(left + 110 * number + 18, 77, kind)]
+    for place, (name, bar) in enumerate(groups):
+        begin = left + 190 * place + 20
+        for number, (_, value, marked) in enumerate(bar):
+            x, high = begin + 50 * number, tall * value / most
+            parts += [f'<rect x="{x}" y="{top + tall - high:.1f}" width="40" height="{high:.1f}" '
+                      f'fill="{COLOURS[number]}"/>',
+                      line(x - 3, top + tall - tall * marked / most, x + 43, top + tall - tall * marked / most, INK, 2),
+                      text(x + 20, top + tall - high - 5, f"{value:.1f}", 11, anchor="middle")]
+        parts.append(text(begin + 70, top + tall + 18, name, 12, anchor="middle"))
+    return document(max(right + 20, 560), top + tall + 36, parts)
+
+
+def curves(title, subtitle, panels):
+    """Panels side by side, two in a row. panels: (name, name across, [(count, value)]); dashed: in
+    proportion to the count."""
+    parts = [text(20, 30, title, 17, weight="bold"), text(20, 50, subtitle, 12, SOFT)]
+    for number, (name, across, points) in enumerate(panels):
+        left, top, wide, tall = 60 + 380 * (number % 2), 90 + 230 * (number // 2), 300, 150
+        farthest, per_one = points[-1][0], points[0][1] / points[0][0]
+        most = round_up(max(value for _, value in points) * 1.02)
+        for share in (0, 0.5, 1):
+            parts += [line(left, top + tall * (1 - share), left + wide, top + tall * (1 - share)),
+                      text(left - 8, top + tall * (1 - share) + 4, f"{share * most:g}", 11, SOFT, "end")]
+
+        def place(count, value):
+            return left + wide * count / farthest, top + tall * (1 - value / most)
+
+        end = min(farthest, most / per_one)
+        parts.append(line(*place(points[0][0], points[0][1]), *place(end, per_one * end), LIMIT, 1.5, "5 3"))
+        joined = " ".join("{:.1f},{:.1f}".format(*place(*point)) for point in points)
+        parts.append(f'<polyline points="{joined}" fill="none" stroke="{AFTER}" stroke-width="1.6"/>')
+        parts += [dot(*place(*point), AFTER) for point in points]
+        parts += [text(place(count, 0)[0], top + tall + 16, count, 11, SOFT, "middle") for count, _ in points]
+        parts += [text(left, top - 10, name, 12, weight="bold"), text(left + wide, top + tall + 32, across, 11, SOFT, "end")]
+    return document(800, 90 + 230 * ((len(panels) + 1) // 2), parts)
