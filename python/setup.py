@@ -29,4 +29,7 @@ class Build(build_ext):
         self.copy_file(str(work / "python/vistrel/_vistrel.so"), self.get_ext_fullpath(extension.name))
 
 
-setup(version=VERSION, ext_modules=[Extension("vistrel._vistrel", [])], cmdclass={"build_ext": Build})
+setup(name="vistrel", version=VERSION, license="Apache-2.0", python_requires=">=3.9",
+      description="Stereo frames, exact capture times and inertial data of KOR Vistrel's stereo cameras",
+      install_requires=["numpy"], packages=["vistrel"], package_data={"vistrel": ["py.typed"]},
+      ext_modules=[Extension("vistrel._vistrel", [])], cmdclass={"build_ext": Build})

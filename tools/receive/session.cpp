@@ -196,7 +196,11 @@ std::optional<std::string> Session::ended(GstClockTime patience)
         gst_message_parse_error(message.get(), failed.place(), nullptr);
     }
     if (!source.isFile()) {
-        return failed.text("the stream has ended");
+        // What GStreamer says of that helps nobody.
+        const bool unreachable =
+            failed.get() &&
+            g_error_matches(failed.get(), GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_OPEN_READ_WRITE);
+        return unreachable ? "no connection could be made" : failed.text("the stream has ended");
     }
     // What GStreamer says of a file without a stream is no help.
     const bool strange =
