@@ -70,12 +70,17 @@ def calibrate(lefts, rights, shape, size, square):
     board = np.zeros((size[0] * size[1], 3), np.float32)
     board[:, :2] = np.mgrid[:size[0], :size[1]].T.reshape(-1, 2) * square
     boards = [board] * len(lefts)
-    singles = [cv2.calibrateCamera(boards, views, shape, None, None, flags=cv2.CALIB_FIX_K3)
+    singles = [cv2.calibrateCameraExtended(boards, views, shape, None, None, flags=cv2.CALIB_FIX_K3)
                for views in (lefts, rights)]
+    # A view whose corners were found badly would spoil the rest.
+    errors = np.maximum(*(single[-1].ravel() for single in singles))
+    good = np.flatnonzero(errors <= 2.5 * np.median(errors))
+    if len(good) < len(boards):
+        return calibrate([lefts[i] for i in good], [rights[i] for i in good], shape, size, square)
     error, *cameras, rotation, translation, _, _ = cv2.stereoCalibrate(
         boards, lefts, rights, singles[0][1], singles[0][2], singles[1][1], singles[1][2], shape,
         flags=cv2.CALIB_USE_INTRINSIC_GUESS | cv2.CALIB_FIX_K3)
-    return {"errors": [error, singles[0][0], singles[1][0]], "size": shape,
+    return {"views": len(boards), "errors": [error, singles[0][0], singles[1][0]], "size": shape,
             "matrices": cameras[0::2], "distortions": [each.ravel()[:4] for each in cameras[1::2]],
             "rotation": rotation, "translation": translation.ravel()}
 
@@ -132,7 +137,7 @@ def main():
         sys.exit(f"calibrate.py: the board was seen in {len(lefts)} different places only; 5 are the least")
     result = calibrate(lefts, rights, shape, size, options.square)
     both, left, right = result["errors"]
-    print(f"{len(lefts)} views; reprojection error {both:.3f} pixels (left {left:.3f}, right {right:.3f})")
+    print(f"{result['views']} of {len(lefts)} views; reprojection error {both:.3f} pixels (left {left:.3f}, right {right:.3f})")
     for name, matrix in zip(("left", "right"), result["matrices"]):
         print(f"{name}: focal length {matrix[0, 0]:.1f}, {matrix[1, 1]:.1f} pixels, "
               f"principal point {matrix[0, 2]:.1f}, {matrix[1, 2]:.1f}")

@@ -91,9 +91,9 @@ def test_calibration_against_known_geometry(tmp_path):
     """docs/rig.md: focal length 0.8 widths, eyes 120 mm apart, parallel."""
     with service(SIZE, more={"scene": "chessboard"}) as program:
         said = example("calibrate.py", program.url(), "--square", "0.04", "--views", "20", "--out", tmp_path)
-    assert "20 views" in said
+    assert " of 20 views; reprojection error " in said
     with contextlib.closing(Storage(tmp_path / "stereo.yaml")) as stored:
-        assert stored["reprojection_error"] < 0.3
+        assert stored["reprojection_error"] < 0.5
         for eye in "12":
             camera = stored["K" + eye]
             assert np.allclose((camera[0, 0], camera[1, 1]), 0.8 * SIZE[0], rtol=0.01)
