@@ -59,5 +59,5 @@ def test_other_settings_are_left_alone():
 
 
 def test_page_keeps_what_was_measured():
-    page = json.loads((SOURCE / "docs/performance.json").read_text())
+    page = json.loads((SOURCE / "benchmarks/performance.json").read_text())
     assert set(page) == {"machine", "cpu", "latency", "start", "scale", "pairs"}
