@@ -129,8 +129,9 @@ void KTCamera::captureFrame(const std::shared_ptr<FramePool>& pool, tq::KORmcu* 
     if (frame == nullptr) {
         // The IMU packets up to this frame stay in the camera and come with the next one.
         ++lostFrames;
-        qCDebug(lostImages) << "[KTCamera] Camera" << serialNumber << "image of"
-                            << grabber->getTimeStamp() << "lost: the receiver was late";
+        QMessageLogger().debug(lostImages())
+            << "[KTCamera] Camera" << serialNumber << "image of" << grabber->getTimeStamp()
+            << "lost: the receiver was late";
         return;
     }
     reportLostFrames();

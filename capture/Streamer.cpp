@@ -515,8 +515,9 @@ void VirtualCameraStreamer::Eye::clear()
 
 void VirtualCameraStreamer::Eye::dropOldest()
 {
-    qCDebug(lostImages) << "[VirtualCameraStreamer] Camera" << camera << "image of"
-                        << sdk::captureTime(*images.front()) << "dropped for newer ones";
+    QMessageLogger().debug(lostImages())
+        << "[VirtualCameraStreamer] Camera" << camera << "image of"
+        << sdk::captureTime(*images.front()) << "dropped for newer ones";
     ++dropped;
     popOldest();
 }
