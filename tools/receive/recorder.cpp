@@ -55,7 +55,9 @@ bool Recorder::add(const Frame& frame, bool withData)
     GST_BUFFER_PTS(buffer.get()) = fileTime(frame.time);
     GST_BUFFER_DTS(buffer.get()) = GST_CLOCK_TIME_NONE;
     const SamplePtr sample(gst_sample_new(buffer.get(), frame.caps, nullptr, nullptr));
-    gst_app_src_push_sample(GST_APP_SRC(video.get()), sample.get());
+    if (gst_app_src_push_sample(GST_APP_SRC(video.get()), sample.get()) != GST_FLOW_OK) {
+        return false;  // the recording is being completed
+    }
     bridgeSilence(GST_BUFFER_PTS(buffer.get()));
     changed.wait(lock, [this] {
         return over || gst_app_src_get_current_level_bytes(GST_APP_SRC(video.get())) < kMostWaiting;
@@ -70,8 +72,9 @@ bool Recorder::add(const DataUnit& unit)
         return false;
     }
     if (data) {
-        push(unit);
-    } else if (!pipeline) {
+        return push(unit);
+    }
+    if (!pipeline) {
         early.push_back({{unit.bytes, unit.bytes + unit.size}, unit.time});
     }
     return true;
@@ -114,7 +117,7 @@ void Recorder::begin(const Frame& first, bool withData)
 
 /// Records keep their order, and stand before the frame of the last frame record: an inertial one
 /// may be newer than the frame that waits for the encoder, and has its time in itself.
-void Recorder::push(const DataUnit& unit)
+bool Recorder::push(const DataUnit& unit)
 {
     bool isFrame = false;
     tq::wire::RecordHandler handler;
@@ -126,7 +129,7 @@ void Recorder::push(const DataUnit& unit)
     lastData = std::min(time, lastRecord.value_or(time));
     GstBuffer* const buffer = gst_buffer_new_memdup(unit.bytes, unit.size);
     GST_BUFFER_PTS(buffer) = lastData;
-    gst_app_src_push_buffer(GST_APP_SRC(data.get()), buffer);
+    return gst_app_src_push_buffer(GST_APP_SRC(data.get()), buffer) == GST_FLOW_OK;
 }
 
 /// The muxer goes on without data when there are none.

@@ -48,7 +48,7 @@ public:
 
 private:
     void begin(const Frame& first, bool withData);
-    void push(const DataUnit& unit);
+    bool push(const DataUnit& unit);
     void bridgeSilence(GstClockTime now);
     GstClockTime fileTime(std::uint32_t time);
     static void onNeedData(GstAppSrc*, guint, gpointer self);
