@@ -121,8 +121,10 @@ std::string Session::start()
         return "the GStreamer element " + reader + " is not installed";
     }
     gst_bin_add(GST_BIN(pipeline.get()), element);
-    g_signal_connect(element, "pad-added",
-                     G_CALLBACK(+[](GstElement*, GstPad* pad, Session* self) { self->onPad(pad); }),
+    g_signal_connect(element, "pad-added", G_CALLBACK(+[](GstElement*, GstPad* pad, Session* self) {
+                         self->onPad(pad);
+                         const Lock lock(self->mutex);  // it comes before the end, see stop()
+                     }),
                      this);
     if (source.isFile()) {
         GstElement* const file = gst_element_factory_make("filesrc", nullptr);
