@@ -129,9 +129,8 @@ void KTCamera::captureFrame(const std::shared_ptr<FramePool>& pool, tq::KORmcu* 
     if (frame == nullptr) {
         // The IMU packets up to this frame stay in the camera and come with the next one.
         ++lostFrames;
-        QMessageLogger().debug(lostImages())
-            << "[KTCamera] Camera" << serialNumber << "image of" << grabber->getTimeStamp()
-            << "lost: the receiver was late";
+        qCDebug(lostImages) << "[KTCamera] Camera" << serialNumber << "image of"
+                            << grabber->getTimeStamp() << "lost: the receiver was late";
         return;
     }
     reportLostFrames();

@@ -515,9 +515,8 @@ void VirtualCameraStreamer::Eye::clear()
 
 void VirtualCameraStreamer::Eye::dropOldest()
 {
-    QMessageLogger().debug(lostImages())
-        << "[VirtualCameraStreamer] Camera" << camera << "image of"
-        << sdk::captureTime(*images.front()) << "dropped for newer ones";
+    qCDebug(lostImages) << "[VirtualCameraStreamer] Camera" << camera << "image of"
+                        << sdk::captureTime(*images.front()) << "dropped for newer ones";
     ++dropped;
     popOldest();
 }

@@ -2,6 +2,7 @@
 // True capture times of frames, found by what a sender sees of them.
 #include "sdk/core/eyetimes.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <string_view>
@@ -42,14 +43,18 @@ void EyeTimes::add(int serial, Timestamp stamp, Timestamp captured, const unsign
 std::optional<std::int64_t> EyeTimes::offset(Timestamp stamp, const unsigned char* pixels,
                                              int width, int height) const
 {
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (added == 0) {
-        return std::nullopt;
+    const auto isOfThePair = [stamp](const Frame& frame) { return frame.stamp == stamp; };
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (std::none_of(frames.begin(), frames.end(), isOfThePair)) {
+            return std::nullopt;
+        }
     }
     const std::size_t leftMark = markOf(pixels, width, height, 2, 0);
     const std::size_t rightMark = markOf(pixels, width, height, 2, 1);
+    const std::lock_guard<std::mutex> lock(mutex);
     for (const Frame& left : frames) {
-        if (left.stamp != stamp || left.mark != leftMark) {
+        if (!isOfThePair(left) || left.mark != leftMark) {
             continue;
         }
         for (const Frame& right : frames) {

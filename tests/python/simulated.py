@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """The program with simulated cameras, and what stands in the corner of their pictures (docs/rig.md)."""
+import binascii
 import os
 import pathlib
 import subprocess
@@ -24,15 +25,6 @@ def service(size=(480, 300), fps=30, **more):
     return Service(BUILD, size, fps, **more)
 
 
-def checksum(data):
-    crc = 0xFFFF
-    for byte in data:
-        crc ^= byte << 8
-        for _ in range(8):
-            crc = crc << 1 & 0xFFFF ^ (0x1021 if crc & 0x8000 else 0)
-    return crc
-
-
 def pattern(grey):
     """Counter, serial and capture time (ns) that an eye's picture shows; None when they cannot be read."""
     cell = max(4, grey.shape[1] // 120 // 2 * 2)
@@ -40,6 +32,6 @@ def pattern(grey):
     margin = cell // 4
     bits = cells[:, margin:-margin, :, margin:-margin].mean(axis=(1, 3)) > 126
     data = np.packbits(bits.ravel()).tobytes()
-    if checksum(data[:16]) != int.from_bytes(data[16:], "big"):
+    if binascii.crc_hqx(data[:16], 0xFFFF) != int.from_bytes(data[16:], "big"):
         return None
     return tuple(int.from_bytes(data[begin:end], "big") for begin, end in ((0, 4), (4, 8), (8, 16)))

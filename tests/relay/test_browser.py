@@ -3,6 +3,7 @@
 
 The simulated cameras write serial, frame number and capture time into a corner of their pictures. They
 are read from the canvas of the page, so what is checked is what a user sees."""
+import binascii
 import contextlib
 import json
 import os
@@ -55,15 +56,6 @@ def free_ports(count):
     with contextlib.ExitStack() as stack:
         return [stack.enter_context(socket.create_server(("127.0.0.1", 0))).getsockname()[1]
                 for _ in range(count)]
-
-
-def checksum(data):
-    crc = 0xFFFF
-    for byte in data:
-        crc ^= byte << 8
-        for _ in range(8):
-            crc = crc << 1 & 0xFFFF ^ (0x1021 if crc & 0x8000 else 0)
-    return crc
 
 
 class Process:
@@ -119,7 +111,8 @@ class Page:
         while True:
             read, drawn, *size = self.browser.execute_async_script(READ, eyes, CELL, COLUMNS, ROWS)
             patterns = [int("".join(map(str, cells)), 2).to_bytes(18, "big") for cells in read]
-            if all(checksum(pattern[:16]) == int.from_bytes(pattern[16:], "big") for pattern in patterns):
+            if all(binascii.crc_hqx(pattern[:16], 0xFFFF) == int.from_bytes(pattern[16:], "big")
+                   for pattern in patterns):
                 return [(int.from_bytes(pattern[4:8], "big"), int.from_bytes(pattern[:4], "big"),
                          int.from_bytes(pattern[8:16], "big") / 1e9) for pattern in patterns], drawn, size
             assert time.monotonic() < end, "the pattern in the picture cannot be read"

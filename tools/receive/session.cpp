@@ -288,8 +288,7 @@ void Session::connect(GstPad* pad, const std::string& description)
         return;
     }
     gst_bin_add(GST_BIN(pipeline.get()), bin);
-    tellFramesApart(bin);
-    watch<&Session::onVideoPacket>(bin, "packets");
+    watchVideo(bin);
     watch<&Session::onCodedFrame>(bin, "frames");
     watch<&Session::onPicture>(bin, "pictures");
     watch<&Session::onDataPacket>(bin, "data-packets");
@@ -299,34 +298,19 @@ void Session::connect(GstPad* pad, const std::string& description)
     gst_pad_link(pad, sink.get());
 }
 
-/// Their times lead from a picture back to its packets, through parser and decoder.
-void Session::tellFramesApart(GstElement* bin)
+/// Sees every packet of the video, and may put another in its place.
+void Session::watchVideo(GstElement* bin)
 {
     const GObjectPtr<GstElement> element(gst_bin_get_by_name(GST_BIN(bin), "packets"));
     const GObjectPtr<GstPad> pad(element ? gst_element_get_static_pad(element.get(), "sink")
                                          : nullptr);
     const auto change = [](GstPad*, GstPadProbeInfo* info, gpointer self) {
-        info->data = static_cast<Session*>(self)->withDistinctTime(GST_PAD_PROBE_INFO_BUFFER(info));
+        info->data = static_cast<Session*>(self)->onVideoPacket(GST_PAD_PROBE_INFO_BUFFER(info));
         return GST_PAD_PROBE_OK;
     };
     if (pad) {
         gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, change, this, nullptr);
     }
-}
-
-GstBuffer* Session::withDistinctTime(GstBuffer* packet)
-{
-    GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
-    if (!GST_BUFFER_PTS_IS_VALID(packet) || !gst_rtp_buffer_map(packet, GST_MAP_READ, &rtp)) {
-        return packet;
-    }
-    const GstClockTime time =
-        frameTimes.of(gst_rtp_buffer_get_timestamp(&rtp), GST_BUFFER_PTS(packet));
-    gst_rtp_buffer_unmap(&rtp);
-    packet = gst_buffer_make_writable(packet);
-    GST_BUFFER_PTS(packet) = time;
-    GST_BUFFER_DTS(packet) = time;
-    return packet;
 }
 
 /// Has a function called for every buffer that passes the element of this name, if there is one.
@@ -342,26 +326,33 @@ void Session::watch(GstElement* bin, const char* name)
     }
 }
 
-/// Notes the RTP timestamp under the PTS, by which it is found when the packet is unwrapped.
-void Session::onVideoPacket(GstElement*, GstBuffer* packet)
+/// Gives each frame a PTS of its own, and notes its RTP timestamp under it: by the PTS a picture
+/// leads back to its packets, through parser and decoder.
+GstBuffer* Session::onVideoPacket(GstBuffer* packet)
 {
     GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
     if (!gst_rtp_buffer_map(packet, GST_MAP_READ, &rtp)) {
-        return;
+        return packet;
     }
-    if (GST_BUFFER_PTS_IS_VALID(packet)) {
-        const Lock lock(mutex);
-        rtpTimes.add(GST_BUFFER_PTS(packet), gst_rtp_buffer_get_timestamp(&rtp));
-    }
-    const std::size_t bytes = gst_rtp_buffer_get_payload_len(&rtp);
+    const std::uint32_t rtpTime = gst_rtp_buffer_get_timestamp(&rtp);
     const std::uint16_t number = gst_rtp_buffer_get_seq(&rtp);
+    const std::size_t bytes = gst_rtp_buffer_get_payload_len(&rtp);
     gst_rtp_buffer_unmap(&rtp);
+    if (GST_BUFFER_PTS_IS_VALID(packet)) {
+        const GstClockTime time = frameTimes.of(rtpTime, GST_BUFFER_PTS(packet));
+        packet = gst_buffer_make_writable(packet);
+        GST_BUFFER_PTS(packet) = time;
+        GST_BUFFER_DTS(packet) = time;
+        const Lock lock(mutex);
+        rtpTimes.add(time, rtpTime);
+    }
     const std::uint16_t expected = lastVideoPacket ? *lastVideoPacket + 1 : number;
     lastVideoPacket = number;
     if (number != expected) {
         events.videoPacketsLost(static_cast<std::uint16_t>(number - expected));
     }
     events.videoBytes(bytes);
+    return packet;
 }
 
 void Session::onDataPacket(GstElement*, GstBuffer* packet)

@@ -105,11 +105,10 @@ private:
     void connect(GstPad* pad, const std::string& description);
     template <void (Session::*handle)(GstElement*, GstBuffer*)>
     void watch(GstElement* bin, const char* name);
-    void tellFramesApart(GstElement* bin);
-    GstBuffer* withDistinctTime(GstBuffer* packet);
+    void watchVideo(GstElement* bin);
 
     // Each takes a buffer that passes the element at that place.
-    void onVideoPacket(GstElement*, GstBuffer* packet);
+    GstBuffer* onVideoPacket(GstBuffer* packet);
     void onCodedFrame(GstElement* place, GstBuffer* frame);
     void onPicture(GstElement* place, GstBuffer* picture);
     void onDataPacket(GstElement*, GstBuffer* packet);
