@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the benchmarks that run the whole program share."""
+import contextlib
 import json
 import os
 import pathlib
@@ -94,18 +95,21 @@ def listening(port):
 
 
 def descendants(pid):
+    """Of a process and those below it, the ones that are still there."""
     found = [pid]
-    for task in pathlib.Path(f"/proc/{pid}/task").glob("*/children"):
-        for child in task.read_text().split():
-            found += descendants(int(child))
+    with contextlib.suppress(OSError):
+        for task in pathlib.Path(f"/proc/{pid}/task").glob("*/children"):
+            for child in task.read_text().split():
+                found += descendants(int(child))
     return found
 
 
 def program_below(pid):
     """Process number of kor_vistrel itself, below the sandbox."""
     for candidate in descendants(pid):
-        if pathlib.Path(f"/proc/{candidate}/comm").read_text().strip() == "kor_vistrel":
-            return candidate
+        with contextlib.suppress(OSError):
+            if pathlib.Path(f"/proc/{candidate}/comm").read_text().strip() == "kor_vistrel":
+                return candidate
     return None
 
 
