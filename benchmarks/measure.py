@@ -22,7 +22,10 @@ def free_port():
 
 
 def camera(index, serial, recording=None, more=None):
-    """One camera of a rig, even indices see the left eye. `more` are further keys of a simulated one."""
+    """One camera of a rig, even indices see the left eye. `more` are further keys of a simulated one, or
+    a pair of them, for left and right."""
+    if isinstance(more, tuple):
+        more = more[index % 2]
     if recording:
         source = {"type": "recording", "path": str(pathlib.Path(recording).resolve()),
                   "camera": f"cam{index % 2}"}

@@ -334,6 +334,11 @@ PYBIND11_MODULE(_vistrel, module)
                                    return frame.record ? std::optional(frame.record->counter)
                                                        : std::nullopt;
                                })
+        .def_property_readonly("eye_offset_ns",
+                               [](const StereoFrame& frame) {
+                                   return frame.record ? std::optional(frame.record->eyeOffset)
+                                                       : std::nullopt;
+                               })
         .def_property_readonly("serial",
                                [](const StereoFrame& frame) {
                                    return frame.record ? std::optional(frame.record->serial)

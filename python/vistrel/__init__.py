@@ -58,6 +58,9 @@ class Frame:
         self.counter: Optional[int] = native.counter
         #: Serial number of the virtual camera, or None as above.
         self.serial: Optional[int] = native.serial
+        #: How long after the left eye the right one was taken, ns, where cameras run without a common
+        #: trigger and are stamped by the grid; 0 where they are triggered. None as above.
+        self.eye_offset_ns: Optional[int] = native.eye_offset_ns
 
     @cached_property
     def left(self) -> np.ndarray:

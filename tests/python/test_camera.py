@@ -100,6 +100,14 @@ def test_frames_belong_together(program):
     assert camera.read() is None
 
 
+def test_time_between_the_eyes():
+    grid = {"timestamps": "grid"}
+    with service(more=(grid, {**grid, "phase": 3000})) as program, vistrel.open(program.url(), timeout=60) as camera:
+        for frame, _ in zip(camera, range(10)):
+            left, right = pattern(frame.left), pattern(frame.right)
+            assert frame.eye_offset_ns == right[2] - left[2] == 3_000_000
+
+
 def test_grey_is_not_copied(program):
     with vistrel.open(program.url(), timeout=60) as camera:
         frame = camera.read()
