@@ -194,7 +194,8 @@ class Service:
 
     def signal(self, number):
         if self.found():
-            os.kill(self.pid, number)
+            with contextlib.suppress(ProcessLookupError):  # it has ended, and nobody has told the sandbox yet
+                os.kill(self.pid, number)
 
     def kill(self):
         """kill -9, for the program and the sandbox around it."""
